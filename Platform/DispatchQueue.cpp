@@ -1,0 +1,180 @@
+#include "Platform/DispatchQueue.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <boost/asio/bind_executor.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "Platform/QueueFoundation.h"
+
+namespace asio = boost::asio;
+
+namespace vesko {
+
+namespace {
+
+using Strand = asio::strand<asio::io_context::executor_type>;
+
+/// The threads behind all queues. Like the shared queues and the clock it is never destroyed: tasks may be under way while
+/// the process ends.
+class Pool {
+ public:
+  static Pool& shared() {
+    static Pool* pool = new Pool;
+    return *pool;
+  }
+
+  asio::io_context& context() noexcept { return context_; }
+
+ private:
+  Pool() : work_(asio::make_work_guard(context_)) {
+    // Two at least, so that one queue's slow disk does not keep every other queue waiting.
+    const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
+    for (unsigned i = 0; i < threads; ++i) {
+      std::thread([this] {
+        blockBrokenPipeSignal();
+        context_.run();
+      }).detach();
+    }
+  }
+
+  asio::io_context context_;
+  asio::executor_work_guard<asio::io_context::executor_type> work_;
+};
+
+class PoolAlarm final : public Alarm {
+ public:
+  PoolAlarm(std::chrono::steady_clock::duration delay, std::function<void()> wake)
+      : timer_(Pool::shared().context(), delay) {
+    timer_.async_wait([wake = std::move(wake)](const boost::system::error_code& error) {
+      if (!error) wake();
+    });
+  }
+
+ private:
+  asio::steady_timer timer_;
+};
+
+class SystemClock final : public Clock {
+ public:
+  std::chrono::system_clock::time_point now() const override { return std::chrono::system_clock::now(); }
+  std::chrono::steady_clock::time_point monotonicNow() const override { return std::chrono::steady_clock::now(); }
+  std::unique_ptr<Alarm> callAfter(std::chrono::steady_clock::duration delay, std::function<void()> wake) override {
+    return std::make_unique<PoolAlarm>(delay, std::move(wake));
+  }
+};
+
+/// Waits for a descriptor on the pool; on a queue with a strand the handler runs right there, without a second hop.
+class PoolSource final : public DispatchSource {
+ public:
+  PoolSource(std::shared_ptr<DispatchQueue> queue, std::optional<Strand> strand)
+      : queue_(std::move(queue)), strand_(std::move(strand)), descriptor_(Pool::shared().context()) {}
+
+  ~PoolSource() override { descriptor_.release(); }
+
+  static std::unique_ptr<DispatchSource> make(std::shared_ptr<DispatchQueue> queue, std::optional<Strand> strand,
+                                              int descriptor, std::error_code& error) {
+    auto source = std::make_unique<PoolSource>(std::move(queue), std::move(strand));
+    boost::system::error_code code;
+    source->descriptor_.assign(descriptor, code);
+    error.assign(code.value(), std::generic_category());
+    return code ? nullptr : std::move(source);
+  }
+
+  void whenReadable(std::function<void()> handler) override {
+    wait(asio::posix::stream_descriptor::wait_read, std::move(handler));
+  }
+  void whenWritable(std::function<void()> handler) override {
+    wait(asio::posix::stream_descriptor::wait_write, std::move(handler));
+  }
+
+ private:
+  void wait(asio::posix::stream_descriptor::wait_type type, std::function<void()> handler) {
+    auto guarded = [alive = std::weak_ptr<const bool>(alive_), handler = std::move(handler)] {
+      if (!alive.expired()) handler();
+    };
+    if (strand_) {
+      descriptor_.async_wait(type, asio::bind_executor(*strand_, [guarded = std::move(guarded)](const auto& error) {
+                               if (error != asio::error::operation_aborted) guarded();
+                             }));
+    } else {
+      descriptor_.async_wait(type, [queue = queue_, guarded = std::move(guarded)](const auto& error) {
+        if (error != asio::error::operation_aborted) queue->async(guarded);
+      });
+    }
+  }
+
+  std::shared_ptr<DispatchQueue> queue_;
+  std::optional<Strand> strand_;
+  asio::posix::stream_descriptor descriptor_;
+  std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
+};
+
+class SerialQueue final : public DispatchQueue {
+ public:
+  SerialQueue(std::string label, std::shared_ptr<Clock> clock)
+      : DispatchQueue(std::move(label), std::move(clock)), strand_(asio::make_strand(Pool::shared().context())) {}
+
+  void async(Task task) override { asio::post(strand_, std::move(task)); }
+  bool isCurrent() const noexcept override { return strand_.running_in_this_thread(); }
+  std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
+    return PoolSource::make(shared_from_this(), strand_, descriptor, error);
+  }
+
+ private:
+  Strand strand_;
+};
+
+class GlobalQueue final : public DispatchQueue {
+ public:
+  GlobalQueue() : DispatchQueue("global", Clock::system()) {}
+
+  void async(Task task) override { asio::post(Pool::shared().context(), std::move(task)); }
+  bool isCurrent() const noexcept override {
+    return Pool::shared().context().get_executor().running_in_this_thread();
+  }
+  std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
+    return poolSource(shared_from_this(), descriptor, error);
+  }
+};
+
+}  // namespace
+
+void blockBrokenPipeSignal() noexcept {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue, int descriptor,
+                                           std::error_code& error) {
+  return PoolSource::make(std::move(queue), std::nullopt, descriptor, error);
+}
+
+std::shared_ptr<Clock> Clock::system() {
+  static const auto* clock = new std::shared_ptr<Clock>(std::make_shared<SystemClock>());
+  return *clock;
+}
+
+std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label, std::shared_ptr<Clock> clock) {
+  return std::make_shared<SerialQueue>(std::move(label), std::move(clock));
+}
+
+const std::shared_ptr<DispatchQueue>& DispatchQueue::global() {
+  static const auto* queue = new std::shared_ptr<DispatchQueue>(std::make_shared<GlobalQueue>());
+  return *queue;
+}
+
+}  // namespace vesko

@@ -1,0 +1,116 @@
+#include "Platform/FileManager.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace vesko::FileManager {
+namespace {
+
+std::string environmentValue(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string() : value;
+}
+
+std::string homeOfAccount(std::error_code& error) {
+  std::vector<char> buffer(1024);
+  passwd account{};
+  passwd* found = nullptr;
+  int failure = 0;
+  while ((failure = ::getpwuid_r(::geteuid(), &account, buffer.data(), buffer.size(), &found)) == ERANGE) {
+    buffer.resize(buffer.size() * 2);
+  }
+  if (found != nullptr) return found->pw_dir;
+  error = {failure != 0 ? failure : ENOENT, std::system_category()};
+  return {};
+}
+
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return path;
+}
+
+void skipBlanks(std::string_view& text) { text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size())); }
+
+bool skip(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) return false;
+  text.remove_prefix(prefix.size());
+  return true;
+}
+
+/// The text up to the closing quote, its escapes resolved; none when the quote is missing.
+std::optional<std::string> quotedText(std::string_view rest) {
+  std::string text;
+  for (std::size_t index = 0; index < rest.size(); ++index) {
+    if (rest[index] == '"') return text;
+    if (rest[index] == '\\' && index + 1 < rest.size()) ++index;
+    text += rest[index];
+  }
+  return std::nullopt;
+}
+
+/// The folder of a line XDG_DOWNLOAD_DIR="...", which is absolute or below $HOME; none for any other line.
+std::optional<std::string> downloadsOfLine(std::string_view line, const std::string& home) {
+  skipBlanks(line);
+  if (!skip(line, "XDG_DOWNLOAD_DIR")) return std::nullopt;
+  skipBlanks(line);
+  if (!skip(line, "=")) return std::nullopt;
+  skipBlanks(line);
+  if (!skip(line, "\"")) return std::nullopt;
+  const bool belowHome = skip(line, "$HOME");
+  const auto value = quotedText(line);
+  if (!value) return std::nullopt;
+  if (!value->starts_with('/') && !(belowHome && value->empty())) return std::nullopt;
+  return withoutTrailingSlashes(belowHome ? home + *value : *value);
+}
+
+std::string downloadsOfUserDirectories(const std::string& file, const std::string& home) {
+  std::string downloads;
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) {
+    if (auto value = downloadsOfLine(line, home)) downloads = std::move(*value);
+  }
+  return downloads;
+}
+
+}  // namespace
+
+bool fileExistsAtPath(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::exists(path, error);
+}
+
+void createDirectoryAtPath(const std::string& path, std::error_code& error) {
+  std::filesystem::create_directories(path, error);
+}
+
+std::string downloadsDirectory(const std::string& home, const std::string& configHome, std::error_code& error) {
+  error.clear();
+  const auto homeFolder = withoutTrailingSlashes(home.starts_with('/') ? home : homeOfAccount(error));
+  if (error) return {};
+  // A relative value does not count, by the rules for base directories.
+  const auto configFolder = configHome.starts_with('/') ? configHome : homeFolder + "/.config";
+  auto downloads = downloadsOfUserDirectories(configFolder + "/user-dirs.dirs", homeFolder);
+  // A user directory that is the home folder itself is switched off.
+  if (downloads.empty() || downloads == homeFolder) downloads = homeFolder + "/Downloads";
+  createDirectoryAtPath(downloads, error);
+  return error ? std::string() : downloads;
+}
+
+std::string downloadsDirectory(std::error_code& error) {
+  return downloadsDirectory(environmentValue("HOME"), environmentValue("XDG_CONFIG_HOME"), error);
+}
+
+std::string canonicalPath(const std::string& path, std::error_code& error) {
+  return std::filesystem::canonical(path, error).string();
+}
+
+}  // namespace vesko::FileManager

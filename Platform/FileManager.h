@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <system_error>
+
+namespace vesko::FileManager {
+
+/// True when anything is at `path`, links followed. Any thread.
+[[nodiscard]] bool fileExistsAtPath(const std::string& path);
+
+/// Makes the folder at `path` and every missing one above it; an existing folder is accepted. Any thread.
+void createDirectoryAtPath(const std::string& path, std::error_code& error);
+
+/// The current user's downloads folder, made if it is missing: `XDG_DOWNLOAD_DIR` of the XDG user directories file
+/// (`$XDG_CONFIG_HOME/user-dirs.dirs`, by default below `~/.config`), else, and where that is the home folder itself,
+/// which means none, `~/Downloads`. `home` and `configHome` stand for the environment's values and may be empty or,
+/// which is taken for empty, relative: the account database then names the home folder.
+[[nodiscard]] std::string downloadsDirectory(const std::string& home, const std::string& configHome,
+                                             std::error_code& error);
+
+/// The same for the environment of this process.
+[[nodiscard]] std::string downloadsDirectory(std::error_code& error);
+
+/// An absolute form of `path` without ".", ".." and links, for a path whose last component does not name anything.
+[[nodiscard]] std::string canonicalPath(const std::string& path, std::error_code& error);
+
+}  // namespace vesko::FileManager

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+#include "Platform/DispatchQueue.h"
+
+namespace vesko {
+
+/// A source for a queue that has no threads of its own: waits on the pool and hands the handlers to `queue`.
+/// None, with `error` set, when the system cannot watch the descriptor.
+[[nodiscard]] std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue, int descriptor,
+                                                         std::error_code& error);
+
+/// Blocks SIGPIPE for the calling thread. `sendfile` raises it on a broken connection and, unlike `send`, takes no flag
+/// against that; the error code says all there is to say.
+void blockBrokenPipeSignal() noexcept;
+
+}  // namespace vesko

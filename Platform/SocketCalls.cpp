@@ -1,0 +1,141 @@
+#include "Platform/SocketCalls.h"
+
+#include <arpa/inet.h>
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/sendfile.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include <cerrno>
+
+#include "Platform/FileHandle.h"
+#include "Platform/SystemError.h"
+
+namespace vesko::SocketCalls {
+
+namespace {
+
+template <class Call>
+auto checked(Call call, std::error_code& error) {
+  const auto result = uninterrupted(call);
+  error = result < 0 ? lastSystemError() : std::error_code();
+  return result;
+}
+
+template <class Call>
+std::size_t counted(Call call, std::error_code& error) {
+  const ssize_t count = checked(call, error);
+  return count < 0 ? 0 : static_cast<std::size_t>(count);
+}
+
+void setOption(int descriptor, int level, int name, int value) noexcept {
+  ::setsockopt(descriptor, level, name, &value, sizeof value);
+}
+
+sockaddr_in systemAddress(const Address& address) noexcept {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_port = htons(address.port);
+  ::inet_pton(AF_INET, address.host.c_str(), &result.sin_addr);
+  return result;
+}
+
+template <class Function>
+int withAddress(const sockaddr_in& address, Function function) {
+  return function(reinterpret_cast<const sockaddr*>(&address), static_cast<socklen_t>(sizeof address));
+}
+
+}  // namespace
+
+bool isAddress(const std::string& host) noexcept {
+  in_addr address{};
+  return ::inet_pton(AF_INET, host.c_str(), &address) == 1;
+}
+
+FileDescriptor makeStream(std::error_code& error) {
+  FileDescriptor descriptor(
+      checked([] { return ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }, error));
+  if (descriptor) setOption(descriptor.get(), IPPROTO_TCP, TCP_NODELAY, 1);
+  return descriptor;
+}
+
+void connect(int descriptor, const Address& address, std::error_code& error) {
+  const sockaddr_in target = systemAddress(address);
+  error.clear();
+  // An interrupted attempt goes on by itself (connect(2)), so it is not made again.
+  if (withAddress(target, [&](auto* where, auto length) { return ::connect(descriptor, where, length); }) < 0) {
+    error = errno == EINTR ? std::make_error_code(std::errc::operation_in_progress) : lastSystemError();
+  }
+}
+
+std::error_code connectResult(int descriptor) {
+  int code = 0;
+  socklen_t length = sizeof code;
+  if (::getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &code, &length) < 0) code = errno;
+  return {code, std::generic_category()};
+}
+
+FileDescriptor listen(std::uint16_t port, std::error_code& error) {
+  FileDescriptor descriptor = makeStream(error);
+  if (!descriptor) return descriptor;
+  setOption(descriptor.get(), SOL_SOCKET, SO_REUSEADDR, 1);
+  const sockaddr_in everywhere = systemAddress({"0.0.0.0", port});
+  if (withAddress(everywhere, [&](auto* where, auto length) { return ::bind(descriptor.get(), where, length); }) < 0 ||
+      ::listen(descriptor.get(), SOMAXCONN) < 0) {
+    error = lastSystemError();
+    descriptor.reset();
+  }
+  return descriptor;
+}
+
+FileDescriptor accept(int descriptor, std::string& host, std::error_code& error) {
+  sockaddr_in from{};
+  FileDescriptor accepted(checked(
+      [&] {
+        socklen_t length = sizeof from;
+        return ::accept4(descriptor, reinterpret_cast<sockaddr*>(&from), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      },
+      error));
+  char text[INET_ADDRSTRLEN] = "";
+  if (accepted && ::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text) != nullptr) host = text;
+  return accepted;
+}
+
+std::uint16_t localPort(int descriptor) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length) < 0) return 0;
+  return ntohs(address.sin_port);
+}
+
+std::size_t receive(int descriptor, std::span<char> buffer, std::error_code& error) {
+  return counted([&] { return ::recv(descriptor, buffer.data(), buffer.size(), 0); }, error);
+}
+
+std::size_t send(int descriptor, std::string_view bytes, bool more, std::error_code& error) {
+  const int flags = MSG_NOSIGNAL | (more ? MSG_MORE : 0);
+  return counted([&] { return ::send(descriptor, bytes.data(), bytes.size(), flags); }, error);
+}
+
+std::size_t sendFile(int descriptor, const FileHandle& file, std::uint64_t offset, std::size_t length,
+                     std::error_code& error) {
+  auto position = static_cast<off_t>(offset);
+  return counted([&] { return ::sendfile(descriptor, file.descriptor(), &position, length); }, error);
+}
+
+void shutdownSending(int descriptor) noexcept { ::shutdown(descriptor, SHUT_WR); }
+
+void resetOnClose(int descriptor) noexcept {
+  const linger discard{.l_onoff = 1, .l_linger = 0};
+  ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+}
+
+std::uint64_t unacknowledgedBytes(int descriptor) noexcept {
+  int count = 0;
+  return ::ioctl(descriptor, SIOCOUTQ, &count) < 0 ? 0 : static_cast<std::uint64_t>(count);
+}
+
+}  // namespace vesko::SocketCalls

@@ -1,0 +1,221 @@
+#include "Platform/StreamSocket.h"
+
+#include <array>
+#include <utility>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/SocketCalls.h"
+
+namespace vesko {
+
+namespace {
+
+using Operation = SocketError::Operation;
+using Seconds = std::chrono::duration<double>;
+
+/// Accepted in one go before other work on the queue gets its turn.
+constexpr int acceptBatch = 64;
+
+/// How long accepting rests when the process has no descriptor left: the connections wait in the system's backlog.
+constexpr std::chrono::milliseconds acceptPause{100};
+
+/// How often a closing connection is asked whether it still drains.
+constexpr std::chrono::milliseconds drainInterval{500};
+
+bool isShortageOfResources(const std::error_code& code) {
+  return code == std::errc::too_many_files_open || code == std::errc::too_many_files_open_in_system ||
+         code == std::errc::no_buffer_space || code == std::errc::not_enough_memory;
+}
+
+}  // namespace
+
+std::shared_ptr<GCDAsyncSocket> GCDAsyncSocket::make(std::weak_ptr<GCDAsyncSocketDelegate> delegate,
+                                                     std::shared_ptr<DispatchQueue> delegateQueue) {
+  return std::make_shared<StreamSocket>(std::move(delegate), std::move(delegateQueue));
+}
+
+StreamSocket::StreamSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate, std::shared_ptr<DispatchQueue> delegateQueue)
+    : delegate_(std::move(delegate)), queue_(std::move(delegateQueue)) {}
+
+StreamSocket::~StreamSocket() = default;
+
+void StreamSocket::onQueue(std::function<void(StreamSocket&)> work) {
+  if (queue_->isCurrent()) {
+    work(*this);
+    return;
+  }
+  queue_->async([weak = weak_from_this(), work = std::move(work)] {
+    if (const auto self = weak.lock()) work(*self);
+  });
+}
+
+void StreamSocket::setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) { delegate_ = std::move(delegate); }
+
+std::error_code StreamSocket::open(FileDescriptor descriptor, State state) {
+  std::error_code error;
+  source_.reset();
+  descriptor_ = std::move(descriptor);
+  source_ = queue_->makeSource(descriptor_.get(), error);
+  state_ = state;
+  return error;
+}
+
+bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, SocketError& error) {
+  error = {};
+  if (!SocketCalls::isAddress(host) || port == 0) {
+    error = {Operation::connect, std::make_error_code(std::errc::invalid_argument)};
+    return false;
+  }
+  std::error_code code;
+  auto descriptor = std::make_shared<FileDescriptor>(SocketCalls::makeStream(code));
+  if (code) {
+    error = {Operation::connect, code};
+    return false;
+  }
+  onQueue([descriptor, host, port](StreamSocket& self) {
+    self.host_ = host;
+    if (const std::error_code unwatched = self.open(std::move(*descriptor), State::connecting)) {
+      self.close({Operation::connect, unwatched});
+    } else {
+      self.beginConnect(port);
+    }
+  });
+  return true;
+}
+
+void StreamSocket::beginConnect(std::uint16_t port) {
+  std::error_code code;
+  SocketCalls::connect(descriptor_.get(), {host_, port}, code);
+  if (code && code != std::errc::operation_in_progress) {
+    close({Operation::connect, code});
+    return;
+  }
+  source_->whenWritable([weak = weak_from_this(), port] {
+    if (const auto self = weak.lock()) self->finishConnect(port);
+  });
+}
+
+void StreamSocket::finishConnect(std::uint16_t port) {
+  if (state_ != State::connecting) return;
+  if (const std::error_code code = SocketCalls::connectResult(descriptor_.get())) {
+    close({Operation::connect, code});
+    return;
+  }
+  state_ = State::connected;
+  localPort_ = SocketCalls::localPort(descriptor_.get());
+  if (const auto delegate = delegate_.lock()) delegate->socketDidConnectToHost(*this, host_, port);
+  runLoop();
+}
+
+bool StreamSocket::acceptOnPort(std::uint16_t port, SocketError& error) {
+  std::error_code code;
+  auto descriptor = std::make_shared<FileDescriptor>(SocketCalls::listen(port, code));
+  error = {code ? Operation::listen : Operation::none, code};
+  if (code) return false;
+  localPort_ = SocketCalls::localPort(descriptor->get());
+  onQueue([descriptor](StreamSocket& self) {
+    if (const std::error_code unwatched = self.open(std::move(*descriptor), State::listening)) {
+      self.close({Operation::listen, unwatched});
+    } else {
+      self.acceptWaiting();
+    }
+  });
+  return true;
+}
+
+void StreamSocket::acceptWaiting() {
+  for (int i = 0; i < acceptBatch && state_ == State::listening; ++i) {
+    std::string host;
+    std::error_code code;
+    FileDescriptor accepted = SocketCalls::accept(descriptor_.get(), host, code);
+    if (isShortageOfResources(code)) {
+      wakeIn(acceptPause);
+      return;
+    }
+    if (code == std::errc::operation_would_block) break;
+    if (accepted) adopt(std::move(accepted), std::move(host));
+  }
+  if (state_ != State::listening) return;
+  source_->whenReadable([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->acceptWaiting();
+  });
+}
+
+void StreamSocket::adopt(FileDescriptor descriptor, std::string host) {
+  const auto delegate = delegate_.lock();
+  if (!delegate) return;
+  auto accepted = std::make_shared<StreamSocket>(std::weak_ptr<GCDAsyncSocketDelegate>(), queue_);
+  accepted->host_ = std::move(host);
+  accepted->localPort_ = SocketCalls::localPort(descriptor.get());
+  const std::error_code unwatched = accepted->open(std::move(descriptor), State::connected);
+  if (!unwatched) delegate->socketDidAcceptNewSocket(*this, std::move(accepted));
+}
+
+void StreamSocket::disconnect() {
+  onQueue([](StreamSocket& self) { self.close({}); });
+}
+
+void StreamSocket::disconnectWithReset() {
+  onQueue([](StreamSocket& self) { self.close({}, true); });
+}
+
+void StreamSocket::disconnectAfterWriting() {
+  onQueue([](StreamSocket& self) {
+    self.closesAfterWriting_ = true;
+    self.scheduleLoop();
+  });
+}
+
+void StreamSocket::beginDraining() {
+  SocketCalls::shutdownSending(descriptor_.get());
+  state_ = State::draining;
+  reader_.clear();
+  writer_.clear();
+  undrained_ = SocketCalls::unacknowledgedBytes(descriptor_.get());
+  drainedAt_ = queue_->clock()->monotonicNow();
+  wakeIn(drainInterval);
+  drain();
+}
+
+void StreamSocket::drain() {
+  std::array<char, 4096> unexpected;
+  std::error_code code;
+  std::size_t count = 0;
+  do {
+    count = SocketCalls::receive(descriptor_.get(), unexpected, code);
+  } while (!code && count > 0);
+  if (code == std::errc::operation_would_block) {
+    waitReadable();
+  } else {
+    close({code ? Operation::write : Operation::none, code});
+  }
+}
+
+void StreamSocket::checkDraining() {
+  const Time now = queue_->clock()->monotonicNow();
+  const std::uint64_t left = SocketCalls::unacknowledgedBytes(descriptor_.get());
+  if (left < undrained_) drainedAt_ = now;
+  undrained_ = left;
+  if (now - drainedAt_ >= Seconds(drainSeconds)) {
+    close({});
+  } else {
+    wakeIn(drainInterval);
+  }
+}
+
+void StreamSocket::close(const SocketError& error, bool reset) {
+  if (state_ == State::fresh || state_ == State::closed) return;
+  state_ = State::closed;
+  if (reset) SocketCalls::resetOnClose(descriptor_.get());
+  alarm_.reset();
+  source_.reset();
+  descriptor_.reset();
+  reader_.clear();
+  writer_.clear();
+  // Later, so that a delegate that closes the socket has done its own part before it hears of the end.
+  queue_->async([self = shared_from_this(), error] {
+    if (const auto delegate = self->delegate_.lock()) delegate->socketDidDisconnect(*self, error);
+  });
+}
+
+}  // namespace vesko

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Clock.h"
+#include "Platform/DispatchSource.h"
+#include "Platform/FileDescriptor.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "Platform/StreamReader.h"
+#include "Platform/StreamWriter.h"
+
+namespace vesko {
+
+/// `GCDAsyncSocket` on the system's sockets.
+///
+/// One loop does all work on the delegate queue: it serves reads and writes, calling the delegate as it goes, until
+/// neither gets any further, flushes what was gathered and only then waits. States: fresh to listening, or fresh over
+/// connecting to connected, draining; from any of them to closed.
+class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from_this<StreamSocket> {
+ public:
+  StreamSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate, std::shared_ptr<DispatchQueue> delegateQueue);
+  ~StreamSocket() override;
+
+  void setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) override;
+  [[nodiscard]] bool connectToHost(const std::string& host, std::uint16_t port, SocketError& error) override;
+  [[nodiscard]] bool acceptOnPort(std::uint16_t port, SocketError& error) override;
+  void readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) override;
+  void readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
+                        std::int64_t tag) override;
+  void writeData(Data data, double timeout, std::int64_t tag) override;
+  void disconnect() override;
+  void disconnectWithReset() override;
+  void disconnectAfterWriting() override;
+  [[nodiscard]] std::string connectedHost() const override { return host_; }
+  [[nodiscard]] std::uint16_t localPort() const override { return localPort_; }
+
+ private:
+  enum class State : std::uint8_t { fresh, listening, connecting, connected, draining, closed };
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// When the operation that is first in line has to be complete; absent until it had to wait.
+  struct Deadline {
+    std::optional<Time> started;
+    Time expires;
+  };
+
+  // StreamSocket.cpp: the life of a connection
+  void onQueue(std::function<void(StreamSocket&)> work);
+  [[nodiscard]] std::error_code open(FileDescriptor descriptor, State state);
+  void beginConnect(std::uint16_t port);
+  void finishConnect(std::uint16_t port);
+  void acceptWaiting();
+  void adopt(FileDescriptor descriptor, std::string host);
+  void beginDraining();
+  void drain();
+  void checkDraining();
+  void close(const SocketError& error, bool reset = false);
+
+  // StreamSocketLoop.cpp: moving bytes
+  void scheduleLoop();
+  void runLoop();
+  [[nodiscard]] StreamStep stepReader(GCDAsyncSocketDelegate& delegate);
+  [[nodiscard]] StreamStep stepWriter(GCDAsyncSocketDelegate& delegate);
+  void settle();
+  void waitUntilReady();
+  void waitReadable();
+  void waitWritable();
+
+  // StreamSocketLoop.cpp: time-outs
+  void watchDeadlines();
+  void watchDeadline(Deadline& deadline, std::optional<double> timeout, Time& earliest);
+  void wakeIn(std::chrono::steady_clock::duration delay);
+  void onAlarm();
+  void checkReadDeadline(Time now);
+  void checkWriteDeadline(Time now);
+
+  std::weak_ptr<GCDAsyncSocketDelegate> delegate_;
+  const std::shared_ptr<DispatchQueue> queue_;
+  State state_ = State::fresh;
+  FileDescriptor descriptor_;
+  std::unique_ptr<DispatchSource> source_;  // after the descriptor, which must outlive it
+  std::string host_;
+  std::atomic<std::uint16_t> localPort_{0};
+
+  StreamReader reader_;
+  StreamWriter writer_;
+  bool closesAfterWriting_ = false;
+  bool loopScheduled_ = false;
+  bool loopRunning_ = false;
+  bool waitingToRead_ = false;
+  bool waitingToWrite_ = false;
+
+  Deadline readDeadline_;
+  Deadline writeDeadline_;
+  std::unique_ptr<Alarm> alarm_;
+  std::optional<Time> alarmTime_;
+
+  std::uint64_t undrained_ = 0;
+  Time drainedAt_;
+};
+
+}  // namespace vesko

@@ -1,0 +1,159 @@
+#include <algorithm>
+#include <utility>
+
+#include "Platform/DirectoryHandle.h"
+#include "Platform/FileHandle.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/TransferStream.h"
+#include "VeskoKit/VeskoItem.h"
+
+namespace vesko {
+namespace {
+
+using FolderPointer = std::shared_ptr<const VeskoItemFolder>;
+
+struct Entry {
+  std::string leaf;
+  FileAttributes attributes;
+  std::error_code error;
+};
+
+VeskoFailureReason reasonForError(std::error_code error) {
+  if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
+    return VeskoFailureReason::notFound;
+  }
+  return error == std::errc::filename_too_long ? VeskoFailureReason::limit : VeskoFailureReason::notReadable;
+}
+
+VeskoFailureReason reasonForName(std::string_view name) noexcept {
+  using TransferStream::NameVerdict;
+  switch (TransferStream::checkName(name)) {
+    case NameVerdict::good:
+      return VeskoFailureReason::none;
+    case NameVerdict::unsafe:
+      return VeskoFailureReason::unsafeName;
+    case NameVerdict::invalid:
+      return VeskoFailureReason::invalidText;
+    case NameVerdict::tooLong:
+    case NameVerdict::tooDeep:
+      break;
+  }
+  return VeskoFailureReason::limit;
+}
+
+std::vector<Entry> entriesOf(const DirectoryHandle& folder, std::vector<std::string> leaves) {
+  std::vector<Entry> entries;
+  entries.reserve(leaves.size());
+  for (std::string& leaf : leaves) {
+    std::error_code error;
+    const FileAttributes attributes = folder.attributes(leaf, true, error);
+    if (!error && attributes.kind == EntryKind::file && !folder.isReadable(leaf)) {
+      error = std::make_error_code(std::errc::permission_denied);
+    }
+    entries.push_back({std::move(leaf), attributes, error});
+  }
+  return entries;
+}
+
+/// One walk. The recursion is as deep as a good name has components at most.
+class ItemWalk {
+ public:
+  explicit ItemWalk(std::vector<VeskoSkippedElement>& leftOut) : leftOut_(leftOut) {}
+
+  void addChosen(const std::string& path);
+  [[nodiscard]] VeskoItems takeItems() { return std::move(items_); }
+
+ private:
+  void addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryHandle> handle);
+  void addEntry(const FolderPointer& folder, Entry& entry);
+  void descend(std::string path, std::string name);
+  [[nodiscard]] bool isAncestor(const FileIdentity& identity) const noexcept {
+    return std::find(ancestors_.begin(), ancestors_.end(), identity) != ancestors_.end();
+  }
+  void leaveOut(std::string path, VeskoFailureReason reason, std::error_code error = {}) {
+    leftOut_.push_back({std::move(path), reason, error});
+  }
+  void leaveOut(std::string path, std::error_code error) { leaveOut(std::move(path), reasonForError(error), error); }
+
+  VeskoItems items_;
+  std::vector<FileIdentity> ancestors_;
+  std::vector<VeskoSkippedElement>& leftOut_;
+};
+
+void ItemWalk::addChosen(const std::string& path) {
+  const std::string name = lastPathComponent(path);
+  const VeskoFailureReason reason = reasonForName(name);
+  if (reason != VeskoFailureReason::none) return leaveOut(path, reason);
+
+  std::error_code error;
+  if (auto handle = DirectoryHandle::open(path, error)) {
+    return addFolder(std::make_shared<const VeskoItemFolder>(VeskoItemFolder{path, name}), std::move(handle));
+  }
+  if (error != std::errc::not_a_directory) return leaveOut(path, error);
+
+  if (!FileHandle::forReadingAtPath(path, error)) return leaveOut(path, error);
+  auto file = std::make_shared<VeskoFile>(path, name);
+  if (file->sourceError()) return leaveOut(path, file->sourceError());
+  items_.push_back(std::move(file));
+}
+
+void ItemWalk::addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryHandle> handle) {
+  std::error_code error;
+  const FileIdentity identity = handle->identity(error);
+  if (!error && isAncestor(identity)) error = std::make_error_code(std::errc::too_many_symbolic_link_levels);
+  std::vector<std::string> leaves;
+  if (!error) leaves = handle->contents(error);
+  if (error) leaveOut(folder->path, error);
+  // What could be listed before the error is sent all the same.
+  if (error && leaves.empty()) return;
+
+  items_.push_back(std::make_shared<VeskoDir>(folder));
+  auto entries = entriesOf(*handle, std::move(leaves));
+  // However deep the walk goes, it holds no descriptor on the way.
+  handle.reset();
+
+  ancestors_.push_back(identity);
+  for (Entry& entry : entries) addEntry(folder, entry);
+  ancestors_.pop_back();
+}
+
+void ItemWalk::addEntry(const FolderPointer& folder, Entry& entry) {
+  // An entry is asked for relative to its folder here, but opened by its path later: that must be possible, with its
+  // terminating 0.
+  if (folder->path.size() + 1 + entry.leaf.size() >= TransferStream::maximumNameLength) {
+    entry.error = std::make_error_code(std::errc::filename_too_long);
+  }
+  std::string name = stringByAppendingPathComponent(folder->name, entry.leaf);
+  const VeskoFailureReason nameReason = reasonForName(name);
+  const bool isGood = nameReason == VeskoFailureReason::none && !entry.error;
+  if (isGood && entry.attributes.kind == EntryKind::file) {
+    items_.push_back(std::make_shared<VeskoFile>(folder, std::move(entry.leaf), entry.attributes.size));
+    return;
+  }
+
+  std::string path = stringByAppendingPathComponent(folder->path, entry.leaf);
+  if (nameReason != VeskoFailureReason::none) return leaveOut(std::move(path), nameReason);
+  if (entry.error) return leaveOut(std::move(path), entry.error);
+  if (entry.attributes.kind != EntryKind::folder) {
+    return leaveOut(std::move(path), std::make_error_code(std::errc::invalid_argument));
+  }
+  descend(std::move(path), std::move(name));
+}
+
+void ItemWalk::descend(std::string path, std::string name) {
+  std::error_code error;
+  auto handle = DirectoryHandle::open(path, error);
+  if (!handle) return leaveOut(std::move(path), error);
+  addFolder(std::make_shared<const VeskoItemFolder>(VeskoItemFolder{std::move(path), std::move(name)}),
+            std::move(handle));
+}
+
+}  // namespace
+
+VeskoItems walkPaths(const std::vector<std::string>& paths, std::vector<VeskoSkippedElement>& leftOut) {
+  ItemWalk walk(leftOut);
+  for (const std::string& path : paths) walk.addChosen(path);
+  return walk.takeItems();
+}
+
+}  // namespace vesko

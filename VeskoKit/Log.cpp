@@ -1,0 +1,207 @@
+#include "VeskoKit/Log.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "Platform/TextEncoding.h"
+
+namespace vesko::Log {
+namespace {
+
+constexpr std::size_t flushSize = 64 * 1024;
+constexpr std::chrono::milliseconds flushDelay{100};
+
+// Apart from the journal, so that asking never waits, and valid until the process is gone.
+std::atomic<bool> enabled{true};
+
+// Hands whole lines to a file at once, so that they stay whole where several processes append.
+class GatheringSink final : public LogSink {
+ public:
+  using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+  explicit GatheringSink(File file) noexcept : file_(std::move(file)) {}
+  GatheringSink(const GatheringSink&) = delete;
+  GatheringSink& operator=(const GatheringSink&) = delete;
+  ~GatheringSink() override { GatheringSink::flush(); }
+
+  void write(std::string_view line) override {
+    waiting_ += line;
+    if (waiting_.size() >= flushSize) flush();
+  }
+
+  // A log that cannot be written has nowhere to say so; the lines are dropped.
+  void flush() override {
+    if (waiting_.empty()) return;
+    std::fwrite(waiting_.data(), 1, waiting_.size(), file_.get());
+    std::fflush(file_.get());
+    waiting_.clear();
+  }
+
+ private:
+  File file_;
+  std::string waiting_;
+};
+
+// The sink of the process and the thread that flushes it. The one lock makes the calls of a sink come one at a time.
+class Journal {
+ public:
+  void setSink(std::shared_ptr<LogSink> sink) {
+    const std::lock_guard setting(setting_);
+    stopFlusher();
+    const std::lock_guard lock(mutex_);
+    if (sink_) sink_->flush();
+    sink_.swap(sink);
+    hasDefaultSink_ = false;
+    lineWaits_ = false;
+    stopping_ = false;
+    enabled.store(sink_ != nullptr, std::memory_order_relaxed);
+  }
+
+  void write(std::string_view line) {
+    const std::lock_guard lock(mutex_);
+    if (std::exchange(hasDefaultSink_, false)) sink_ = standardOutputSink();
+    if (!sink_) return;
+    sink_->write(line);
+    if (!std::exchange(lineWaits_, true)) wakeFlusher();
+  }
+
+ private:
+  void wakeFlusher() {
+    if (stopping_) return;
+    if (flusher_.joinable()) return wake_.notify_one();
+    try {
+      flusher_ = std::thread([this] { flushLines(); });
+    } catch (const std::system_error&) {
+      // No thread to be had: this line is not held back, and the next one tries again.
+      sink_->flush();
+      lineWaits_ = false;
+    }
+  }
+
+  void flushLines() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+      wake_.wait(lock, [this] { return lineWaits_ || stopping_; });
+      wake_.wait_for(lock, flushDelay, [this] { return stopping_; });
+      sink_->flush();
+      lineWaits_ = false;
+    }
+  }
+
+  void stopFlusher() {
+    std::thread flusher;
+    {
+      const std::lock_guard lock(mutex_);
+      stopping_ = true;
+      flusher.swap(flusher_);
+    }
+    wake_.notify_one();
+    if (flusher.joinable()) flusher.join();
+  }
+
+  std::mutex setting_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::shared_ptr<LogSink> sink_;
+  bool hasDefaultSink_ = true;  // made by the first line, so that a process that wants another never has it
+  bool lineWaits_ = false;
+  bool stopping_ = false;
+  std::thread flusher_;
+};
+
+// Never destroyed: other threads may write lines while the process ends. What waits is flushed all the same.
+Journal& journal() {
+  static Journal* const shared = new Journal;
+  static const struct AtExit {
+    ~AtExit() { shared->setSink(nullptr); }
+  } atExit;
+  return *shared;
+}
+
+bool isPlain(char byte) noexcept { return byte >= 0x20 && byte < 0x7F; }
+
+// Whether a character would end the line, drive a terminal or reorder what stands around it.
+bool mustBeEscaped(char32_t character) noexcept {
+  constexpr std::pair<char32_t, char32_t> ranges[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x61C, 0x61C},
+                                                      {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
+  return std::any_of(std::begin(ranges), std::end(ranges),
+                     [character](auto range) { return character >= range.first && character <= range.second; });
+}
+
+void appendHex(std::string& line, std::uint32_t number) {
+  std::array<char, 8> digits;
+  const auto end = std::to_chars(digits.begin(), digits.end(), number, 16).ptr;
+  line.append(digits.begin(), end);
+}
+
+// Appends the first character of `text`, escaped if need be, and returns the bytes it took.
+std::size_t appendFirstCharacter(std::string& line, std::string_view text) {
+  const auto [codePoint, length] = firstUtf8Character(text);
+  if (length == 0) {
+    line += "\\x";
+    appendHex(line, static_cast<std::uint8_t>(text.front()));
+    return 1;
+  }
+  if (mustBeEscaped(codePoint)) {
+    line += "\\u{";
+    appendHex(line, codePoint);
+    line += '}';
+  } else {
+    line += text.substr(0, length);
+  }
+  return length;
+}
+
+}  // namespace
+
+void setSink(std::shared_ptr<LogSink> sink) { journal().setSink(std::move(sink)); }
+
+std::shared_ptr<LogSink> fileSink(const std::string& path) {
+  GatheringSink::File file(std::fopen(path.c_str(), "a"), [](std::FILE* open) { return std::fclose(open); });
+  if (!file) throw std::system_error(errno, std::generic_category(), path);
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);
+  return std::make_shared<GatheringSink>(std::move(file));
+}
+
+std::shared_ptr<LogSink> standardOutputSink() {
+  return std::make_shared<GatheringSink>(GatheringSink::File(stdout, [](std::FILE*) { return 0; }));
+}
+
+bool isEnabled() noexcept { return enabled.load(std::memory_order_relaxed); }
+
+std::string escaped(std::string_view text) {
+  std::string line;
+  detail::append(line, text);
+  return line;
+}
+
+void detail::append(std::string& line, std::string_view text) {
+  while (!text.empty()) {
+    const auto plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+    line += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (!text.empty()) text.remove_prefix(appendFirstCharacter(line, text));
+  }
+}
+
+void detail::append(std::string& line, double number) {
+  std::array<char, 400> digits;  // the largest double has 309 digits, the smallest some 340 behind its point
+  const auto end = std::to_chars(digits.begin(), digits.end(), number, std::chars_format::fixed).ptr;
+  const std::string_view written(digits.begin(), static_cast<std::size_t>(end - digits.begin()));
+  line += written;
+  if (written.find_first_not_of("-0123456789") == std::string_view::npos) line += ".0";
+}
+
+void detail::write(std::string_view line) { journal().write(line); }
+
+}  // namespace vesko::Log

@@ -1,0 +1,87 @@
+#include <utility>
+
+#include "Platform/DateFormatter.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/ReceivedItemStorage.h"
+
+namespace vesko {
+namespace {
+
+/// Moves an entry into `base` under the first free of `wanted`, "wanted (2)", "wanted (3)" and so on; that name.
+std::string moveToFreeName(const DirectoryHandle& folder, const std::string& entry, const DirectoryHandle& base,
+                           const std::string& wanted, std::error_code& error) {
+  auto candidate = wanted;
+  for (std::uint64_t counter = 2;; ++counter) {
+    folder.moveWithoutReplacing(entry, base, candidate, error);
+    if (error != std::errc::file_exists) return candidate;
+    candidate = ReceivedItemNames::numberedName(wanted, counter);
+  }
+}
+
+std::string nameForSeveral(std::chrono::system_clock::time_point startTime) {
+  return sanitizedString("Received by Vesko at " + DateFormatter("yyyy-MM-dd hh-mm").stringFromDate(startTime));
+}
+
+/// True when the folder is one that a transfer of this user left behind. It is locked then, for as long as it is held.
+bool isAbandoned(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
+  std::error_code error;
+  // Asked last: until the lock is ours the transfer may be alive, and deliver the folder under another name.
+  return folder.isOwnedByUser() && folder.tryLock(error) && base.leadsTo(name, folder);
+}
+
+}  // namespace
+
+std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
+  error.clear();
+  if (!root_) return std::nullopt;
+  if (!base_->leadsTo(name_, *root_)) {
+    error = std::make_error_code(std::errc::no_such_file_or_directory);
+    return std::nullopt;
+  }
+  const auto entries = root_->contents(error);
+  if (error) return std::nullopt;
+  std::string delivered;
+  if (entries.size() == 1) delivered = moveToFreeName(*root_, entries.front(), *base_, entries.front(), error);
+  if (entries.size() > 1) delivered = moveToFreeName(*base_, name_, *base_, nameForSeveral(startTime_), error);
+  if (error) return std::nullopt;
+  if (entries.size() > 1) {
+    close();
+  } else {
+    remove();
+  }
+  return delivered.empty() ? delivered : stringByAppendingPathComponent(basePath_, delivered);
+}
+
+void ReceivedItemStorage::remove() {
+  if (!root_) return;
+  std::error_code error;
+  // What cannot be removed now is left to the next sweep.
+  if (base_->leadsTo(name_, *root_)) base_->removeTree(name_, error);
+  close();
+}
+
+void ReceivedItemStorage::close() noexcept {
+  base_.reset();
+  root_.reset();
+  parent_.reset();
+  parentFolders_.clear();
+  lastFile_.clear();
+}
+
+std::size_t ReceivedItemStorage::sweep(const std::string& basePath) {
+  std::size_t count = 0;
+  std::error_code error;
+  const auto base = DirectoryHandle::open(basePath, error);
+  if (!base) return count;
+  for (const auto& name : base->contents(error)) {
+    if (!ReceivedItemNames::isStorageName(name)) continue;
+    const auto folder = base->openFolder(name, error);
+    if (!folder || !isAbandoned(*base, name, *folder)) continue;
+    base->removeTree(name, error);
+    if (!error) ++count;
+  }
+  return count;
+}
+
+}  // namespace vesko

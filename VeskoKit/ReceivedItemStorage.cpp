@@ -1,0 +1,175 @@
+#include "VeskoKit/ReceivedItemStorage.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <limits>
+#include <utility>
+
+#include "Platform/DateFormatter.h"
+#include "Platform/FileHandle.h"
+#include "Platform/FileManager.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/TransferStream.h"
+
+namespace vesko {
+namespace {
+
+/// Names that are taken although nobody can guess them mean trouble, not bad luck.
+constexpr int maximumAttempts = 16;
+
+/// From this size on (bytes) an element is worth asking the file system for its free space.
+constexpr std::uint64_t largeElement = 1024 * 1024;
+
+/// What the name of one element may bring about; everything else is wrong with the disk, and so with the elements to
+/// come.
+constexpr std::array errorsOfName = {
+    std::errc::filename_too_long,
+    std::errc::invalid_argument,
+    std::errc::illegal_byte_sequence,
+    std::errc::not_a_directory,
+    std::errc::is_a_directory,
+    std::errc::file_exists,
+    std::errc::too_many_symbolic_link_levels,
+};
+
+ReceivedItemStorage::Preparation preparation(std::error_code error, std::shared_ptr<FileHandle> file = nullptr) {
+  using Verdict = ReceivedItemStorage::Verdict;
+  if (!error) return {Verdict::stored, std::move(file), error};
+  const bool isOfName = std::ranges::any_of(errorsOfName, [&](std::errc code) { return error == code; });
+  return {isOfName ? Verdict::dropped : Verdict::failed, nullptr, error};
+}
+
+/// Locks the folder against sweepers, unless the file system has no locks, and so no sweepers either. False when one
+/// was quicker: it takes the folder for a dead transfer's and removes it.
+bool claim(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
+  std::error_code error;
+  const bool isLockedByAnother = !folder.tryLock(error) && !error;
+  return !isLockedByAnother && base.leadsTo(name, folder);
+}
+
+void makeFolder(const DirectoryHandle& parent, const std::string& name, std::error_code& error) {
+  parent.makeFolder(name, error);
+  if (error != std::errc::file_exists) return;
+  const auto kind = parent.attributes(name, false, error).kind;
+  if (!error && kind != EntryKind::folder) error = std::make_error_code(std::errc::not_a_directory);
+}
+
+std::shared_ptr<DirectoryHandle> openOrMakeFolder(const DirectoryHandle& parent, const std::string& name,
+                                                  std::error_code& error) {
+  auto folder = parent.openFolder(name, error);
+  if (error != std::errc::no_such_file_or_directory) return folder;
+  makeFolder(parent, name, error);
+  return error ? nullptr : parent.openFolder(name, error);
+}
+
+std::shared_ptr<FileHandle> makeFile(const DirectoryHandle& parent, const std::string& name, std::error_code& error) {
+  auto file = parent.makeFile(name, error);
+  if (error != std::errc::file_exists) return file;
+  parent.removeFile(name, error);
+  return error ? nullptr : parent.makeFile(name, error);
+}
+
+}  // namespace
+
+ReceivedItemStorage::ReceivedItemStorage(std::string basePath, std::chrono::system_clock::time_point startTime,
+                                         std::function<std::string()> randomText)
+    : basePath_(std::move(basePath)), startTime_(startTime), randomText_(std::move(randomText)) {
+  chooseName();
+}
+
+ReceivedItemStorage::~ReceivedItemStorage() { remove(); }
+
+void ReceivedItemStorage::chooseName() {
+  const auto start = std::string(ReceivedItemNames::storagePrefix) +
+                     DateFormatter(std::string(ReceivedItemNames::storageDateFormat)).stringFromDate(startTime_);
+  do {
+    name_ = start + randomText_();
+    path_ = stringByAppendingPathComponent(basePath_, name_);
+  } while (FileManager::fileExistsAtPath(path_));
+}
+
+std::error_code ReceivedItemStorage::makeStorageFolder() {
+  std::error_code error;
+  if (root_) return error;
+  FileManager::createDirectoryAtPath(basePath_, error);
+  if (!error) base_ = DirectoryHandle::open(basePath_, error);
+  if (error) return error;
+  for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
+    if (attempt > 0) chooseName();
+    base_->makeFolder(name_, error);
+    if (error == std::errc::file_exists) continue;
+    if (error) return error;
+    auto folder = base_->openFolder(name_, error);
+    if (error && error != std::errc::no_such_file_or_directory) return error;
+    if (folder && claim(*base_, name_, *folder)) {
+      parent_ = root_ = std::move(folder);
+      return error;
+    }
+  }
+  return std::make_error_code(std::errc::device_or_resource_busy);
+}
+
+bool ReceivedItemStorage::hasRoomFor(std::uint64_t size) {
+  if (size >= largeElement || size > estimatedFreeBytes_) {
+    std::error_code error;
+    estimatedFreeBytes_ = root_->freeBytes(error);
+    if (error) estimatedFreeBytes_ = std::numeric_limits<std::uint64_t>::max();
+  }
+  if (size > estimatedFreeBytes_) return false;
+  estimatedFreeBytes_ -= size;
+  return true;
+}
+
+std::error_code ReceivedItemStorage::enterFolder(std::vector<std::string> folders) {
+  std::error_code error;
+  const auto [held, wanted] = std::ranges::mismatch(parentFolders_, folders);
+  const bool isBelowHeld = held == parentFolders_.end();
+  auto folder = isBelowHeld ? parent_ : root_;
+  for (auto name = isBelowHeld ? wanted : folders.begin(); name != folders.end(); ++name) {
+    folder = openOrMakeFolder(*folder, *name, error);
+    if (error) return error;
+  }
+  parent_ = std::move(folder);
+  parentFolders_ = std::move(folders);
+  return error;
+}
+
+std::string ReceivedItemStorage::enterParentOf(std::string_view name, std::error_code& error) {
+  auto components = TransferStream::componentsOfName(name);
+  auto leaf = std::move(components.back());
+  components.pop_back();
+  error = enterFolder(std::move(components));
+  return leaf;
+}
+
+ReceivedItemStorage::Preparation ReceivedItemStorage::prepareFolder(std::string_view name) {
+  assert(TransferStream::checkName(name) == TransferStream::NameVerdict::good);
+  lastFile_.clear();
+  auto error = makeStorageFolder();
+  if (error) return {Verdict::failed, nullptr, error};
+  const auto leaf = enterParentOf(name, error);
+  if (!error) makeFolder(*parent_, leaf, error);
+  return preparation(error);
+}
+
+ReceivedItemStorage::Preparation ReceivedItemStorage::prepareFile(std::string_view name, std::uint64_t size) {
+  assert(TransferStream::checkName(name) == TransferStream::NameVerdict::good);
+  lastFile_.clear();
+  auto error = makeStorageFolder();
+  if (!error && !hasRoomFor(size)) error = std::make_error_code(std::errc::no_space_on_device);
+  if (error) return {Verdict::failed, nullptr, error};
+  auto leaf = enterParentOf(name, error);
+  if (error) return preparation(error);
+  auto file = makeFile(*parent_, leaf, error);
+  if (!error) lastFile_ = std::move(leaf);
+  return preparation(error, std::move(file));
+}
+
+void ReceivedItemStorage::discardLastFile() {
+  std::error_code error;
+  if (!lastFile_.empty()) parent_->removeFile(std::exchange(lastFile_, {}), error);
+}
+
+}  // namespace vesko

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <system_error>
+
+#include "Platform/SocketError.h"
+#include "VeskoKit/VeskoTransferOutcome.h"
+
+namespace vesko::TransferFailure {
+
+/// The outcome of a transfer that failed while `operation` was being done, with `element` under way.
+[[nodiscard]] VeskoTransferOutcome make(VeskoFailureReason reason, std::string operation, std::error_code error,
+                                        std::string element);
+
+/// The outcome of a transfer whose connection ended before its time.
+[[nodiscard]] VeskoTransferOutcome fromSocket(const SocketError& error, std::string element);
+
+/// The outcome of a transfer whose own side ended it.
+[[nodiscard]] VeskoTransferOutcome cancelled();
+
+/// What an error of a file that is being sent means.
+[[nodiscard]] VeskoFailureReason reasonOfSource(std::error_code error);
+
+/// What an error of the disk that is being received to means.
+[[nodiscard]] VeskoFailureReason reasonOfStorage(std::error_code error);
+
+}  // namespace vesko::TransferFailure

@@ -1,0 +1,329 @@
+#include "VeskoKit/VeskoIncomingTransfer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/FileHandle.h"
+#include "Platform/FileManager.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "Platform/TextEncoding.h"
+#include "VeskoKit/Log.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/ReceivedItemStorage.h"
+#include "VeskoKit/TransferFailure.h"
+#include "VeskoKit/TransferStream.h"
+
+namespace vesko {
+
+namespace {
+
+/// Seconds for the metadata, a name byte and a size field, and for one read of a body.
+constexpr double headerTimeout = 5.0;
+constexpr double bodyTimeout = 60.0;
+
+/// Bytes of one read of a body, and how many of them are in flight.
+constexpr std::uint64_t bodyReadLength = 10'485'760;
+constexpr int bodyReadsAtStart = 4;
+
+/// Bytes between two reports from within a body read.
+constexpr std::uint64_t partialReportInterval = 1'024'000;
+
+/// Letters and digits at the end of the storage folder's name.
+constexpr std::int64_t storageNameLength = 32;
+
+}  // namespace
+
+class VeskoIncomingTransfer::SocketEvents final : public GCDAsyncSocketDelegate {
+ public:
+  explicit SocketEvents(std::weak_ptr<VeskoIncomingTransfer> transfer) : transfer_(std::move(transfer)) {}
+
+  void socketDidReadData(GCDAsyncSocket& socket, const Data& data, std::int64_t tag) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidReadData(socket, data, tag);
+  }
+  void socketDidReadPartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidReadPartialDataOfLength(socket, length, tag);
+  }
+  void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidDisconnect(socket, error);
+  }
+
+ private:
+  std::weak_ptr<VeskoIncomingTransfer> transfer_;
+};
+
+VeskoIncomingTransfer::VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
+                                             std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+                                             std::shared_ptr<DispatchQueue> queue,
+                                             VeskoIncomingTransferSettings settings)
+    : socket_(std::move(socket)),
+      delegate_(std::move(delegate)),
+      queue_(std::move(queue)),
+      settings_(std::move(settings)),
+      key_(std::move(key)),
+      remoteAddress_(socket_->connectedHost()),
+      startTime_(queue_->clock()->now()) {}
+
+VeskoIncomingTransfer::~VeskoIncomingTransfer() = default;
+
+std::shared_ptr<VeskoIncomingTransfer> VeskoIncomingTransfer::make(
+    std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+    std::shared_ptr<DispatchQueue> queue, VeskoIncomingTransferSettings settings) {
+  auto transfer = std::shared_ptr<VeskoIncomingTransfer>(new VeskoIncomingTransfer(
+      std::move(socket), std::move(key), std::move(delegate), std::move(queue), std::move(settings)));
+  transfer->begin();
+  return transfer;
+}
+
+void VeskoIncomingTransfer::begin() {
+  std::error_code error;
+  basePath_ = settings_.downloadsFolder.empty() ? FileManager::downloadsDirectory(error) : settings_.downloadsFolder;
+  storage_ = std::make_unique<ReceivedItemStorage>(
+      basePath_, startTime_, [this] { return generateRandomStringWithLength(storageNameLength); });
+  currentBasePath_ = storage_->path();
+  events_ = std::make_shared<SocketEvents>(weak_from_this());
+  socket_->setDelegate(events_);
+  if (delegate_) delegate_->incomingTransferDidStart(*this);
+  if (error) {
+    queue_->async([self = shared_from_this(), error] {
+      self->fail(VeskoFailureReason::storage, "finding the downloads folder", error);
+    });
+  } else {
+    socket_->readDataToLength(TransferStream::metadataLength, headerTimeout, tagMetadata);
+  }
+}
+
+std::string VeskoIncomingTransfer::generateRandomStringWithLength(std::int64_t length) const {
+  return vesko::generateRandomStringWithLength(length);
+}
+
+void VeskoIncomingTransfer::socketDidReadData(GCDAsyncSocket& /*socket*/, const Data& data, std::int64_t tag) {
+  Log::line("Incoming didRead", data.size(), tag);
+  if (ended_) return;
+  if (tag == tagFileName) {
+    didReadNameByte(data);
+  } else if (tag == tagFileBody) {
+    didReadBody(data);
+  } else if (tag == tagFileSize) {
+    didReadSize(data);
+  } else if (tag == tagMetadata) {
+    didReadMetadata(data);
+  }
+}
+
+void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
+  const TransferStream::Metadata metadata = TransferStream::decodeMetadata(data);
+  elementCount = metadata.elementCount;
+  totalSize = metadata.totalSize;
+  Log::line("Incoming transfer elements=", metadata.elementCount, metadata.totalSize);
+  reportProgress(0, 0);
+  doNextFile();
+}
+
+void VeskoIncomingTransfer::doNextFile() {
+  if (currentElementPlusOne >= elementCount) {
+    finish();
+    return;
+  }
+  currentElementPlusOne += 1;
+  currentNameBuffer_.clear();
+  currentName_.reset();
+  socket_->readDataToLength(1, headerTimeout, tagFileName);
+}
+
+void VeskoIncomingTransfer::didReadNameByte(const Data& data) {
+  const char byte = data.view().front();
+  if (byte == '\0') {
+    didReadName();
+  } else if (currentNameBuffer_.size() == TransferStream::maximumNameLength) {
+    fail(VeskoFailureReason::limit, "receiving a name");
+  } else {
+    currentNameBuffer_ += byte;
+    socket_->readDataToLength(1, headerTimeout, tagFileName);
+  }
+}
+
+void VeskoIncomingTransfer::didReadName() {
+  using TransferStream::NameVerdict;
+  currentName_ = currentNameBuffer_;
+  buffer_.reset();
+  const NameVerdict verdict = TransferStream::checkName(*currentName_);
+  if (verdict != NameVerdict::good) {
+    const auto reason = verdict == NameVerdict::unsafe    ? VeskoFailureReason::unsafeName
+                        : verdict == NameVerdict::invalid ? VeskoFailureReason::invalidText
+                                                          : VeskoFailureReason::limit;
+    fail(reason, "receiving a name");
+    return;
+  }
+  if (TransferStream::isText(*currentName_, elementCount)) {
+    currentPath_ = "";
+    buffer_ = "";
+  } else {
+    currentPath_ = stringByAppendingPathComponent(currentBasePath_, *currentName_);
+    Log::line("Incoming path: ", *currentPath_);
+  }
+  reportProgress(currentElementPlusOne - 1, currentSize);
+  socket_->readDataToLength(TransferStream::sizeFieldLength, headerTimeout, tagFileSize);
+}
+
+void VeskoIncomingTransfer::didReadSize(const Data& data) {
+  const std::uint64_t sizeField = TransferStream::decodeSizeField(data);
+  Log::line("Incoming item size: ", sizeField);
+  const bool isFolder = sizeField == TransferStream::folderMark;
+  currentElementSize = isFolder ? 0 : sizeField;
+  if (isFolder ? prepareFolder() : prepareBody()) doNextChunk();
+}
+
+bool VeskoIncomingTransfer::prepareFolder() {
+  buffer_.reset();  // the mark always means a folder, whatever the name
+  const auto prepared = storage_->prepareFolder(*currentName_);
+  return accept(prepared.error, prepared.verdict == ReceivedItemStorage::Verdict::dropped);
+}
+
+bool VeskoIncomingTransfer::prepareBody() {
+  if (buffer_) {
+    const bool acceptable = currentElementSize <= TransferStream::maximumTextLength;
+    if (!acceptable) fail(VeskoFailureReason::limit, "receiving a text");
+    return acceptable;
+  }
+  auto prepared = storage_->prepareFile(*currentName_, currentElementSize);
+  currentFile_ = std::move(prepared.file);
+  const bool dropped = prepared.verdict == ReceivedItemStorage::Verdict::dropped;
+  if (dropped && currentElementSize > 0) {
+    std::error_code error;
+    droppedBody_ = FileHandle::nullDevice(error);
+    if (error) return accept(error, false);
+  }
+  return accept(prepared.error, dropped);
+}
+
+/// Settles what the storage said of an element: true when the transfer goes on.
+bool VeskoIncomingTransfer::accept(std::error_code error, bool dropped) {
+  if (!error) return true;
+  const VeskoFailureReason reason = TransferFailure::reasonOfStorage(error);
+  if (!dropped) {
+    fail(reason, "storing", error);
+    return false;
+  }
+  if (droppedCount_++ < VeskoTransferOutcome::maximumListed) dropped_.push_back({*currentName_, reason, error});
+  return true;
+}
+
+void VeskoIncomingTransfer::doNextChunk() {
+  if (queuedSize < currentElementSize) {
+    for (int allowance = queuedSize == 0 ? bodyReadsAtStart : 1; allowance > 0 && queuedSize < currentElementSize;
+         --allowance) {
+      const std::uint64_t length = std::min(bodyReadLength, currentElementSize - queuedSize);
+      readBody(length);
+      queuedSize += length;
+    }
+  } else if (currentSize >= currentElementSize) {
+    completeElement();
+  }
+}
+
+void VeskoIncomingTransfer::readBody(std::uint64_t length) {
+  if (buffer_) {
+    socket_->readDataToLength(length, bodyTimeout, tagFileBody);
+  } else {
+    socket_->readDataToLength(length, currentFile_ ? currentFile_ : droppedBody_, bodyTimeout, tagFileBody);
+  }
+}
+
+void VeskoIncomingTransfer::didReadBody(const Data& data) {
+  if (buffer_) buffer_->append(data.view());
+  partialSize = 0;
+  lastReportedPartialSize = 0;
+  currentSize += data.size();
+  Log::line("Incoming chunk: ", data.size(), std::uint64_t{currentSize}, std::uint64_t{currentElementSize});
+  reportProgress(currentElementPlusOne - 1, currentSize);
+  doNextChunk();
+}
+
+void VeskoIncomingTransfer::socketDidReadPartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t length,
+                                                             std::int64_t tag) {
+  if (tag != tagFileBody || ended_) return;
+  partialSize += length;
+  if (partialSize < lastReportedPartialSize + partialReportInterval) return;
+  lastReportedPartialSize = partialSize;
+  reportProgress(currentElementPlusOne - 1, currentSize + partialSize);
+}
+
+void VeskoIncomingTransfer::completeElement() {
+  byteFinished += currentSize;
+  currentSize = 0;
+  queuedSize = 0;
+  Log::line("Finished file");
+  if (currentFile_) currentFile_->closeFile();
+  currentFile_.reset();
+  droppedBody_.reset();
+  reportProgress(currentElementPlusOne, 0);
+  if (buffer_) {
+    if (!isValidUtf8(*buffer_)) {
+      fail(VeskoFailureReason::invalidText, "receiving a text");
+      return;
+    }
+    if (delegate_) delegate_->incomingTransferDidReceiveText(*this, *buffer_);
+    buffer_.reset();
+  }
+  doNextFile();
+}
+
+void VeskoIncomingTransfer::finish() {
+  Log::line("Finished transfer");
+  socket_->disconnect();
+  socket_.reset();
+  std::error_code error;
+  const std::optional<std::string> path = storage_->settle(error);
+  if (error) {
+    fail(TransferFailure::reasonOfStorage(error), "moving what arrived to its place", error);
+    return;
+  }
+  if (path && delegate_) delegate_->incomingTransferDidSaveItems(*this, *path);
+  if (delegate_) delegate_->incomingTransferDidFinish(*this);
+  end({});
+}
+
+void VeskoIncomingTransfer::socketDidDisconnect(GCDAsyncSocket& /*socket*/, const SocketError& error) {
+  if (ended_) return;
+  const auto failure = TransferFailure::fromSocket(error, {});
+  fail(failure.reason, failure.operation, failure.error);
+}
+
+void VeskoIncomingTransfer::cancel() {
+  queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
+}
+
+void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
+  if (ended_) return;
+  auto outcome = reason == VeskoFailureReason::cancelled
+                     ? TransferFailure::cancelled()
+                     : TransferFailure::make(reason, std::move(operation), error, currentName());
+  if (socket_) socket_->disconnectWithReset();
+  if (std::exchange(currentFile_, nullptr)) storage_->discardLastFile();
+  if (settings_.keepPartial) {
+    std::error_code unsettled;
+    outcome.keptPath = storage_->settle(unsettled).value_or("");
+  }
+  storage_->remove();
+  end(std::move(outcome));
+}
+
+void VeskoIncomingTransfer::end(VeskoTransferOutcome outcome) {
+  ended_ = true;
+  outcome.dropped = std::move(dropped_);
+  outcome.droppedCount = droppedCount_;
+  socket_.reset();
+  storage_.reset();
+  droppedBody_.reset();
+  buffer_.reset();
+  if (settings_.outcomeDelegate) settings_.outcomeDelegate->incomingTransferDidEnd(*this, outcome);
+}
+
+void VeskoIncomingTransfer::reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent) {
+  if (!delegate_) return;
+  delegate_->incomingTransferDidProgress(*this, elementCount, finishedElements, totalSize,
+                                         byteFinished + bytesOfCurrent, currentName_, currentPath_);
+}
+
+}  // namespace vesko

@@ -1,0 +1,179 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VeskoKit/Counter.h"
+#include "VeskoKit/VeskoPeer.h"
+#include "VeskoKit/VeskoTransferOutcome.h"
+
+namespace vesko {
+
+class Data;
+class DispatchQueue;
+class FileHandle;
+class GCDAsyncSocket;
+class GCDAsyncSocketDelegate;
+class ReceivedItemStorage;
+class VeskoIncomingTransfer;
+struct SocketError;
+
+/// Hears how incoming transfers get on. Every call comes on the queue of the transfer, which all incoming transfers of a
+/// service share: what takes long belongs elsewhere.
+class VeskoIncomingTransferDelegate {
+ public:
+  virtual ~VeskoIncomingTransferDelegate() = default;
+
+  /// A connection was accepted; nothing has been read yet. Once.
+  virtual void incomingTransferDidStart(VeskoIncomingTransfer& /*transfer*/) {}
+
+  /// Everything announced has arrived and has its final place. Once.
+  virtual void incomingTransferDidFinish(VeskoIncomingTransfer& /*transfer*/) {}
+
+  /// Keeps its place for programs that count on the order of these operations; never called.
+  virtual void incomingTransferReserved(VeskoIncomingTransfer& /*transfer*/) {}
+
+  /// After the metadata, each name, each completed body read, about every megabyte within one, and at each element's
+  /// end. `totalSize` is what the sender announced and may be untrue; `finishedBytes` counts bytes of bodies only. Name
+  /// and path are absent in the first report; `currentPath` lies in the storage folder and is "" for a text.
+  virtual void incomingTransferDidProgress(VeskoIncomingTransfer& /*transfer*/, std::uint64_t /*elementCount*/,
+                                           std::uint64_t /*finishedElements*/, std::uint64_t /*totalSize*/,
+                                           std::uint64_t /*finishedBytes*/,
+                                           const std::optional<std::string>& /*currentName*/,
+                                           const std::optional<std::string>& /*currentPath*/) {}
+
+  /// A snippet of text has arrived whole; `text` is UTF-8 and may hold anything else.
+  virtual void incomingTransferDidReceiveText(VeskoIncomingTransfer& /*transfer*/, const std::string& /*text*/) {}
+
+  /// What arrived has moved to `path`, its final place; "" when there was nothing to move.
+  virtual void incomingTransferDidSaveItems(VeskoIncomingTransfer& /*transfer*/, const std::string& /*path*/) {}
+};
+
+/// What a service decides for its incoming transfers.
+struct VeskoIncomingTransferSettings {
+  std::string downloadsFolder;  ///< where items go; empty: the current user's downloads folder
+  bool keepPartial = false;     ///< keep what had fully arrived when a transfer fails
+  std::shared_ptr<VeskoTransferOutcomeDelegate> outcomeDelegate;
+};
+
+/// The receiving end of one transfer: reads the stream from an accepted connection and stores what it carries.
+///
+/// Made on the queue it is given, and used there; the counters may be read on any thread.
+class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingTransfer> {
+ public:
+  /// Tags of the reads.
+  static constexpr std::int64_t tagMetadata = 1;
+  static constexpr std::int64_t tagFileSize = 2;
+  static constexpr std::int64_t tagFileBody = 3;
+  static constexpr std::int64_t tagFileName = 4;
+
+  /// A transfer for an accepted connection, its first read already issued; `queue` is the socket's delegate queue.
+  [[nodiscard]] static std::shared_ptr<VeskoIncomingTransfer> make(
+      std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+      std::shared_ptr<DispatchQueue> queue, VeskoIncomingTransferSettings settings = {});
+
+  virtual ~VeskoIncomingTransfer();
+  VeskoIncomingTransfer(const VeskoIncomingTransfer&) = delete;
+  VeskoIncomingTransfer& operator=(const VeskoIncomingTransfer&) = delete;
+
+  Counter<std::uint64_t> elementCount;             ///< elements announced
+  Counter<std::uint64_t> totalSize;                ///< bytes announced; passed on, never trusted
+  Counter<std::uint64_t> byteFinished;             ///< bytes of all completed elements
+  Counter<std::uint64_t> currentElementSize;       ///< bytes of the current body; 0 for a folder
+  Counter<std::uint64_t> currentElementPlusOne;    ///< number of the current element, from 1 on
+  Counter<std::uint64_t> currentSize;              ///< bytes of the current body in completed reads
+  Counter<std::uint64_t> partialSize;              ///< bytes of the body read in progress
+  Counter<std::uint64_t> lastReportedPartialSize;  ///< `partialSize` at the last report made from it
+  Counter<std::uint64_t> queuedSize;               ///< bytes of the current body for which reads were issued
+
+  /// The connection; none once the transfer has ended. This and the following: on the transfer's queue only.
+  [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
+  [[nodiscard]] std::string currentName() const { return currentName_.value_or(""); }
+  [[nodiscard]] std::string currentPath() const { return currentPath_.value_or(""); }
+  [[nodiscard]] const std::shared_ptr<FileHandle>& currentFile() const noexcept { return currentFile_; }
+  [[nodiscard]] const std::shared_ptr<VeskoIncomingTransferDelegate>& delegate() const noexcept { return delegate_; }
+
+  /// These never change; any thread.
+  [[nodiscard]] const std::string& key() const noexcept { return key_; }
+  [[nodiscard]] const std::string& basePath() const noexcept { return basePath_; }
+  [[nodiscard]] const std::string& currentBasePath() const noexcept { return currentBasePath_; }
+  [[nodiscard]] std::chrono::system_clock::time_point startTime() const noexcept { return startTime_; }
+  [[nodiscard]] const std::string& remoteAddress() const noexcept { return remoteAddress_; }  ///< the sender's
+
+  /// `length` random letters and digits. Requires: `length` at least 1.
+  [[nodiscard]] virtual std::string generateRandomStringWithLength(std::int64_t length) const;
+
+  /// Starts the next element, or ends the transfer when all announced ones are done.
+  virtual void doNextFile();
+
+  /// Issues reads for the current body, or completes the element when all of it has arrived.
+  virtual void doNextChunk();
+
+  /// Breaks the transfer off: the connection is reset, what arrived is removed, and the outcome is "cancelled", unless it
+  /// has already ended. Any thread.
+  void cancel();
+
+  /// True from the outcome on. Any thread.
+  [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
+
+  /// What the socket reports, on the transfer's queue; not for hosts.
+  void socketDidReadData(GCDAsyncSocket& socket, const Data& data, std::int64_t tag);
+  void socketDidReadPartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag);
+  void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error);
+
+ protected:
+  VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
+                        std::shared_ptr<VeskoIncomingTransferDelegate> delegate, std::shared_ptr<DispatchQueue> queue,
+                        VeskoIncomingTransferSettings settings);
+
+  /// The rest of the construction, for which the object has to exist: chooses the storage folder, tells the observer of
+  /// the start and issues the first read.
+  void begin();
+
+ private:
+  class SocketEvents;
+
+  void didReadMetadata(const Data& data);
+  void didReadNameByte(const Data& data);
+  void didReadName();
+  void didReadSize(const Data& data);
+  void didReadBody(const Data& data);
+  [[nodiscard]] bool prepareFolder();
+  [[nodiscard]] bool prepareBody();
+  [[nodiscard]] bool accept(std::error_code error, bool dropped);
+  void readBody(std::uint64_t length);
+  void completeElement();
+  void finish();
+  void reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent);
+  void fail(VeskoFailureReason reason, std::string operation, std::error_code error = {});
+  void end(VeskoTransferOutcome outcome);
+
+  std::shared_ptr<GCDAsyncSocket> socket_;
+  std::shared_ptr<SocketEvents> events_;
+  std::shared_ptr<VeskoIncomingTransferDelegate> delegate_;
+  const std::shared_ptr<DispatchQueue> queue_;
+  VeskoIncomingTransferSettings settings_;
+  const std::string key_;
+  const std::string remoteAddress_;
+  const std::chrono::system_clock::time_point startTime_;
+  std::string basePath_;
+  std::string currentBasePath_;
+
+  std::unique_ptr<ReceivedItemStorage> storage_;
+  std::string currentNameBuffer_;
+  std::optional<std::string> currentName_;
+  std::optional<std::string> currentPath_;
+  std::shared_ptr<FileHandle> currentFile_;
+  std::shared_ptr<FileHandle> droppedBody_;  // where the body of an element goes that could not be created
+  std::optional<std::string> buffer_;        // the text being received
+  std::vector<VeskoSkippedElement> dropped_;
+  std::size_t droppedCount_ = 0;
+  std::atomic<bool> ended_{false};
+};
+
+}  // namespace vesko

@@ -1,0 +1,83 @@
+#include "VeskoKit/VeskoItem.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+#include "Platform/Data.h"
+#include "Platform/FileHandle.h"
+#include "Platform/SocketError.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/TransferStream.h"
+
+namespace vesko {
+namespace {
+
+std::shared_ptr<const VeskoItemFolder> makeFolder(std::string path, std::string name) {
+  return std::make_shared<const VeskoItemFolder>(VeskoItemFolder{std::move(path), std::move(name)});
+}
+
+}  // namespace
+
+VeskoItem::VeskoItem(std::string name, std::uint64_t size, std::uint64_t protocolSize)
+    : leaf_(std::move(name)), size_(size), protocolSize_(protocolSize) {}
+
+VeskoItem::VeskoItem(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size,
+                     std::uint64_t protocolSize)
+    : folder_(std::move(folder)), leaf_(std::move(leaf)), size_(size), protocolSize_(protocolSize) {}
+
+std::string VeskoItem::name() const {
+  if (!folder_) return leaf_;
+  return leaf_.empty() ? folder_->name : stringByAppendingPathComponent(folder_->name, leaf_);
+}
+
+std::string VeskoItem::path() const {
+  return leaf_.empty() ? folder_->path : stringByAppendingPathComponent(folder_->path, leaf_);
+}
+
+Data VeskoItem::nextChunk() { return {}; }
+
+Data VeskoItem::header() const { return TransferStream::encodeHeader(name(), protocolSize_); }
+
+VeskoDir::VeskoDir(std::string path, std::string name) : VeskoDir(makeFolder(std::move(path), std::move(name))) {}
+
+VeskoDir::VeskoDir(std::shared_ptr<const VeskoItemFolder> folder)
+    : VeskoItem(std::move(folder), {}, 0, TransferStream::folderMark) {}
+
+VeskoFile::VeskoFile(const std::string& path) : VeskoFile(path, lastPathComponent(path)) {}
+
+VeskoFile::VeskoFile(std::string path, std::string name)
+    : VeskoFile(makeFolder(path, std::move(name)), lengthOfFile(path)) {}
+
+VeskoFile::VeskoFile(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size)
+    : VeskoItem(std::move(folder), std::move(leaf), size, size) {}
+
+VeskoFile::VeskoFile(std::shared_ptr<const VeskoItemFolder> folder, const Length& length)
+    : VeskoItem(std::move(folder), {}, length.bytes, length.bytes), error_(length.error) {}
+
+VeskoFile::Length VeskoFile::lengthOfFile(const std::string& path) {
+  std::error_code error;
+  const std::uintmax_t length = std::filesystem::file_size(path, error);
+  return {error ? 0 : length, error};
+}
+
+Data VeskoFile::nextChunk() {
+  if (error_) return {};
+  if (!handle_) handle_ = FileHandle::forReadingAtPath(path(), error_);
+  if (!handle_) return {};
+  const std::uint64_t length = std::min(chunkSize, size() - handle_->offsetInFile());
+  Data chunk = handle_->readDataOfLength(length, error_);
+  if (!error_ && chunk.size() < length) error_ = SocketErrc::sourceEnded;
+  if (error_ || handle_->offsetInFile() >= size()) handle_.reset();
+  return chunk;
+}
+
+VeskoText::VeskoText(std::string text)
+    : VeskoItem(std::string(TransferStream::textName), text.size(), text.size()),
+      buffer_(std::make_unique<const Data>(std::move(text))) {}
+
+VeskoText::~VeskoText() = default;
+
+Data VeskoText::nextChunk() { return *buffer_; }
+
+}  // namespace vesko

@@ -1,0 +1,14 @@
+#pragma once
+
+// Everything a program that embeds the library needs.
+
+#include "VeskoKit/BinUtils.h"
+#include "VeskoKit/Counter.h"
+#include "VeskoKit/Log.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/VeskoIncomingTransfer.h"
+#include "VeskoKit/VeskoItem.h"
+#include "VeskoKit/VeskoPeer.h"
+#include "VeskoKit/VeskoServer.h"
+#include "VeskoKit/VeskoTransfer.h"
+#include "VeskoKit/VeskoTransferOutcome.h"

@@ -1,0 +1,71 @@
+#include "VeskoKit/VeskoServer.h"
+
+#include <iostream>
+#include <utility>
+
+#include "Platform/Clock.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/FileManager.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "Platform/NSApp.h"
+#include "VeskoKit/PathText.h"
+#include "VeskoKit/ReceivedItemStorage.h"
+
+namespace vesko {
+
+VeskoServer::VeskoServer() : VeskoServer(Clock::system()) {}
+
+VeskoServer::VeskoServer(std::shared_ptr<Clock> clock)
+    : broadcastQueue_(DispatchQueue::serial("broadcast", clock)),
+      incomingQueue_(DispatchQueue::serial("incoming", clock)) {}
+
+VeskoServer::~VeskoServer() = default;
+
+void VeskoServer::startServer() {
+  sweepStorage();
+  startListener();
+}
+
+void VeskoServer::sweepStorage() const {
+  std::error_code error;
+  const std::string folder = downloadsFolder.empty() ? FileManager::downloadsDirectory(error) : downloadsFolder;
+  if (!error) ReceivedItemStorage::sweep(folder);
+}
+
+void VeskoServer::showFailure(VeskoFailedEndpoint failure) {
+  if (application) {
+    application->runModal(failure.message);
+    application->terminate();
+  } else {
+    std::cerr << failure.message << std::endl;
+  }
+  failedEndpoints_.push_back(std::move(failure));
+}
+
+std::string VeskoServer::generateRandomStringWithLength(std::int64_t length) const {
+  return vesko::generateRandomStringWithLength(length);
+}
+
+std::uint16_t VeskoServer::boundTcpPort() const { return listenSocket_ ? listenSocket_->localPort() : 0; }
+
+void VeskoServer::setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate) {
+  const std::scoped_lock lock(mutex_);
+  incomingDelegate_ = std::move(delegate);
+}
+
+void VeskoServer::setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate) {
+  const std::scoped_lock lock(mutex_);
+  incomingOutcomeDelegate_ = std::move(delegate);
+}
+
+std::vector<std::shared_ptr<VeskoTransfer>> VeskoServer::pendingTransfers() const {
+  const std::scoped_lock lock(mutex_);
+  return pendingTransfers_;
+}
+
+std::vector<std::shared_ptr<VeskoIncomingTransfer>> VeskoServer::pendingIncomingTransfers() const {
+  const std::scoped_lock lock(mutex_);
+  return pendingIncomingTransfers_;
+}
+
+}  // namespace vesko

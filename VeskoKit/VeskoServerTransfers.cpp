@@ -1,0 +1,74 @@
+#include <algorithm>
+#include <utility>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "VeskoKit/VeskoServer.h"
+
+namespace vesko {
+
+namespace {
+
+/// Letters and digits in the key of an incoming transfer: too many to meet twice.
+constexpr std::int64_t keyLength = 32;
+
+}  // namespace
+
+class VeskoServer::SocketEvents final : public GCDAsyncSocketDelegate {
+ public:
+  explicit SocketEvents(std::weak_ptr<VeskoServer> server) : server_(std::move(server)) {}
+
+  void socketDidAcceptNewSocket(GCDAsyncSocket& listener, std::shared_ptr<GCDAsyncSocket> newSocket) override {
+    if (const auto server = server_.lock()) server->socketDidAcceptNewSocket(listener, std::move(newSocket));
+  }
+
+ private:
+  std::weak_ptr<VeskoServer> server_;
+};
+
+void VeskoServer::startListener() {
+  events_ = std::make_shared<SocketEvents>(weak_from_this());
+  listenSocket_ = GCDAsyncSocket::make(events_, incomingQueue_);
+  SocketError error;
+  if (listenSocket_->acceptOnPort(localTcpPort, error)) return;
+  showFailure({"tcp",
+               "Our cute veskos cannot put their ears on the TCP port 4644 so they cannot learn any new secrets.",
+               error.code});
+}
+
+void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::shared_ptr<GCDAsyncSocket> newSocket) {
+  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, nullptr};
+  std::shared_ptr<VeskoIncomingTransferDelegate> delegate;
+  {
+    const std::scoped_lock lock(mutex_);
+    delegate = incomingDelegate_;
+    settings.outcomeDelegate = incomingOutcomeDelegate_;
+  }
+  auto transfer = VeskoIncomingTransfer::make(std::move(newSocket), generateRandomStringWithLength(keyLength),
+                                              std::move(delegate), incomingQueue_, std::move(settings));
+  const std::scoped_lock lock(mutex_);
+  pendingIncomingTransfers_.push_back(std::move(transfer));
+}
+
+void VeskoServer::startTransfer(const std::shared_ptr<VeskoTransfer>& transfer) {
+  transfer->start();
+  const std::scoped_lock lock(mutex_);
+  pendingTransfers_.push_back(transfer);
+}
+
+void VeskoServer::pruneFinishedTransfers() {
+  // Released after the lock: an observer that goes with its transfer may come back to this service.
+  std::vector<std::shared_ptr<VeskoTransfer>> sent;
+  std::vector<std::shared_ptr<VeskoIncomingTransfer>> received;
+  const auto moveEnded = [](auto& transfers, auto& ended) {
+    const auto first = std::stable_partition(transfers.begin(), transfers.end(),
+                                             [](const auto& transfer) { return !transfer->hasEnded(); });
+    ended.assign(first, transfers.end());
+    transfers.erase(first, transfers.end());
+  };
+  const std::scoped_lock lock(mutex_);
+  moveEnded(pendingTransfers_, sent);
+  moveEnded(pendingIncomingTransfers_, received);
+}
+
+}  // namespace vesko

@@ -1,0 +1,204 @@
+#include "VeskoKit/VeskoTransfer.h"
+
+#include <cassert>
+#include <utility>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "VeskoKit/Log.h"
+#include "VeskoKit/TransferFailure.h"
+#include "VeskoKit/TransferStream.h"
+
+namespace vesko {
+
+namespace {
+
+/// Seconds for the small writes. Bodies have no bound: a slow link is no fault.
+constexpr double headerTimeout = 10.0;
+constexpr double noTimeout = -1.0;
+
+}  // namespace
+
+/// What the socket holds on to, weakly: the transfer may be gone when the socket still has something to say.
+class VeskoTransfer::SocketEvents final : public GCDAsyncSocketDelegate {
+ public:
+  explicit SocketEvents(std::weak_ptr<VeskoTransfer> transfer) : transfer_(std::move(transfer)) {}
+
+  void socketDidConnectToHost(GCDAsyncSocket& socket, const std::string& host, std::uint16_t port) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidConnectToHost(socket, host, port);
+  }
+  void socketDidWriteDataWithTag(GCDAsyncSocket& socket, std::int64_t tag) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidWriteDataWithTag(socket, tag);
+  }
+  void socketDidWritePartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidWritePartialDataOfLength(socket, length, tag);
+  }
+  double socketShouldTimeoutWriteWithTag(GCDAsyncSocket& socket, std::int64_t tag, double elapsed,
+                                         std::uint64_t bytesDone) override {
+    const auto transfer = transfer_.lock();
+    return transfer ? transfer->socketShouldTimeoutWriteWithTag(socket, tag, elapsed, bytesDone) : 0.0;
+  }
+  void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) override {
+    if (const auto transfer = transfer_.lock()) transfer->socketDidDisconnect(socket, error);
+  }
+
+ private:
+  std::weak_ptr<VeskoTransfer> transfer_;
+};
+
+VeskoTransfer::VeskoTransfer(VeskoItems items, std::shared_ptr<VeskoPeer> peer,
+                             std::shared_ptr<DispatchQueue> dispatchQueue)
+    : items_(std::move(items)), peer_(std::move(peer)), dispatchQueue_(std::move(dispatchQueue)) {
+  for (const auto& item : items_) totalSize += item->size();
+}
+
+VeskoTransfer::~VeskoTransfer() = default;
+
+VeskoItems VeskoTransfer::itemsForText(std::string text) { return {std::make_shared<VeskoText>(std::move(text))}; }
+
+VeskoItems VeskoTransfer::itemsForPaths(const std::vector<std::string>& paths,
+                                        std::vector<VeskoSkippedElement>* leftOut) {
+  std::vector<VeskoSkippedElement> unheard;
+  return walkPaths(paths, leftOut != nullptr ? *leftOut : unheard);
+}
+
+std::shared_ptr<GCDAsyncSocket> VeskoTransfer::makeSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate) {
+  return GCDAsyncSocket::make(std::move(delegate), dispatchQueue_);
+}
+
+void VeskoTransfer::start() {
+  transferedSize = 0;
+  transferedCount = 0;
+  events_ = std::make_shared<SocketEvents>(weak_from_this());
+  socket_ = makeSocket(events_);
+  SocketError error;
+  if (socket_->connectToHost(peer_->ip(), peer_->port(), error)) return;
+  dispatchQueue_->async([self = shared_from_this(), error] { self->end(TransferFailure::fromSocket(error, {})); });
+}
+
+void VeskoTransfer::cancel() {
+  dispatchQueue_->async([self = shared_from_this()] {
+    if (!self->ended_ && self->events_) self->breakOff(TransferFailure::cancelled());
+  });
+}
+
+void VeskoTransfer::socketDidConnectToHost(GCDAsyncSocket& socket, const std::string& host, std::uint16_t port) {
+  Log::line("didConnectToHost", host, port);
+  if (delegate_) delegate_->transferDidConnect(*this);
+  socket.writeData(TransferStream::encodeMetadata({items_.size(), totalSize}), headerTimeout, tagMetadata);
+  reportProgress(0);
+}
+
+void VeskoTransfer::socketDidWriteDataWithTag(GCDAsyncSocket& socket, std::int64_t tag) {
+  Log::line("didWriteDataWithTag", tag);
+  if (!isCurrent(socket) || decidedOutcome_) return;
+  if (tag == tagMetadata) {
+    transferedItemSize = 0;
+    transferedItemPosition = 0;
+    items_.empty() ? finish(socket) : sendHeader(socket);
+  } else if (tag == tagFileHeader) {
+    nextChunk(socket);
+  } else if (tag == tagFileBody) {
+    completeBodyWrite(socket);
+  }
+}
+
+void VeskoTransfer::sendHeader(GCDAsyncSocket& socket) {
+  if (Log::isEnabled()) Log::line("sending meta", currentItem().name());
+  socket.writeData(currentItem().header(), headerTimeout, tagFileHeader);
+}
+
+void VeskoTransfer::nextChunk(GCDAsyncSocket& socket) {
+  VeskoItem& item = currentItem();
+  Data chunk = item.nextChunk();
+  const std::error_code error = item.sourceError();
+  if (error || (chunk.empty() && transferedItemPosition < item.size())) {
+    breakOff(TransferFailure::make(TransferFailure::reasonOfSource(error), "reading the file", error, item.name()));
+    return;
+  }
+  transferedItemPosition += chunk.size();
+  if (Log::isEnabled()) Log::line("sending chunk", std::uint64_t{transferedItemPosition}, chunk.size(), item.name());
+  partialSize = 0;
+  reportProgress(transferedItemSize);
+  if (chunk.empty()) {
+    socketDidWriteDataWithTag(socket, tagFileBody);
+  } else {
+    socket.writeData(std::move(chunk), noTimeout, tagFileBody);
+  }
+}
+
+void VeskoTransfer::completeBodyWrite(GCDAsyncSocket& socket) {
+  transferedItemSize = transferedItemPosition;
+  if (transferedItemPosition < currentItem().size()) {
+    nextChunk(socket);
+  } else {
+    completeElement(socket);
+  }
+}
+
+void VeskoTransfer::completeElement(GCDAsyncSocket& socket) {
+  transferedSize += currentItem().size();
+  transferedCount += 1;
+  transferedItemSize = 0;
+  transferedItemPosition = 0;
+  reportProgress(transferedItemSize);
+  if (static_cast<std::size_t>(transferedCount) == items_.size()) {
+    finish(socket);
+  } else {
+    sendHeader(socket);
+  }
+}
+
+void VeskoTransfer::finish(GCDAsyncSocket& socket) {
+  if (delegate_) delegate_->transferDidFinish(*this);
+  socket.disconnectAfterWriting();
+  drainingSocket_ = std::move(socket_);
+}
+
+void VeskoTransfer::socketDidWritePartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag) {
+  if (tag != tagFileBody || !isCurrent(socket)) return;
+  partialSize += length;
+  reportProgress(transferedItemSize + partialSize);
+}
+
+double VeskoTransfer::socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag, double elapsed,
+                                                      std::uint64_t bytesDone) {
+  Log::line("shouldTimeoutWriteWithTag", tag, elapsed, bytesDone);
+  return 0.0;
+}
+
+void VeskoTransfer::socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) {
+  Log::line("didDisconnect");
+  if (decidedOutcome_) {
+    end(std::move(*decidedOutcome_));
+  } else if (&socket == drainingSocket_.get() && !error) {
+    end({});
+  } else if (&socket == drainingSocket_.get() || isCurrent(socket)) {
+    end(TransferFailure::fromSocket(error, currentElement()));
+  }
+}
+
+void VeskoTransfer::reportProgress(std::uint64_t bytesOfCurrentItem) {
+  if (!delegate_) return;
+  delegate_->transferDidProgress(*this, static_cast<std::int64_t>(items_.size()), transferedCount, totalSize,
+                                 transferedSize + bytesOfCurrentItem);
+}
+
+std::string VeskoTransfer::currentElement() const {
+  return static_cast<std::size_t>(transferedCount) < items_.size() ? currentItem().name() : std::string();
+}
+
+bool VeskoTransfer::isCurrent(const GCDAsyncSocket& socket) const noexcept { return &socket == socket_.get(); }
+
+void VeskoTransfer::breakOff(VeskoTransferOutcome outcome) {
+  decidedOutcome_ = std::move(outcome);
+  (socket_ ? socket_ : drainingSocket_)->disconnectWithReset();
+}
+
+void VeskoTransfer::end(VeskoTransferOutcome outcome) {
+  if (ended_.exchange(true)) return;
+  drainingSocket_.reset();
+  if (outcomeDelegate_) outcomeDelegate_->transferDidEnd(*this, outcome);
+}
+
+}  // namespace vesko

@@ -1,0 +1,70 @@
+#include "hosts/cli/Console.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "VeskoKit/Log.h"
+#include "hosts/common/HumanText.h"
+
+namespace vesko {
+namespace {
+
+/// See no-color.org: any value that is not empty counts.
+bool colourIsWelcome() {
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  const bool isForbidden = noColour != nullptr && *noColour != '\0';
+  return !isForbidden && terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+void writeError(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stderr); }
+
+}  // namespace
+
+Console::Console()
+    : outputIsTerminal_(::isatty(STDOUT_FILENO) == 1),
+      errorIsTerminal_(::isatty(STDERR_FILENO) == 1),
+      hasColour_(errorIsTerminal_ && colourIsWelcome()) {}
+
+std::size_t Console::columns() const noexcept {
+  constexpr std::size_t usual = 80;
+  winsize size{};
+  const bool isKnown = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  // The last column stays free: some terminals break the line when it is written to.
+  return (isKnown ? size.ws_col : usual) - 1;
+}
+
+void Console::print(std::string_view text) {
+  clearBar();
+  const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+  if (!isWritten) outputFailed_ = true;
+}
+
+void Console::note(std::string_view line) {
+  clearBar();
+  writeError(Log::escaped(line) + '\n');
+}
+
+void Console::complain(std::string_view line) {
+  clearBar();
+  const std::string name = hasColour_ ? "\033[1;31mvesko:\033[0m " : "vesko: ";
+  writeError(name + Log::escaped(line) + '\n');
+}
+
+void Console::showBar(std::string_view line) {
+  const std::size_t width = columnsOf(line);
+  const std::size_t leftover = barColumns_ > width ? barColumns_ - width : 0;
+  writeError('\r' + std::string(line) + std::string(leftover, ' ') + '\r');
+  barColumns_ = width;
+}
+
+void Console::clearBar() {
+  if (barColumns_ == 0) return;
+  writeError('\r' + std::string(barColumns_, ' ') + '\r');
+  barColumns_ = 0;
+}
+
+}  // namespace vesko

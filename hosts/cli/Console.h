@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vesko {
+
+/// Standard output and standard error of the program: results go to the one, everything else to the other. A bar at the
+/// bottom of a terminal makes way for whatever is printed. Used on one thread.
+class Console {
+ public:
+  Console();
+  ~Console() { clearBar(); }
+  Console(const Console&) = delete;
+  Console& operator=(const Console&) = delete;
+
+  /// True when standard output is a terminal, which control characters could drive.
+  [[nodiscard]] bool outputIsTerminal() const noexcept { return outputIsTerminal_; }
+
+  /// True when a bar can be shown: standard error is a terminal.
+  [[nodiscard]] bool showsBars() const noexcept { return errorIsTerminal_; }
+
+  /// Columns a bar may have.
+  [[nodiscard]] std::size_t columns() const noexcept;
+
+  /// Writes a result as it is, at once.
+  void print(std::string_view text);
+
+  /// True when a result could not be written.
+  [[nodiscard]] bool outputFailed() const noexcept { return outputFailed_; }
+
+  /// Writes one line to standard error, control characters escaped.
+  void note(std::string_view line);
+
+  /// The same for what went wrong: named by the program, in colour where the terminal and the user take it.
+  void complain(std::string_view line);
+
+  /// Shows `line`, which holds no control characters, in place of the bar before it.
+  void showBar(std::string_view line);
+  void clearBar();
+
+ private:
+  const bool outputIsTerminal_;
+  const bool errorIsTerminal_;
+  const bool hasColour_;
+  bool outputFailed_ = false;
+  std::size_t barColumns_ = 0;
+};
+
+}  // namespace vesko

@@ -1,0 +1,100 @@
+#include "hosts/cli/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+
+namespace vesko {
+namespace {
+
+constexpr const char* exitCodes =
+    "Exit codes:\n"
+    "  0 all done          1 unexpected error   2 usage            3 no such peer\n"
+    "  4 cannot connect    5 broke off          6 some left out    7 cannot listen\n"
+    "  130 interrupted\n";
+
+/// Everything the parser writes to, so that commands that were not given cost nothing.
+struct Parsed {
+  CommonOptions common;
+  SendOptions send;
+  TextOptions text;
+  ReceiveOptions receive;
+};
+
+void addCommon(CLI::App& app, CommonOptions& common) {
+  app.add_option("--port", common.port, "TCP port to receive on, and of a PEER given without one (default 4644)")
+      ->check(CLI::Range(1, 65535).description(""))
+      ->type_name("N");
+  app.add_flag("--json", common.json, "Print events as JSON, one object a line");
+  app.add_flag("--quiet", common.quiet, "No progress and no notices, only results and errors");
+  app.add_option("--log", common.logFile, "Append a log of what happens to FILE")->type_name("FILE");
+  app.set_version_flag("--version", "vesko " VESKO_VERSION);
+}
+
+void addPeer(CLI::App& command, std::string& peer) {
+  command.add_option("--to", peer, "Whom to send to: ADDRESS or ADDRESS:PORT")->required()->type_name("PEER");
+}
+
+CLI::App& addCommand(CLI::App& app, const char* name, const char* description, CommonOptions& common) {
+  CLI::App& command = *app.add_subcommand(name, description);
+  addCommon(command, common);
+  return command;
+}
+
+void describe(CLI::App& app, Parsed& parsed) {
+  app.require_subcommand(1);
+  app.footer(exitCodes);
+  addCommon(app, parsed.common);
+
+  CLI::App& send = addCommand(app, "send", "Send files and folders", parsed.common);
+  addPeer(send, parsed.send.peer);
+  send.add_option("PATH", parsed.send.paths, "What to send")->required()->type_name("");
+
+  CLI::App& text = addCommand(app, "text", "Send a snippet of text", parsed.common);
+  addPeer(text, parsed.text.peer);
+  text.add_option("TEXT", parsed.text.text, "The text; \"-\" or none: what standard input holds")->type_name("");
+
+  CLI::App& receive = addCommand(app, "receive", "Receive until interrupted", parsed.common);
+  receive.add_option("--dir", parsed.receive.directory, "Where items go (default: your downloads folder)")
+      ->type_name("DIR");
+  receive.add_flag("--once", parsed.receive.once, "End after the first transfer");
+  receive.add_flag("--keep-partial", parsed.receive.keepPartial, "Keep what had fully arrived of a transfer that fails");
+}
+
+/// The parser takes "[a,b]" for a list of two and "{}" for an empty one; behind "./" it sees the path it is.
+std::string protectedPath(const std::string& argument) {
+  const bool looksLikeList = argument.starts_with('[') && argument.ends_with(']');
+  return looksLikeList || argument == "{}" ? "./" + argument : argument;
+}
+
+/// In the reverse order that the parser wants.
+std::vector<std::string> argumentsOf(int argumentCount, const char* const* arguments) {
+  std::vector<std::string> all(arguments + std::min(argumentCount, 1), arguments + argumentCount);
+  const auto send = std::find(all.begin(), all.end(), "send");
+  std::transform(send, all.end(), send, protectedPath);
+  std::reverse(all.begin(), all.end());
+  return all;
+}
+
+Options optionsOf(const CLI::App& app, Parsed parsed) {
+  if (app.got_subcommand("send")) return {std::move(parsed.common), std::move(parsed.send)};
+  if (app.got_subcommand("receive")) return {std::move(parsed.common), std::move(parsed.receive)};
+  if (parsed.text.text == "-") parsed.text.text.reset();
+  return {std::move(parsed.common), std::move(parsed.text)};
+}
+
+}  // namespace
+
+std::variant<Options, ExitCode> parseOptions(int argumentCount, const char* const* arguments) {
+  CLI::App app("Hands files, folders and texts to another machine on the local network.", "vesko");
+  Parsed parsed;
+  describe(app, parsed);
+  try {
+    app.parse(argumentsOf(argumentCount, arguments));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error, std::cout, std::cerr) == 0 ? ExitCode::success : ExitCode::usage;
+  }
+  return optionsOf(app, std::move(parsed));
+}
+
+}  // namespace vesko

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "VeskoKit/VeskoServer.h"
+#include "hosts/cli/ExitCode.h"
+
+namespace vesko {
+
+struct CommonOptions {
+  std::uint16_t port = VeskoServer::defaultPort;
+  bool json = false;
+  bool quiet = false;
+  std::string logFile;  ///< empty: no log
+};
+
+struct SendOptions {
+  std::string peer;
+  std::vector<std::string> paths;
+};
+
+struct TextOptions {
+  std::string peer;
+  std::optional<std::string> text;  ///< none: standard input holds it
+};
+
+struct ReceiveOptions {
+  std::string directory;  ///< empty: the user's downloads folder
+  bool once = false;
+  bool keepPartial = false;
+};
+
+/// What the command line asks for.
+struct Options {
+  CommonOptions common;
+  std::variant<SendOptions, TextOptions, ReceiveOptions> command;
+};
+
+/// Reads the command line. When that is all there is to do, since it asks for help or is wrong, the user has been told
+/// and the result is the program's exit code.
+[[nodiscard]] std::variant<Options, ExitCode> parseOptions(int argumentCount, const char* const* arguments);
+
+}  // namespace vesko

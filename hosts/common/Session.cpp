@@ -1,0 +1,79 @@
+#include "hosts/common/Session.h"
+
+#include <utility>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/NSApp.h"
+#include "Platform/TextEncoding.h"
+#include "hosts/common/TransferObserver.h"
+
+namespace vesko {
+namespace {
+
+/// The events tell the host what an alert would; the service is to go on and to list the endpoint as failed.
+class QuietApplication final : public NSApp {
+ public:
+  void runModal(const std::string& /*messageText*/) override {}
+  void terminate() override {}
+};
+
+}  // namespace
+
+Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std::shared_ptr<Clock> clock)
+    : sink_(std::move(sink)),
+      settings_(std::move(settings)),
+      server_(std::make_shared<VeskoServer>(clock)),
+      observer_(std::make_shared<TransferObserver>(sink_, server_, clock, settings_.incomingLimit)) {
+  server_->localTcpPort = settings_.port;
+  server_->downloadsFolder = settings_.downloadsFolder;
+  server_->keepPartial = settings_.keepPartial;
+  server_->application = std::make_shared<QuietApplication>();
+  server_->setIncomingDelegate(observer_);
+  server_->setIncomingOutcomeDelegate(observer_);
+}
+
+Session::~Session() { observer_->close(); }
+
+bool Session::startReceiving() {
+  server_->startServer();
+  for (const auto& failed : server_->failedEndpoints()) {
+    sink_->publish(StartupFailureEvent{failed.endpoint, failed.message, failed.error.message()});
+  }
+  if (!server_->failedEndpoints().empty()) return false;
+  sink_->publish(ReadyEvent{server_->boundTcpPort(), settings_.downloadsFolder});
+  return true;
+}
+
+std::optional<TransferId> Session::sendPaths(const std::vector<std::string>& paths, const PeerAddress& peer) {
+  const TransferId id = observer_->nextId();
+  std::vector<VeskoSkippedElement> leftOut;
+  VeskoItems items = VeskoTransfer::itemsForPaths(paths, &leftOut);
+  observer_->noteLeftOut(id, TransferDirection::out, leftOut);
+  if (items.empty()) return std::nullopt;
+  send(id, std::move(items), peer);
+  return id;
+}
+
+TransferId Session::sendText(std::string text, const PeerAddress& peer) {
+  const TransferId id = observer_->nextId();
+  send(id, VeskoTransfer::itemsForText(std::move(text)), peer);
+  return id;
+}
+
+VeskoFailureReason Session::reasonAgainstText(std::string_view text) noexcept {
+  if (text.size() > maximumTextLength) return VeskoFailureReason::limit;
+  return isValidUtf8(text) ? VeskoFailureReason::none : VeskoFailureReason::invalidText;
+}
+
+void Session::cancelAll() { observer_->cancelAll(); }
+
+void Session::send(TransferId id, VeskoItems items, const PeerAddress& peer) {
+  auto record = std::make_shared<VeskoPeer>(peer.ip, peer.ip, peer.port, std::string(), VeskoPeer::TimePoint());
+  auto transfer = std::make_shared<VeskoTransfer>(std::move(items), std::move(record), DispatchQueue::serial("transfer"));
+  transfer->setDelegate(observer_);
+  transfer->setOutcomeDelegate(observer_);
+  observer_->noteStarted(id, *transfer);
+  server_->startTransfer(transfer);
+}
+
+}  // namespace vesko

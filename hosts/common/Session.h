@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Clock.h"
+#include "VeskoKit/VeskoItem.h"
+#include "VeskoKit/VeskoServer.h"
+#include "hosts/common/Events.h"
+#include "hosts/common/PeerAddress.h"
+
+namespace vesko {
+
+class TransferObserver;
+
+struct SessionSettings {
+  static constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
+
+  std::uint16_t port = VeskoServer::defaultPort;  ///< where transfers are accepted
+  std::string downloadsFolder;                    ///< where received items go; empty: the user's downloads folder
+  bool keepPartial = false;                       ///< keep what had fully arrived of a failed transfer
+  std::uint64_t incomingLimit = unlimited;        ///< transfers to let in; later ones are broken off at once
+};
+
+/// What a host does with the library: one service, the transfers it runs, and the events they make. Used on one thread.
+class Session {
+ public:
+  /// The longest snippet (bytes) that the other side takes.
+  static constexpr std::uint64_t maximumTextLength = 64 * 1024 * 1024;
+
+  /// Opens nothing yet. `clock` measures transfers and paces their progress.
+  explicit Session(std::shared_ptr<EventSink> sink, SessionSettings settings = {},
+                   std::shared_ptr<Clock> clock = Clock::system());
+
+  /// Ends the service. No event is published for transfers that are still running, nor after it.
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  /// Starts to accept transfers, and publishes that or each endpoint that could not be opened. False when there was one.
+  [[nodiscard]] bool startReceiving();
+
+  /// Sends what is at `paths`; blocks while it is listed. What has to be left out is published first; none when nothing
+  /// is left to be sent. Sending needs no listener.
+  std::optional<TransferId> sendPaths(const std::vector<std::string>& paths, const PeerAddress& peer);
+
+  /// Sends a snippet. Requires: `reasonAgainstText` has none.
+  TransferId sendText(std::string text, const PeerAddress& peer);
+
+  /// Why `text` cannot be sent: `invalidText` or `limit`; `none` when it can.
+  [[nodiscard]] static VeskoFailureReason reasonAgainstText(std::string_view text) noexcept;
+
+  /// Breaks off every transfer and lets none in any more. Their last events follow.
+  void cancelAll();
+
+ private:
+  void send(TransferId id, VeskoItems items, const PeerAddress& peer);
+
+  std::shared_ptr<EventSink> sink_;
+  SessionSettings settings_;
+  std::shared_ptr<VeskoServer> server_;
+  std::shared_ptr<TransferObserver> observer_;
+};
+
+}  // namespace vesko

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace vesko {
+
+/// Runs `body` in a process of its own, which may give up rights and change what belongs to the process. True when it
+/// ended by itself and none of its expectations failed.
+template <class Body>
+[[nodiscard]] bool passesInChild(Body body) {
+  std::fflush(nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    body();
+    std::fflush(nullptr);
+    ::_exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  return child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/// The same as a user whom permissions bind: the present one, or "nobody" instead of the superuser.
+template <class Body>
+[[nodiscard]] bool passesAsOrdinaryUser(Body body) {
+  return passesInChild([&] {
+    constexpr uid_t nobody = 65534;
+    if (::geteuid() == 0) {
+      const bool changed = ::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0;
+      ASSERT_TRUE(changed);
+    }
+    body();
+  });
+}
+
+}  // namespace vesko

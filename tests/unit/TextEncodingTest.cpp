@@ -1,0 +1,90 @@
+#include "Platform/TextEncoding.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+
+namespace vesko {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(TextEncoding, AcceptsWellFormedUtf8Only) {
+  const std::pair<std::string, char32_t> wellFormed[] = {
+      {"\0"s, 0},
+      {"\x7f", 0x7F},
+      {"\xc2\x80", 0x80},
+      {"\xdf\xbf", 0x7FF},
+      {"\xe0\xa0\x80", 0x800},
+      {"\xed\x9f\xbf", 0xD7FF},
+      {"\xee\x80\x80", 0xE000},
+      {"\xef\xbf\xbf", 0xFFFF},
+      {"\xf0\x90\x80\x80", 0x10000},
+      {"\xf4\x8f\xbf\xbf", 0x10FFFF},
+  };
+  const std::string illFormed[] = {
+      "\x80",
+      "\xbf",
+      "\xc0\x80",
+      "\xc1\xbf",
+      "\xc2",
+      "\xc2\x41",
+      "\xe0\x9f\xbf",
+      "\xe1\x80",
+      "\xe1\x80\x41",
+      "\xed\xa0\x80",
+      "\xed\xbf\xbf",
+      "\xf0\x8f\xbf\xbf",
+      "\xf1\x80\x80",
+      "\xf4\x90\x80\x80",
+      "\xf5\x80\x80\x80",
+      "\xfe",
+      "\xff",
+      "\xc2\xc2\x80",
+  };
+  // At every place around the words in which ASCII is skipped.
+  for (std::size_t before = 0; before < 18; ++before) {
+    for (std::size_t after = 0; after < 10; ++after) {
+      const std::string start(before, 'a');
+      const std::string end(after, 'b');
+      for (const auto& entry : wellFormed)
+        EXPECT_TRUE(isValidUtf8(start + entry.first + end)) << testing::PrintToString(entry);
+      for (const auto& bytes : illFormed)
+        EXPECT_FALSE(isValidUtf8(start + bytes + end)) << testing::PrintToString(bytes);
+    }
+  }
+  for (const auto& [bytes, codePoint] : wellFormed) {
+    EXPECT_EQ(firstUtf8Character(bytes + "\xff").codePoint, codePoint);
+    EXPECT_EQ(firstUtf8Character(bytes).length, bytes.size());
+  }
+  for (const auto& bytes : illFormed) EXPECT_EQ(firstUtf8Character(bytes).length, 0U) << testing::PrintToString(bytes);
+  EXPECT_EQ(firstUtf8Character("").length, 0U);
+  EXPECT_TRUE(isValidUtf8(""));
+}
+
+TEST(TextEncoding, ConvertsBothWaysOrNotAtAll) {
+  const struct {
+    TextEncoding encoding;
+    std::string text, bytes;
+  } cases[] = {
+      {TextEncoding::utf8, "\u00e9\u20ac", "\u00e9\u20ac"},
+      {TextEncoding::cp1252, "plain", "plain"},
+      {TextEncoding::cp1252, "caf\u00e9 5 \u20ac", "caf\xe9 5 \x80"},
+      {TextEncoding::cp1252, "", ""},
+      {TextEncoding::utf16LittleEndian, "a\U0001f600", "a\0\x3d\xd8\0\xde"s},
+  };
+  for (const auto& [encoding, text, bytes] : cases) {
+    SCOPED_TRACE(std::string(nameOfEncoding(encoding)) + ": " + text);
+    EXPECT_EQ(encodeText(text, encoding), bytes);
+    EXPECT_EQ(decodeText(bytes, encoding), text);
+    EXPECT_EQ(encodeText("ill-formed \xff", encoding), std::nullopt);
+  }
+  EXPECT_EQ(encodeText("\u03a9", TextEncoding::cp1252), std::nullopt);
+  EXPECT_EQ(decodeText("\x81", TextEncoding::cp1252), std::nullopt);
+  EXPECT_EQ(decodeText("\xe9", TextEncoding::utf8), std::nullopt);
+  EXPECT_EQ(decodeText("\x3d\xd8"s, TextEncoding::utf16LittleEndian), std::nullopt);
+  EXPECT_EQ(decodeText("a", TextEncoding::utf16LittleEndian), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vesko

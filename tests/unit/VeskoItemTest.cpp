@@ -1,0 +1,135 @@
+#include "VeskoKit/VeskoItem.h"
+
+#include <gtest/gtest.h>
+
+#include "Platform/Data.h"
+#include "Platform/FileHandle.h"
+#include "Platform/SocketError.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr std::uint64_t mebibyte = 1024 * 1024;
+
+std::string textOf(const Data& data) {
+  const auto bytes = data.bytes();
+  return {bytes.begin(), bytes.end()};
+}
+
+class VeskoItemTest : public testing::Test {
+ protected:
+  /// A file of `size` bytes that takes no room on the disk.
+  std::string makeFile(std::uint64_t size) const {
+    const std::string path = folder_.write("file", "");
+    std::filesystem::resize_file(path, size);
+    return path;
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(VeskoItemTest, FilesComeInChunks) {
+  const struct {
+    std::uint64_t size;
+    std::vector<std::uint64_t> chunks;
+  } cases[] = {
+      {0, {0}},
+      {1, {1}},
+      {10 * mebibyte - 1, {10'485'759}},
+      {10 * mebibyte, {10'485'760}},
+      {10 * mebibyte + 1, {10'485'760, 1}},
+      {20 * mebibyte, {10'485'760, 10'485'760}},
+      {25 * mebibyte, {10'485'760, 10'485'760, 5'242'880}},
+  };
+  for (const auto& [size, chunks] : cases) {
+    SCOPED_TRACE(size);
+    VeskoFile file(makeFile(size));
+    EXPECT_EQ(file.size(), size);
+    std::uint64_t offset = 0;
+    for (const std::uint64_t length : chunks) {
+      const Data chunk = file.nextChunk();
+      EXPECT_EQ(chunk.size(), length);
+      EXPECT_EQ(chunk.offset(), offset);
+      offset += length;
+      EXPECT_EQ(file.handle() == nullptr, offset == size);
+    }
+    EXPECT_FALSE(file.sourceError());
+    EXPECT_EQ(file.nextChunk().offset(), 0U) << "starts over";
+  }
+}
+
+TEST_F(VeskoItemTest, ChunksOutliveTheNameOfTheirFile) {
+  VeskoFile file(folder_.write("file", "contents"));
+  const Data chunk = file.nextChunk();
+  std::filesystem::remove(file.path());
+  EXPECT_EQ(textOf(chunk), "contents");
+}
+
+TEST_F(VeskoItemTest, AGrownFileIsSentAtItsListedLength) {
+  VeskoFile file(folder_.write("file", "abc"));
+  folder_.write("file", "abcdef");
+  EXPECT_EQ(textOf(file.nextChunk()), "abc");
+  EXPECT_EQ(file.handle(), nullptr);
+  EXPECT_FALSE(file.sourceError());
+}
+
+TEST_F(VeskoItemTest, AShrunkFileIsAnErrorThatStays) {
+  VeskoFile file(makeFile(25 * mebibyte));
+  EXPECT_EQ(file.nextChunk().size(), 10 * mebibyte);
+  std::filesystem::resize_file(file.path(), 12 * mebibyte);
+  EXPECT_EQ(file.nextChunk().size(), 2 * mebibyte);
+  EXPECT_EQ(file.sourceError(), SocketErrc::sourceEnded);
+  EXPECT_EQ(file.handle(), nullptr);
+  EXPECT_TRUE(file.nextChunk().empty());
+  EXPECT_EQ(file.sourceError(), SocketErrc::sourceEnded);
+}
+
+TEST_F(VeskoItemTest, AFileThatCannotBeOpenedIsAnErrorEvenWhenEmpty) {
+  for (const std::uint64_t size : {std::uint64_t{0}, 3 * mebibyte}) {
+    VeskoFile vanished(makeFile(size));
+    VeskoFile replaced(vanished.path());
+    std::filesystem::remove(vanished.path());
+    EXPECT_TRUE(vanished.nextChunk().empty());
+    EXPECT_EQ(vanished.sourceError(), std::errc::no_such_file_or_directory);
+
+    folder_.makeFolder("file");
+    EXPECT_TRUE(replaced.nextChunk().empty());
+    EXPECT_EQ(replaced.sourceError(), std::errc::invalid_argument);
+    std::filesystem::remove(replaced.path());
+  }
+  VeskoFile missing(folder_.path("missing"));
+  EXPECT_EQ(missing.size(), 0U);
+  EXPECT_EQ(missing.sourceError(), std::errc::no_such_file_or_directory);
+}
+
+TEST_F(VeskoItemTest, HeadersHoldNameAndSizeField) {
+  EXPECT_EQ(VeskoDir("/home/u/A", "A").header().view(), "A\0\xff\xff\xff\xff\xff\xff\xff\xff"sv);
+  EXPECT_EQ(VeskoFile(folder_.write("x", "abc")).header().view(), "x\0\3\0\0\0\0\0\0\0"sv);
+  EXPECT_EQ(VeskoFile(folder_.path("x"), "A/y").header().view(), "A/y\0\3\0\0\0\0\0\0\0"sv);
+
+  const auto folder = std::make_shared<const VeskoItemFolder>(VeskoItemFolder{"/home/u/A/B", "A/B"});
+  const VeskoDir dir(folder);
+  EXPECT_EQ(dir.path(), "/home/u/A/B");
+  EXPECT_EQ(dir.name(), "A/B");
+  EXPECT_EQ(dir.size(), 0U);
+  const VeskoFile file(folder, "c.txt", 7);
+  EXPECT_EQ(file.path(), "/home/u/A/B/c.txt");
+  EXPECT_EQ(file.header().view(), "A/B/c.txt\0\7\0\0\0\0\0\0\0"sv);
+}
+
+TEST_F(VeskoItemTest, TextsComeWholeOnEveryCall) {
+  for (const std::string& text : {std::string(), std::string("Grüße"), std::string("a\0b\0", 4)}) {
+    VeskoText item(text);
+    EXPECT_EQ(item.name(), "___VIRNO___TEXT___");
+    EXPECT_EQ(item.size(), text.size());
+    EXPECT_EQ(item.protocolSize(), text.size());
+    EXPECT_EQ(item.nextChunk().view(), text);
+    EXPECT_EQ(item.nextChunk().view(), text);
+  }
+}
+
+}  // namespace
+}  // namespace vesko
