@@ -218,7 +218,8 @@ FileAttributes DirectoryHandle::attributes(const std::string& name, bool follow,
   const auto kind = S_ISREG(status.st_mode)   ? EntryKind::file
                     : S_ISDIR(status.st_mode) ? EntryKind::folder
                                               : EntryKind::other;
-  return {kind, static_cast<std::uint64_t>(status.st_size), identityOf(status)};
+  const bool isOwnReadable = (status.st_mode & S_IRUSR) != 0 && status.st_uid == ::geteuid();
+  return {kind, static_cast<std::uint64_t>(status.st_size), identityOf(status), isOwnReadable};
 }
 
 bool DirectoryHandle::isReadable(const std::string& name) const {

@@ -28,6 +28,7 @@ struct FileAttributes {
   EntryKind kind = EntryKind::other;
   std::uint64_t size = 0;  ///< bytes
   FileIdentity identity;
+  bool isOwnReadable = false;  ///< it belongs to the user this process runs as, who may read it
 };
 
 /// One folder, held open, and what can be done with the entries directly inside it.

@@ -47,7 +47,8 @@ std::vector<Entry> entriesOf(const DirectoryHandle& folder, std::vector<std::str
   for (std::string& leaf : leaves) {
     std::error_code error;
     const FileAttributes attributes = folder.attributes(leaf, true, error);
-    if (!error && attributes.kind == EntryKind::file && !folder.isReadable(leaf)) {
+    const bool isReadable = attributes.isOwnReadable || attributes.kind != EntryKind::file || folder.isReadable(leaf);
+    if (!error && !isReadable) {
       error = std::make_error_code(std::errc::permission_denied);
     }
     entries.push_back({std::move(leaf), attributes, error});

@@ -199,6 +199,7 @@ bool VeskoIncomingTransfer::prepareBody() {
 
 /// Settles what the storage said of an element: true when the transfer goes on.
 bool VeskoIncomingTransfer::accept(std::error_code error, bool dropped) {
+  currentBasePath_ = storage_->path();  // another one, should the name have been taken since it was chosen
   if (!error) return true;
   const VeskoFailureReason reason = TransferFailure::reasonOfStorage(error);
   if (!dropped) {

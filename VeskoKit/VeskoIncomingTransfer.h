@@ -93,6 +93,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
 
   /// The connection; none once the transfer has ended. This and the following: on the transfer's queue only.
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
+  [[nodiscard]] const std::string& currentBasePath() const noexcept { return currentBasePath_; }
   [[nodiscard]] std::string currentName() const { return currentName_.value_or(""); }
   [[nodiscard]] std::string currentPath() const { return currentPath_.value_or(""); }
   [[nodiscard]] const std::shared_ptr<FileHandle>& currentFile() const noexcept { return currentFile_; }
@@ -101,7 +102,6 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// These never change; any thread.
   [[nodiscard]] const std::string& key() const noexcept { return key_; }
   [[nodiscard]] const std::string& basePath() const noexcept { return basePath_; }
-  [[nodiscard]] const std::string& currentBasePath() const noexcept { return currentBasePath_; }
   [[nodiscard]] std::chrono::system_clock::time_point startTime() const noexcept { return startTime_; }
   [[nodiscard]] const std::string& remoteAddress() const noexcept { return remoteAddress_; }  ///< the sender's
 

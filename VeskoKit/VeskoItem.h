@@ -44,6 +44,9 @@ class VeskoItem {
   /// Why `nextChunk` could not give what it should have; no error while all is well. After an error nothing more comes.
   [[nodiscard]] virtual std::error_code sourceError() const { return {}; }
 
+  /// Lets go of what is held open between two calls of `nextChunk`; nothing more is asked for.
+  virtual void stopReading() noexcept {}
+
  protected:
   /// An element directly inside `folder`, or `folder` itself where `leaf` is empty.
   VeskoItem(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size,
@@ -89,6 +92,7 @@ class VeskoFile : public VeskoItem {
   /// length lets go of the file (the stretch still holds it open); the one after that starts over.
   [[nodiscard]] Data nextChunk() override;
   [[nodiscard]] std::error_code sourceError() const override { return error_; }
+  void stopReading() noexcept override { handle_.reset(); }
 
  private:
   struct Length {

@@ -67,18 +67,24 @@ std::shared_ptr<GCDAsyncSocket> VeskoTransfer::makeSocket(std::weak_ptr<GCDAsync
 }
 
 void VeskoTransfer::start() {
+  isCancelled_ = false;
   transferedSize = 0;
   transferedCount = 0;
   events_ = std::make_shared<SocketEvents>(weak_from_this());
   socket_ = makeSocket(events_);
   SocketError error;
-  if (socket_->connectToHost(peer_->ip(), peer_->port(), error)) return;
-  dispatchQueue_->async([self = shared_from_this(), error] { self->end(TransferFailure::fromSocket(error, {})); });
+  if (!socket_->connectToHost(peer_->ip(), peer_->port(), error)) {
+    dispatchQueue_->async([self = shared_from_this(), error] { self->end(self->failure(error)); });
+  }
+  isStarted_ = true;
+  // A request that came before the socket was there found nothing to break off.
+  if (isCancelled_) cancel();
 }
 
 void VeskoTransfer::cancel() {
+  isCancelled_ = true;
   dispatchQueue_->async([self = shared_from_this()] {
-    if (!self->ended_ && self->events_) self->breakOff(TransferFailure::cancelled());
+    if (self->isStarted_ && !self->ended_) self->breakOff(TransferFailure::cancelled());
   });
 }
 
@@ -174,8 +180,15 @@ void VeskoTransfer::socketDidDisconnect(GCDAsyncSocket& socket, const SocketErro
   } else if (&socket == drainingSocket_.get() && !error) {
     end({});
   } else if (&socket == drainingSocket_.get() || isCurrent(socket)) {
-    end(TransferFailure::fromSocket(error, currentElement()));
+    end(failure(error));
   }
+}
+
+VeskoTransferOutcome VeskoTransfer::failure(const SocketError& error) const {
+  if (error.operation != SocketError::Operation::connect) return TransferFailure::fromSocket(error, currentElement());
+  auto outcome = TransferFailure::fromSocket(error, {});
+  outcome.operation += " to " + peer_->ip() + " port " + std::to_string(peer_->port());
+  return outcome;
 }
 
 void VeskoTransfer::reportProgress(std::uint64_t bytesOfCurrentItem) {
@@ -198,6 +211,7 @@ void VeskoTransfer::breakOff(VeskoTransferOutcome outcome) {
 void VeskoTransfer::end(VeskoTransferOutcome outcome) {
   if (ended_.exchange(true)) return;
   drainingSocket_.reset();
+  if (static_cast<std::size_t>(transferedCount) < items_.size()) currentItem().stopReading();
   if (outcomeDelegate_) outcomeDelegate_->transferDidEnd(*this, outcome);
 }
 

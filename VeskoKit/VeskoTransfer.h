@@ -123,6 +123,7 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   void finish(GCDAsyncSocket& socket);
   void reportProgress(std::uint64_t bytesOfCurrentItem);
   [[nodiscard]] std::string currentElement() const;
+  [[nodiscard]] VeskoTransferOutcome failure(const SocketError& error) const;
   [[nodiscard]] bool isCurrent(const GCDAsyncSocket& socket) const noexcept;
   void breakOff(VeskoTransferOutcome outcome);
   void end(VeskoTransferOutcome outcome);
@@ -136,6 +137,8 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   std::shared_ptr<VeskoTransferDelegate> delegate_;
   std::shared_ptr<VeskoTransferOutcomeDelegate> outcomeDelegate_;
   std::optional<VeskoTransferOutcome> decidedOutcome_;
+  std::atomic<bool> isStarted_{false};
+  std::atomic<bool> isCancelled_{false};
   std::atomic<bool> ended_{false};
 };
 

@@ -29,6 +29,8 @@ Console::Console()
       errorIsTerminal_(::isatty(STDERR_FILENO) == 1),
       hasColour_(errorIsTerminal_ && colourIsWelcome()) {}
 
+bool Console::inputIsTerminal() noexcept { return ::isatty(STDIN_FILENO) == 1; }
+
 std::size_t Console::columns() const noexcept {
   constexpr std::size_t usual = 80;
   winsize size{};

@@ -15,6 +15,9 @@ class Console {
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
+  /// True when somebody would have to type what standard input holds.
+  [[nodiscard]] static bool inputIsTerminal() noexcept;
+
   /// True when standard output is a terminal, which control characters could drive.
   [[nodiscard]] bool outputIsTerminal() const noexcept { return outputIsTerminal_; }
 

@@ -21,11 +21,6 @@ void EventQueue::interrupt() {
   changed_.notify_one();
 }
 
-bool EventQueue::isInterrupted() const {
-  const std::scoped_lock lock(mutex_);
-  return isInterrupted_;
-}
-
 std::optional<Event> EventQueue::next() {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [this] { return !events_.empty() || (isInterrupted_ && !isInterruptionTold_); });
@@ -47,9 +42,9 @@ std::optional<Event> EventQueue::takeFirst() {
 
 bool EventQueue::replacedProgress(Event& event) {
   if (!std::holds_alternative<ProgressEvent>(event)) return false;
-  const auto last = std::find_if(events_.rbegin(), events_.rend(), [transfer = transferOf(event)](const Event& waiting) {
-    return transferOf(waiting) == transfer;
-  });
+  const auto last =
+      std::find_if(events_.rbegin(), events_.rend(),
+                   [transfer = transferOf(event)](const Event& waiting) { return transferOf(waiting) == transfer; });
   if (last == events_.rend() || !std::holds_alternative<ProgressEvent>(*last)) return false;
   *last = std::move(event);
   return true;

@@ -9,15 +9,14 @@
 
 namespace vesko {
 
-/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal. Of progress not
-/// yet taken only the newest of each transfer is kept. Any thread.
+/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal. Of progress
+/// not yet taken only the newest of each transfer is kept. Any thread.
 class EventQueue : public EventSink {
  public:
   void publish(Event event) override;
 
   /// Notes that the user wants an end, and wakes whoever waits.
   void interrupt();
-  [[nodiscard]] bool isInterrupted() const;
 
   /// The oldest event, waited for; none, and at once, when the user wants an end that nobody has been told of yet.
   [[nodiscard]] std::optional<Event> next();
@@ -29,7 +28,7 @@ class EventQueue : public EventSink {
   [[nodiscard]] std::optional<Event> takeFirst();
   [[nodiscard]] bool replacedProgress(Event& event);
 
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Event> events_;
   bool isInterrupted_ = false;

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
@@ -38,18 +39,19 @@ struct Interrupts::Shared {
     int number = 0;
     while (sigwait(&signals, &number) != 0) {
     }
-    handleFirst();
+    const ExitCode code = handleFirst();
     int result = 0;
     do {
       result = sigtimedwait(&signals, nullptr, &grace);
     } while (result < 0 && errno == EINTR);
-    endWith(result < 0 ? overdue : ExitCode::interrupted);
+    endWith(result < 0 ? code : ExitCode::interrupted);
   }
 
-  void handleFirst() {
+  ExitCode handleFirst() {
     const std::scoped_lock lock(mutex);
     if (!onInterrupt) endWith(ExitCode::interrupted);
     onInterrupt();
+    return overdue;
   }
 };
 

@@ -10,8 +10,8 @@ namespace vesko {
 /// SIGINT and SIGTERM, waited for by a thread that lives as long as the process, so that nothing is done in a handler.
 class Interrupts {
  public:
-  /// From now on either signal ends the process at once, as interrupted. Also has SIGPIPE ignored: a reader of the output
-  /// that goes away must not take transfers with it. Requires: no other thread runs yet.
+  /// From now on either signal ends the process at once, as interrupted. Also has SIGPIPE ignored: a reader of the
+  /// output that goes away must not take transfers with it. Requires: no other thread runs yet.
   Interrupts();
 
   /// From now on the first signal calls `onInterrupt`, on the waiting thread. A second one ends the process at once as

@@ -58,7 +58,8 @@ void describe(CLI::App& app, Parsed& parsed) {
   receive.add_option("--dir", parsed.receive.directory, "Where items go (default: your downloads folder)")
       ->type_name("DIR");
   receive.add_flag("--once", parsed.receive.once, "End after the first transfer");
-  receive.add_flag("--keep-partial", parsed.receive.keepPartial, "Keep what had fully arrived of a transfer that fails");
+  receive.add_flag("--keep-partial", parsed.receive.keepPartial,
+                   "Keep what had fully arrived of a transfer that fails");
 }
 
 /// The parser takes "[a,b]" for a list of two and "{}" for an empty one; behind "./" it sees the path it is.

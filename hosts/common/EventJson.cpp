@@ -14,6 +14,7 @@ Json objectOf(const ReadyEvent& event) {
 Json objectOf(const StartupFailureEvent& event) {
   return {{"event", "startupFailure"},
           {"endpoint", event.endpoint},
+          {"port", event.port},
           {"message", event.message},
           {"reason", event.reason}};
 }
@@ -44,8 +45,8 @@ Json objectOf(const ItemsSavedEvent& event) {
 }
 
 Json objectOf(const FinishedEvent& event) {
-  return {{"event", "finished"},     {"transfer", event.transfer}, {"elements", event.elements},
-          {"bytes", event.bytes},    {"seconds", event.seconds},   {"skipped", event.skipped}};
+  return {{"event", "finished"},  {"transfer", event.transfer}, {"elements", event.elements},
+          {"bytes", event.bytes}, {"seconds", event.seconds},   {"skipped", event.skipped}};
 }
 
 Json objectOf(const FailedEvent& event) {

@@ -23,8 +23,9 @@ struct ReadyEvent {
 /// An endpoint could not be opened.
 struct StartupFailureEvent {
   std::string endpoint;  ///< as `VeskoFailedEndpoint` names it
-  std::string message;   ///< what the library would have the user told
-  std::string reason;    ///< the system's
+  std::uint16_t port = 0;
+  std::string message;  ///< what the library would have the user told
+  std::string reason;   ///< the system's
 };
 
 /// The first event of a transfer, but for what is left out of it beforehand. Exactly one `FinishedEvent` or

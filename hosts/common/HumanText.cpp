@@ -56,12 +56,8 @@ bool isIn(const std::array<Range, count>& ranges, char32_t point) noexcept {
 
 /// The scripts and signs that terminals draw in no or two columns: the blocks that names are likely to come from.
 std::size_t columnsOfCharacter(char32_t point) noexcept {
-  constexpr std::array<Range, 6> combining{{{0x300, 0x36F},
-                                            {0x483, 0x489},
-                                            {0x591, 0x5BD},
-                                            {0x64B, 0x65F},
-                                            {0x200B, 0x200F},
-                                            {0xFE00, 0xFE0F}}};
+  constexpr std::array<Range, 6> combining{
+      {{0x300, 0x36F}, {0x483, 0x489}, {0x591, 0x5BD}, {0x64B, 0x65F}, {0x200B, 0x200F}, {0xFE00, 0xFE0F}}};
   constexpr std::array<Range, 9> wide{{{0x1100, 0x115F},
                                        {0x2E80, 0xA4CF},
                                        {0xAC00, 0xD7A3},
@@ -104,9 +100,7 @@ std::string rateText(double bytesPerSecond) {
   return bytesPerSecond < 999.5 ? fixedText(bytesPerSecond, 0) + " B/s" : scaledText(bytesPerSecond) + "B/s";
 }
 
-std::string durationText(double seconds) {
-  return seconds < 59.95 ? fixedText(seconds, 1) + " s" : clockText(seconds);
-}
+std::string durationText(double seconds) { return seconds < 59.95 ? fixedText(seconds, 1) + " s" : clockText(seconds); }
 
 std::string clockText(double seconds) {
   constexpr double longest = 99 * 3600.0;  // beyond, the estimate says nothing but "long"
@@ -144,6 +138,7 @@ std::string fittedText(std::string_view text, std::size_t columns) {
 
 std::string progressLine(const ProgressView& view, std::size_t columns) {
   constexpr std::size_t shortestName = 8;
+  constexpr std::size_t longestName = 40;
   constexpr std::size_t shortestBar = 12;
   constexpr std::size_t longestBar = 32;
   const double fraction = fractionOf(view);
@@ -152,14 +147,17 @@ std::string progressLine(const ProgressView& view, std::size_t columns) {
   if (view.elementCount > 1) {
     numbers += "  " + std::to_string(view.finishedElements) + '/' + std::to_string(view.elementCount);
   }
-  if (numbers.size() + 2 + shortestBar > columns) return fittedText(numbers, columns);
+  if (numbers.size() + 2 + shortestBar > columns) return numbers.substr(0, columns);
   const std::size_t room = columns - numbers.size() - 2;
   if (view.name.empty() || room < shortestBar + 2 + shortestName) {
     return barText(fraction, std::min(room, longestBar)) + "  " + numbers;
   }
   const std::size_t bar = std::clamp(room / 2, shortestBar, longestBar);
-  const std::string name = fittedText(view.name, room - bar - 2);
-  return name + "  " + barText(fraction, bar) + "  " + numbers;
+  const std::size_t nameColumns = std::min(room - bar - 2, longestName);
+  const std::string name = fittedText(view.name, nameColumns);
+  // Filled up, so that the bar stays in its place whatever the name.
+  const std::string blanks(nameColumns - columnsOf(name) + 2, ' ');
+  return name + blanks + barText(fraction, bar) + "  " + numbers;
 }
 
 }  // namespace vesko

@@ -27,8 +27,8 @@ namespace vesko {
 /// UTF-8 counts as one.
 [[nodiscard]] std::size_t columnsOf(std::string_view text) noexcept;
 
-/// `text` in at most `columns` columns: of one that is longer the end, which tells the files of a folder apart, behind an
-/// ellipsis.
+/// `text` in at most `columns` columns: of one that is longer the end, which tells the files of a folder apart, behind
+/// an ellipsis.
 [[nodiscard]] std::string fittedText(std::string_view text, std::size_t columns);
 
 /// How far a transfer has come.
@@ -42,7 +42,8 @@ struct ProgressView {
 };
 
 /// One line of at most `columns` columns: name, bar, bytes, rate, time left, elements done of all. What does not fit is
-/// left out, the name first, then the bar; numbers that cannot be (more bytes than announced) are taken as they come.
+/// left out: the name first, then the bar, then the numbers from the end. Numbers that cannot be (more bytes than
+/// announced) are taken as they come.
 [[nodiscard]] std::string progressLine(const ProgressView& view, std::size_t columns);
 
 }  // namespace vesko

@@ -14,8 +14,8 @@ struct PeerAddress {
   friend bool operator==(const PeerAddress&, const PeerAddress&) = default;
 };
 
-/// The address that `text` writes out, "192.0.2.7" or "192.0.2.7:5000"; none when it is anything else. Octets are decimal
-/// without leading zeros, which some programs would take for octal; a port is 1 to 65535.
+/// The address that `text` writes out, "192.0.2.7" or "192.0.2.7:5000"; none when it is anything else. Octets are
+/// decimal without leading zeros, which some programs would take for octal; a port is 1 to 65535.
 [[nodiscard]] std::optional<PeerAddress> parsePeerAddress(std::string_view text, std::uint16_t defaultPort);
 
 }  // namespace vesko

@@ -37,7 +37,7 @@ Session::~Session() { observer_->close(); }
 bool Session::startReceiving() {
   server_->startServer();
   for (const auto& failed : server_->failedEndpoints()) {
-    sink_->publish(StartupFailureEvent{failed.endpoint, failed.message, failed.error.message()});
+    sink_->publish(StartupFailureEvent{failed.endpoint, settings_.port, failed.message, failed.error.message()});
   }
   if (!server_->failedEndpoints().empty()) return false;
   sink_->publish(ReadyEvent{server_->boundTcpPort(), settings_.downloadsFolder});
@@ -69,7 +69,8 @@ void Session::cancelAll() { observer_->cancelAll(); }
 
 void Session::send(TransferId id, VeskoItems items, const PeerAddress& peer) {
   auto record = std::make_shared<VeskoPeer>(peer.ip, peer.ip, peer.port, std::string(), VeskoPeer::TimePoint());
-  auto transfer = std::make_shared<VeskoTransfer>(std::move(items), std::move(record), DispatchQueue::serial("transfer"));
+  auto transfer =
+      std::make_shared<VeskoTransfer>(std::move(items), std::move(record), DispatchQueue::serial("transfer"));
   transfer->setDelegate(observer_);
   transfer->setOutcomeDelegate(observer_);
   observer_->noteStarted(id, *transfer);

@@ -42,7 +42,8 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Starts to accept transfers, and publishes that or each endpoint that could not be opened. False when there was one.
+  /// Starts to accept transfers, and publishes that or each endpoint that could not be opened. False when there was
+  /// one.
   [[nodiscard]] bool startReceiving();
 
   /// Sends what is at `paths`; blocks while it is listed. What has to be left out is published first; none when nothing

@@ -69,8 +69,12 @@ void TransferObserver::transferDidProgress(VeskoTransfer& transfer, std::int64_t
                                            std::uint64_t finishedBytes) {
   const std::scoped_lock lock(mutex_);
   Running& running = running_[&transfer];
-  progress(running, {running.id, static_cast<std::uint64_t>(elementCount),
-                     static_cast<std::uint64_t>(finishedElements), totalSize, finishedBytes, {}});
+  progress(running, {running.id,
+                     static_cast<std::uint64_t>(elementCount),
+                     static_cast<std::uint64_t>(finishedElements),
+                     totalSize,
+                     finishedBytes,
+                     {}});
 }
 
 void TransferObserver::transferDidEnd(VeskoTransfer& transfer, const VeskoTransferOutcome& outcome) {
@@ -166,8 +170,7 @@ void TransferObserver::publishEnd(const void* transfer, const VeskoTransferOutco
 }
 
 FailedEvent TransferObserver::failureOf(const Running& running, const VeskoTransferOutcome& outcome) const {
-  return {running.id,      outcome.reason,      outcome.description(),
-          outcome.element, running.isConnected, outcome.keptPath};
+  return {running.id, outcome.reason, outcome.description(), outcome.element, running.isConnected, outcome.keptPath};
 }
 
 void TransferObserver::prune() {

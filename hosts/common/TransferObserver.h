@@ -20,8 +20,8 @@ namespace vesko {
 
 /// Makes the events of a session out of what its transfers report, on their queues. Any thread.
 ///
-/// Progress is published at once, but at most ten times a second for each transfer; the newest report is held back until
-/// then, and never lost: it comes before any other event of its transfer.
+/// Progress is published at once, but at most ten times a second for each transfer; the newest report is held back
+/// until then, and never lost: it comes before any other event of its transfer.
 class TransferObserver : public VeskoTransferDelegate,
                          public VeskoIncomingTransferDelegate,
                          public VeskoTransferOutcomeDelegate {

@@ -16,7 +16,8 @@ template <class Body>
   std::fflush(nullptr);
   const pid_t child = ::fork();
   if (child == 0) {
-    body();
+    // What it throws must not lead the child back into the parent's work.
+    [&]() noexcept { body(); }();
     std::fflush(nullptr);
     ::_exit(testing::Test::HasFailure() ? 1 : 0);
   }

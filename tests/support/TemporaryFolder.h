@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -45,8 +46,9 @@ class TemporaryFolder {
     return path(name);
   }
 
-  /// The bytes of a file; "" when there is none.
+  /// The bytes of a file, links followed; "" when there is none.
   [[nodiscard]] std::string read(std::string_view name) const {
+    if (!std::filesystem::is_regular_file(path(name))) return {};
     std::ifstream stream(path(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
   }

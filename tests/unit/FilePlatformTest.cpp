@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "Platform/DateFormatter.h"
@@ -249,13 +250,13 @@ TEST(DirectoryHandleTest, RemovesTreesWithoutRightsDeeperThanPathsAndDescriptors
     fs::permissions(folder.path("tree/closed"), fs::perms::none);
     std::error_code error;
     const std::string name(200, 'd');
-    for (auto [level, parent] = std::pair(0, opened(folder.path("tree"))); level < 200; ++level) {
+    for (auto [level, parent] = std::pair(0, opened(folder.path("tree"))); level < 64; ++level) {
       parent->makeFolder(name, error);
       parent = parent->openFolder(name, error);
       ASSERT_FALSE(error);
     }
     const auto base = opened(folder.path());
-    const rlimit few = {64, 64};
+    const rlimit few = {32, 32};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
     base->removeTree("tree", error);
     EXPECT_FALSE(error) << error.message();
@@ -280,6 +281,38 @@ TEST(DirectoryHandleTest, GoesOnRemovingAfterAFailure) {
     EXPECT_EQ(error, std::errc::too_many_files_open);
     EXPECT_EQ(folder.entries("tree"), (std::vector<std::string>{"a", "b"}));
   }));
+}
+
+/// Entries that cost no file of their own.
+void makeLinks(const std::string& file, const std::string& folder, int count) {
+  for (int index = 0; index < count; ++index) fs::create_hard_link(file, folder + "/" + std::to_string(index));
+}
+
+TEST(DirectoryHandleTest, RemovesNothingElsewhereWhenSomebodyMovesTheFolderItIsIn) {
+  // A round in which the removal outruns the move proves nothing.
+  bool isMoved = false;
+  for (int round = 0; round < 100 && !isMoved; ++round) {
+    const TemporaryFolder folder;
+    const auto inner = opened(folder.makeFolder("tree/a/b"));
+    const auto file = folder.write("file", "");
+    makeLinks(file, folder.path("tree/a/b"), 3000);
+    makeLinks(file, folder.path("tree/a"), 20);
+    makeLinks(file, folder.makeFolder("outside"), 20);
+    std::error_code error;
+    const auto names = inner->contents(error);
+    std::jthread mover([&] {
+      std::error_code failure;
+      // The last name of the list goes first.
+      while (!failure) (void)inner->attributes(names.back(), false, failure);
+      fs::rename(folder.path("tree/a/b"), folder.path("outside/b"), failure);
+      isMoved = !failure;
+    });
+    opened(folder.path())->removeTree("tree", error);
+    mover.join();
+    EXPECT_EQ(isMoved, static_cast<bool>(error));
+    EXPECT_EQ(folder.entries("outside").size(), isMoved ? 21U : 20U);
+  }
+  EXPECT_TRUE(isMoved);
 }
 
 TEST(DirectoryHandleTest, TellsWhatMayBeReadAndNeverOpensLinks) {

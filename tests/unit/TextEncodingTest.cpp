@@ -45,12 +45,11 @@ TEST(TextEncoding, AcceptsWellFormedUtf8Only) {
   // At every place around the words in which ASCII is skipped.
   for (std::size_t before = 0; before < 18; ++before) {
     for (std::size_t after = 0; after < 10; ++after) {
-      const std::string start(before, 'a');
-      const std::string end(after, 'b');
-      for (const auto& entry : wellFormed)
-        EXPECT_TRUE(isValidUtf8(start + entry.first + end)) << testing::PrintToString(entry);
-      for (const auto& bytes : illFormed)
-        EXPECT_FALSE(isValidUtf8(start + bytes + end)) << testing::PrintToString(bytes);
+      const auto isValidWithin = [&](const std::string& bytes) {
+        return isValidUtf8(std::string(before, 'a').append(bytes).append(after, 'b'));
+      };
+      for (const auto& entry : wellFormed) EXPECT_TRUE(isValidWithin(entry.first)) << testing::PrintToString(entry);
+      for (const auto& bytes : illFormed) EXPECT_FALSE(isValidWithin(bytes)) << testing::PrintToString(bytes);
     }
   }
   for (const auto& [bytes, codePoint] : wellFormed) {

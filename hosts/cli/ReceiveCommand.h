@@ -1,0 +1,10 @@
+#pragma once
+
+#include "hosts/cli/Run.h"
+
+namespace vesko {
+
+/// Receives until interrupted or, where that is asked for, until the first transfer has ended.
+[[nodiscard]] ExitCode runReceive(Program& program, const ReceiveOptions& options);
+
+}  // namespace vesko

@@ -1,0 +1,61 @@
+#include "hosts/cli/Run.h"
+
+#include "hosts/common/Session.h"
+
+namespace vesko {
+namespace {
+
+constexpr TransferId firstTransfer = 1;
+
+ExitCode codeOf(const FailedEvent& event) {
+  if (event.reason == VeskoFailureReason::cancelled) return ExitCode::interrupted;
+  return event.wasConnected ? ExitCode::brokeOff : ExitCode::couldNotConnect;
+}
+
+}  // namespace
+
+void Run::handleInterrupts(ExitCode overdue) {
+  program_.interrupts.handle([events = events_] { events->interrupt(); }, overdue);
+}
+
+void Run::takeEvents(const std::function<bool()>& isDone) {
+  while (const auto event = events_->next()) {
+    take(*event);
+    if (isDone()) return;
+  }
+}
+
+void Run::takeWaitingEvents() {
+  while (const auto event = events_->nextWaiting()) take(*event);
+}
+
+void Run::windDown(Session& session) {
+  program_.console.clearBar();
+  session.cancelAll();
+  takeWaitingEvents();
+  while (running_ > 0) {
+    if (const auto event = events_->next()) take(*event);
+  }
+}
+
+void Run::take(const Event& event) {
+  program_.reporter.report(event);
+  std::visit(Overloaded{[this](const TransferStartedEvent&) { ++running_; },
+                        [this](const FinishedEvent& end) {
+                          const bool isIncomplete = isFirstIncomplete_ || end.skipped > 0;
+                          noteEnd(end.transfer, isIncomplete ? ExitCode::incomplete : ExitCode::success);
+                        },
+                        [this](const FailedEvent& end) { noteEnd(end.transfer, codeOf(end)); },
+                        [this](const SkippedEvent& skipped) {
+                          if (skipped.transfer == firstTransfer) isFirstIncomplete_ = true;
+                        },
+                        [](const auto&) {}},
+             event);
+}
+
+void Run::noteEnd(TransferId transfer, ExitCode code) {
+  --running_;
+  if (transfer == firstTransfer) firstEnd_ = code;
+}
+
+}  // namespace vesko

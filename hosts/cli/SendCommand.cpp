@@ -1,0 +1,56 @@
+#include "hosts/cli/SendCommand.h"
+
+#include <algorithm>
+#include <map>
+
+#include "Platform/FileManager.h"
+#include "VeskoKit/PathText.h"
+#include "hosts/cli/Outgoing.h"
+
+namespace vesko {
+namespace {
+
+/// The path that `named` stands for, ending in the name that it is to be sent under: "." and the like have none.
+std::string pathToSend(const std::string& named) {
+  const std::string leaf = named.ends_with('/') ? "" : lastPathComponent(named);
+  if (!leaf.empty() && leaf != "." && leaf != "..") return named;
+  std::error_code error;
+  std::string path = FileManager::canonicalPath(named, error);
+  return error ? named : path;
+}
+
+std::vector<std::string> pathsToSend(const std::vector<std::string>& named) {
+  std::vector<std::string> paths;
+  for (const auto& one : named) {
+    std::string path = pathToSend(one);
+    if (std::find(paths.begin(), paths.end(), path) == paths.end()) paths.push_back(std::move(path));
+  }
+  return paths;
+}
+
+/// The complaint when two paths end in the same name: one would replace the other where they arrive.
+std::optional<std::string> complaintAboutNames(const std::vector<std::string>& paths) {
+  std::map<std::string, std::string> pathOfName;
+  for (const auto& path : paths) {
+    const auto [other, isNew] = pathOfName.emplace(lastPathComponent(path), path);
+    if (!isNew) {
+      return "\"" + other->second + "\" and \"" + path + "\" would arrive under the same name; send them one by one";
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+ExitCode runSend(Program& program, const SendOptions& options) {
+  const auto peer = findPeer(program, options.peer);
+  if (!peer) return ExitCode::noSuchPeer;
+  const auto paths = pathsToSend(options.paths);
+  if (const auto complaint = complaintAboutNames(paths)) {
+    program.console.complain(*complaint);
+    return ExitCode::usage;
+  }
+  return followTransfer(program, [&](Session& session) { return session.sendPaths(paths, *peer).has_value(); });
+}
+
+}  // namespace vesko

@@ -1,0 +1,54 @@
+#include "hosts/cli/TextCommand.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include "hosts/cli/Outgoing.h"
+#include "hosts/common/HumanText.h"
+
+namespace vesko {
+namespace {
+
+/// What standard input holds, but not much more than can be sent; none when it cannot be read.
+std::optional<std::string> readInput() {
+  std::string text;
+  std::array<char, 65536> buffer;
+  while (text.size() <= Session::maximumTextLength) {
+    const std::size_t length = std::fread(buffer.data(), 1, buffer.size(), stdin);
+    if (length == 0) break;
+    text.append(buffer.data(), length);
+  }
+  if (std::ferror(stdin) != 0) return std::nullopt;
+  return text;
+}
+
+std::string complaintAbout(VeskoFailureReason reason) {
+  if (reason == VeskoFailureReason::invalidText) return "the text is not valid UTF-8; send it as a file";
+  return "the text is longer than " + sizeText(Session::maximumTextLength) + "; send it as a file";
+}
+
+}  // namespace
+
+ExitCode runText(Program& program, const TextOptions& options) {
+  const auto peer = findPeer(program, options.peer);
+  if (!peer) return ExitCode::noSuchPeer;
+  if (!options.text && !program.options.quiet && Console::inputIsTerminal()) {
+    program.console.note("type the text; Ctrl-D on a line of its own ends it");
+  }
+  const auto text = options.text ? options.text : readInput();
+  if (!text) {
+    program.console.complain("standard input cannot be read: " + std::generic_category().message(errno));
+    return ExitCode::unexpected;
+  }
+  if (const auto reason = Session::reasonAgainstText(*text); reason != VeskoFailureReason::none) {
+    program.console.complain(complaintAbout(reason));
+    return ExitCode::usage;
+  }
+  return followTransfer(program, [&](Session& session) {
+    session.sendText(*text, *peer);
+    return true;
+  });
+}
+
+}  // namespace vesko

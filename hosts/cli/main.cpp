@@ -1,0 +1,64 @@
+#include <exception>
+#include <memory>
+#include <system_error>
+
+#include "Platform/Clock.h"
+#include "VeskoKit/Log.h"
+#include "hosts/cli/JsonReporter.h"
+#include "hosts/cli/ReceiveCommand.h"
+#include "hosts/cli/SendCommand.h"
+#include "hosts/cli/TerminalReporter.h"
+#include "hosts/cli/TextCommand.h"
+
+namespace vesko {
+namespace {
+
+bool openLog(const std::string& file, Console& console) {
+  try {
+    Log::setSink(file.empty() ? nullptr : Log::fileSink(file));
+    return true;
+  } catch (const std::system_error& error) {
+    console.complain("cannot write the log \"" + file + "\": " + error.code().message());
+    return false;
+  }
+}
+
+std::unique_ptr<Reporter> makeReporter(const CommonOptions& options, Console& console) {
+  if (options.json) return std::make_unique<JsonReporter>(console, options.quiet);
+  return std::make_unique<TerminalReporter>(console, options.quiet, Clock::system());
+}
+
+ExitCode run(const Options& options, Console& console, Interrupts& interrupts) {
+  if (!openLog(options.common.logFile, console)) return ExitCode::usage;
+  const auto reporter = makeReporter(options.common, console);
+  Program program{options.common, console, *reporter, interrupts};
+  const ExitCode code =
+      std::visit(Overloaded{[&](const SendOptions& send) { return runSend(program, send); },
+                            [&](const TextOptions& text) { return runText(program, text); },
+                            [&](const ReceiveOptions& receive) { return runReceive(program, receive); }},
+                 options.command);
+  if (!console.outputFailed()) return code;
+  console.complain("standard output cannot be written to");
+  return code == ExitCode::success ? ExitCode::unexpected : code;
+}
+
+ExitCode runGuarded(const Options& options, Interrupts& interrupts) {
+  Console console;
+  try {
+    return run(options, console, interrupts);
+  } catch (const std::exception& error) {
+    console.complain(error.what());
+    return ExitCode::unexpected;
+  }
+}
+
+}  // namespace
+}  // namespace vesko
+
+int main(int argumentCount, char** arguments) {
+  vesko::Interrupts interrupts;
+  const auto parsed = vesko::parseOptions(argumentCount, arguments);
+  const auto* options = std::get_if<vesko::Options>(&parsed);
+  const auto code = options != nullptr ? vesko::runGuarded(*options, interrupts) : std::get<vesko::ExitCode>(parsed);
+  return static_cast<int>(code);
+}

@@ -1,0 +1,189 @@
+#include <array>
+#include <chrono>
+#include <thread>
+
+#include "hosts/common/HumanText.h"
+#include "hosts/common/Session.h"
+#include "tests/hosts/CliFixture.h"
+
+namespace vesko {
+namespace {
+
+using CliSendTest = CliTest;
+
+TEST_F(CliSendTest, FoldersArriveAsTheyWere) {
+  folder_.write("photos/summer/été.txt", "hello");
+  folder_.write("photos/summer/large", std::string(3'000'000, 'x'));
+  folder_.write("photos/.hidden", "");
+  folder_.makeFolder("photos/empty");
+  const auto receiver = startReceiver();
+  const auto result = run({"send", "--to", peer(), folder_.path("photos")});
+  EXPECT_EQ(result.code, 0);
+  EXPECT_TRUE(result.output.starts_with("sent 6 elements, 3.0 MB to 127.0.0.1")) << result.output;
+  EXPECT_EQ(result.errors, "");
+  EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 6 elements, 3.0 MB from 127.0.0.1"));
+  EXPECT_EQ(treeOf("in/photos"), treeOf("photos"));
+}
+
+TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {
+  folder_.write("dir/sub/a", "a");
+  folder_.write("dir/[a,b]", "b");
+  folder_.write("dir/{}", "c");
+  folder_.write("dir/text", "d");
+  const auto receiver = startReceiver();
+  const std::pair<std::string, std::string> cases[] = {
+      {".", "dir"},       {"sub/..", "dir (2)"}, {"sub/", "sub"},  {"sub/.", "sub (2)"},
+      {"[a,b]", "[a,b]"}, {"{}", "{}"},          {"text", "text"},
+  };
+  for (const auto& [path, name] : cases) {
+    auto setup = setupFor({"send", "--to", peer(), "--quiet", path});
+    setup.arguments.insert(setup.arguments.begin(), {"/usr/bin/env", "-C", folder_.path("dir")});
+    Process sender(setup);
+    const auto result = resultOf(sender);
+    EXPECT_EQ(result.code, 0) << path << result.errors;
+    EXPECT_EQ(result.output + result.errors, "") << path;
+    EXPECT_TRUE(receiver->waitForOutput(folder_.path("in/" + name) + ':')) << path;
+  }
+}
+
+TEST_F(CliSendTest, WrongCommandLinesAreUsageErrors) {
+  folder_.write("a/x", "");
+  folder_.write("b/x", "");
+  const std::string port = addressOf(RawListener(false).port());
+  const Arguments cases[] = {
+      {},
+      {"fetch"},
+      {"send", "x"},
+      {"send", "--to", port},
+      {"send", "--to", port, "--colour", "x"},
+      {"send", "--to", port, "--port", "0", "x"},
+      {"send", "--to", port, "--port", "65536", "x"},
+      {"send", "--to", port, "--log", folder_.path("none/log"), "x"},
+      {"send", "--to", port, folder_.path("a/x"), folder_.path("b/x")},
+      {"text", "--to", port, "a", "b"},
+      {"text", "--to", port, "\xff"},
+      {"receive", "x"},
+      {"receive", "--dir", folder_.path("none")},
+      {"receive", "--dir", folder_.path("a/x")},
+  };
+  for (const auto& arguments : cases) {
+    const auto result = run(arguments);
+    EXPECT_EQ(result.code, 2) << testing::PrintToString(arguments);
+    EXPECT_EQ(result.output, "");
+    EXPECT_NE(result.errors, "");
+  }
+  EXPECT_EQ(run({"text", "--to", port}, std::string(Session::maximumTextLength + 1, 'x')).code, 2);
+  for (const char* option : {"--help", "--version"}) EXPECT_EQ(run({option}).code, 0);
+}
+
+TEST_F(CliSendTest, NamesWhatCouldNotBeSent) {
+  const std::string file = folder_.write("a", "hello");
+  const RawListener refusing(false);
+  auto result = run({"send", "--to", "localhost", file});
+  EXPECT_EQ(result.code, 3);
+  EXPECT_NE(result.errors.find("names are not looked up"), std::string::npos);
+  EXPECT_EQ(run({"send", "--to", addressOf(refusing.port()), file}).code, 4);
+  EXPECT_EQ(run({"send", "--to", "127.0.0.1", "--port", std::to_string(refusing.port()), file}).code, 4);
+
+  // Nothing is left, so nobody has to be reached.
+  result = run({"send", "--to", addressOf(refusing.port()), folder_.path("none\x1b[2J")});
+  EXPECT_EQ(result.code, 6);
+  EXPECT_NE(result.errors.find("none\\u{1b}[2J\": it does not exist"), std::string::npos) << result.errors;
+
+  const auto receiver = startReceiver();
+  result = run({"send", "--to", peer(), "--json", folder_.path("none"), file});
+  EXPECT_EQ(result.code, 6);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(eventIn(result.output, "skipped")["path"], folder_.path("none"));
+  EXPECT_EQ(eventIn(result.output, "skipped")["reason"], "notFound");
+  EXPECT_EQ(eventIn(result.output, "finished")["elements"], 1);
+  EXPECT_TRUE(receiver->waitForOutput("saved"));
+  EXPECT_EQ(folder_.read("in/a"), "hello");
+}
+
+TEST_F(CliSendTest, ReportsATransferThatBreaksOff) {
+  const RawListener listener;
+  Process sender(setupFor({"send", "--to", addressOf(listener.port()), "--json", makeLargeFile("large")}));
+  auto connection = listener.accept();
+  EXPECT_EQ(connection.receive(100'000).size(), 100'000U);
+  connection.reset();
+  const auto result = resultOf(sender);
+  EXPECT_EQ(result.code, 5);
+  EXPECT_EQ(eventsIn(result.output).back()["event"], "failed");
+  EXPECT_EQ(eventsIn(result.output).back()["reason"], "connectionLost");
+  EXPECT_EQ(eventsIn(result.output).back()["element"], "large");
+}
+
+TEST_F(CliSendTest, EndsWhenInterrupted) {
+  const RawListener listener;
+  for (const int number : {SIGINT, SIGTERM}) {
+    Process sender(setupFor({"send", "--to", addressOf(listener.port()), makeLargeFile("large")}));
+    auto connection = listener.accept();
+    EXPECT_EQ(connection.receive(100'000).size(), 100'000U);
+    sender.signal(number);
+    EXPECT_EQ(sender.wait(), 130);
+    EXPECT_NE(sender.errors().find("cancelled"), std::string::npos);
+    static_cast<void>(connection.receiveAll());
+    EXPECT_EQ(connection.error(), std::errc::connection_reset);  // not to be taken for the end of the stream
+  }
+  auto setup = setupFor({"text", "--to", addressOf(listener.port()), "--log", folder_.path("log")});
+  setup.input.reset();
+  Process typing(setup);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!folder_.exists("log") && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  typing.signal(SIGINT);
+  EXPECT_EQ(typing.wait(), 130);
+}
+
+TEST_F(CliSendTest, TextsArriveByteForByte) {
+  const auto receiver = startReceiver({"--json"});
+  const std::string text("a\n\tb\0\x1b[2J\u00e9\r\n", 13);
+  EXPECT_EQ(run({"text", "--to", peer(), "first"}).code, 0);
+  EXPECT_EQ(run({"text", "--to", peer()}, text).code, 0);
+  EXPECT_EQ(run({"text", "--to", peer(), "-"}, "-third").code, 0);
+  EXPECT_EQ(run({"text", "--to", peer(), "--", "--fourth"}).code, 0);
+  EXPECT_EQ(run({"text", "--to", peer(), ""}).code, 0);
+  receiver->signal(SIGTERM);
+  const auto result = resultOf(*receiver);
+  std::vector<std::string> texts;
+  for (const auto& event : eventsIn(result.output)) {
+    if (event["event"] == "textReceived") texts.push_back(event["text"]);
+  }
+  EXPECT_EQ(texts, (std::vector<std::string>{"first", text, "-third", "--fourth", ""}));
+}
+
+TEST_F(CliSendTest, ShowsABarOnTerminalsOnly) {
+  const std::string file = folder_.write("\x1b]0;name", std::string(3'000'000, 'x'));
+  const auto receiver = startReceiver();
+  for (const auto columns : std::to_array<unsigned short>({30, 60, 200})) {
+    auto setup = setupFor({"send", "--to", peer(), file});
+    setup.terminalColumns = columns;
+    Process sender(setup);
+    const auto result = resultOf(sender);
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.errors.find("%  "), std::string::npos) << result.errors;
+    EXPECT_EQ(result.errors.find('\x1b'), std::string::npos);
+    EXPECT_TRUE(result.errors.ends_with(" \r"));
+    std::istringstream lines(result.errors);
+    for (std::string line; std::getline(lines, line, '\r');) EXPECT_LT(columnsOf(line), columns) << line;
+  }
+  auto setup = setupFor({"send", "--to", peer(), "--quiet", file});
+  setup.terminalColumns = 80;
+  Process sender(setup);
+  EXPECT_EQ(resultOf(sender).errors, "");
+}
+
+TEST_F(CliSendTest, ColoursOnlyWhereItIsWelcome) {
+  const std::pair<std::vector<std::string>, bool> cases[] = {
+      {{"TERM=xterm", "NO_COLOR="}, true}, {{"TERM=xterm", "NO_COLOR=1"}, false}, {{"TERM=dumb", "NO_COLOR="}, false}};
+  for (const auto& [environment, hasColour] : cases) {
+    auto setup = setupFor({"send", "--to", "nobody", "x"});
+    setup.environment = environment;
+    setup.terminalColumns = 80;
+    Process sender(setup);
+    EXPECT_EQ(resultOf(sender).errors.find('\x1b') != std::string::npos, hasColour) << environment[0];
+  }
+}
+
+}  // namespace
+}  // namespace vesko

@@ -1,0 +1,355 @@
+#include "VeskoKit/VeskoTransfer.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "tests/support/FakeClock.h"
+#include "tests/support/QueueTasks.h"
+#include "tests/support/RawPeer.h"
+#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedSocket.h"
+#include "tests/support/StreamBytes.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr std::uint64_t mebibyte = 1024 * 1024;
+
+/// A transfer over a `ScriptedSocket`.
+class ScriptedTransfer final : public VeskoTransfer {
+ public:
+  using VeskoTransfer::VeskoTransfer;
+  std::size_t completedWrites = 0;
+
+ protected:
+  std::shared_ptr<GCDAsyncSocket> makeSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate) override {
+    return std::make_shared<ScriptedSocket>(std::move(delegate), dispatchQueue(), completedWrites);
+  }
+};
+
+class VeskoTransferTest : public testing::Test {
+ protected:
+  VeskoTransferTest() { Log::setSink(recorder_); }
+  ~VeskoTransferTest() override { Log::setSink(nullptr); }
+
+  template <class Transfer = VeskoTransfer>
+  std::shared_ptr<Transfer> make(VeskoItems items, std::uint16_t port, const std::string& ip = "127.0.0.1") {
+    auto peer = std::make_shared<VeskoPeer>("key", ip, port, "signature", VeskoPeer::TimePoint());
+    auto transfer = std::make_shared<Transfer>(std::move(items), std::move(peer), queue_);
+    transfer->setDelegate(recorder_);
+    transfer->setOutcomeDelegate(recorder_);
+    return transfer;
+  }
+
+  /// The items for a folder A with a file b.txt of five bytes.
+  [[nodiscard]] VeskoItems folderWithFile() const {
+    folder_.write("A/b.txt", "hello");
+    return VeskoTransfer::itemsForPaths({folder_.path("A")});
+  }
+
+  /// A file of `size` bytes that takes no room on the disk.
+  [[nodiscard]] VeskoItems sparseFile(std::uint64_t size) const {
+    std::filesystem::resize_file(folder_.write("file", ""), size);
+    return VeskoTransfer::itemsForPaths({folder_.path("file")});
+  }
+
+  /// Starts the transfer and accepts its connection.
+  [[nodiscard]] RawConnection start(VeskoTransfer& transfer) const {
+    transfer.start();
+    return listener_.accept();
+  }
+
+  /// True when the transfer's only outcome is `text`, and nothing comes after it.
+  [[nodiscard]] bool endsWith(const std::string& text) const {
+    if (!recorder_->waitFor("[outcome")) return false;
+    waitForTasks(queue_);
+    EXPECT_EQ(recorder_->all().back(), "[outcome " + text + "]");
+    return recorder_->count("[outcome") == 1;
+  }
+
+  TemporaryFolder folder_;
+  RawListener listener_;
+  std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
+  std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("transfer", clock_);
+  std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+};
+
+TEST_F(VeskoTransferTest, SendsAFolderWithAFile) {
+  const auto transfer = make(folderWithFile(), listener_.port());
+  EXPECT_EQ(transfer->totalSize, 5U);
+  EXPECT_EQ(transfer->socket(), nullptr);
+  RawConnection peer = start(*transfer);
+  const std::string stream = peer.receiveAll();
+  EXPECT_EQ(stream, StreamBytes::folderWithFile());
+  EXPECT_EQ(stream.size(), 47U);
+  EXPECT_FALSE(peer.error());
+  peer.close();
+  ASSERT_TRUE(endsWith("finished"));
+  const Strings expected = {
+      "didConnectToHost 127.0.0.1 " + std::to_string(listener_.port()),
+      "[connected]",
+      "[progress 2 0 5 0]",
+      "didWriteDataWithTag 1",
+      "sending meta A",
+      "didWriteDataWithTag 2",
+      "sending chunk 0 0 A",
+      "[progress 2 0 5 0]",
+      "didWriteDataWithTag 3",
+      "[progress 2 1 5 0]",
+      "sending meta A/b.txt",
+      "didWriteDataWithTag 2",
+      "sending chunk 5 5 A/b.txt",
+      "[progress 2 1 5 0]",
+      "didWriteDataWithTag 3",
+      "[progress 2 2 5 5]",
+      "[finished]",
+      "didDisconnect",
+      "[outcome finished]",
+  };
+  EXPECT_EQ(recorder_->all(), expected);
+  EXPECT_EQ(transfer->socket(), nullptr);
+  EXPECT_TRUE(transfer->hasEnded());
+}
+
+TEST_F(VeskoTransferTest, SendsBodiesOfAllSizes) {
+  const struct {
+    std::function<VeskoItems()> items;
+    std::string header;
+    Strings chunks;
+    std::uint64_t size;
+  } cases[] = {
+      {[this] { return sparseFile(25 * mebibyte); },
+       StreamBytes::header("file", 26'214'400),
+       {"sending chunk 10485760 10485760 file", "sending chunk 20971520 10485760 file",
+        "sending chunk 26214400 5242880 file"},
+       25 * mebibyte},
+      {[this] { return sparseFile(10 * mebibyte); },
+       StreamBytes::header("file", 10'485'760),
+       {"sending chunk 10485760 10485760 file"},
+       10 * mebibyte},
+      {[this] { return sparseFile(0); }, StreamBytes::header("file", 0), {"sending chunk 0 0 file"}, 0},
+      {[] { return VeskoTransfer::itemsForText("caf\xc3\xa9"); },
+       StreamBytes::header(StreamBytes::textName, 5),
+       {"sending chunk 5 5 ___VIRNO___TEXT___"},
+       5},
+      {[] { return VeskoTransfer::itemsForText(""); },
+       StreamBytes::header(StreamBytes::textName, 0),
+       {"sending chunk 0 0 ___VIRNO___TEXT___"},
+       0},
+      {[] { return VeskoItems(); }, "", {}, 0},
+  };
+  for (const auto& [items, header, chunks, size] : cases) {
+    SCOPED_TRACE(header);
+    recorder_->take();
+    const auto transfer = make(items(), listener_.port());
+    const auto count = std::to_string(transfer->items().size());
+    RawConnection peer = start(*transfer);
+    const std::string start = StreamBytes::metadata(transfer->items().size(), size) + header;
+    EXPECT_EQ(peer.receive(start.size()), start);
+    EXPECT_EQ(peer.receiveAll().size(), size);
+    peer.close();
+    ASSERT_TRUE(endsWith("finished"));
+    EXPECT_EQ(recorder_->startingWith("sending chunk"), chunks);
+
+    std::uint64_t before = 0;
+    for (const std::string& report : recorder_->startingWith("[progress")) {
+      const std::uint64_t finished = std::stoull(report.substr(report.rfind(' ')));
+      EXPECT_GE(finished, before);
+      before = finished;
+    }
+    const auto events = recorder_->all();
+    const auto end = std::ranges::find(events, "[finished]");
+    ASSERT_GE(end - events.begin(), 2);
+    const std::string all = "[progress " + count + " " + count + " " + std::to_string(size) + " ";
+    const auto last = *(end - 1) == "didWriteDataWithTag 1" ? end - 2 : end - 1;  // the metadata is all there is
+    EXPECT_EQ(*last, all + std::to_string(size) + "]");
+  }
+}
+
+TEST_F(VeskoTransferTest, ConnectingFails) {
+  const RawListener refusing(false);
+  const auto transfer = make(folderWithFile(), refusing.port());
+  transfer->start();
+  ASSERT_TRUE(endsWith("failed connectionRefused"));
+  EXPECT_EQ(recorder_->take(), (Strings{"didDisconnect", "[outcome failed connectionRefused]"}));
+  EXPECT_TRUE(recorder_->lastOutcome().operation.starts_with("connecting"));
+  EXPECT_EQ(recorder_->lastOutcome().error, std::errc::connection_refused);
+
+  for (const std::string ip : {"", "no address"}) {
+    const auto misdirected = make(folderWithFile(), 4644, ip);
+    misdirected->start();
+    ASSERT_TRUE(endsWith("failed unreachable"));
+    EXPECT_EQ(recorder_->take().size(), 1U);
+  }
+}
+
+TEST_F(VeskoTransferTest, SmallWritesTimeOut) {
+  for (const std::size_t completed : {0U, 1U, 2U, 3U}) {
+    SCOPED_TRACE(completed);
+    recorder_->take();
+    const auto transfer = make<ScriptedTransfer>(folderWithFile(), 4644);
+    transfer->completedWrites = completed;
+    transfer->start();
+    if (completed == 3) {
+      ASSERT_TRUE(recorder_->waitFor("sending chunk 5"));
+      waitForTasks(queue_);
+      clock_->advance(std::chrono::hours(24));
+      waitForTasks(queue_);
+      EXPECT_EQ(recorder_->count("[outcome"), 0U) << "bodies have no bound";
+      transfer->cancel();
+      EXPECT_TRUE(endsWith("cancelled"));
+      break;
+    }
+    ASSERT_TRUE(clock_->waitForAlarm());
+    waitForTasks(queue_);
+    const auto before = recorder_->all();
+    clock_->advance(std::chrono::seconds(10));
+    ASSERT_TRUE(endsWith("failed timedOut"));
+    const auto events = recorder_->all();
+    const std::string tag = completed == 0 ? "1" : "2";
+    EXPECT_EQ(Strings(events.begin() + static_cast<std::ptrdiff_t>(before.size()), events.end()),
+              (Strings{"shouldTimeoutWriteWithTag " + tag + " 10.0 0", "didDisconnect", "[outcome failed timedOut]"}));
+    EXPECT_EQ(transfer->transferedCount, completed == 2 ? 1 : 0);
+    EXPECT_EQ(recorder_->count("[progress 2 0 5 1"), 0U) << "partial notices count for bodies only";
+  }
+}
+
+TEST_F(VeskoTransferTest, AnElementThatCannotBeSentAsListedResetsTheConnection) {
+  const std::string path = folder_.path("file");
+  const struct {
+    const char* name;
+    std::function<void()> change;
+  } cases[] = {
+      {"vanished", [&] { std::filesystem::remove(path); }},
+      {"shrank", [&] { std::filesystem::resize_file(path, 19 * mebibyte); }},
+      {"became a folder", [&] { std::filesystem::remove(path), std::filesystem::create_directory(path); }},
+  };
+  for (const auto& [name, change] : cases) {
+    SCOPED_TRACE(name);
+    recorder_->take();
+    std::filesystem::remove(path);
+    const auto transfer = make(sparseFile(20 * mebibyte), listener_.port());
+    change();
+    RawConnection peer = start(*transfer);
+    EXPECT_LT(peer.receiveAll().size(), 20 * mebibyte);
+    EXPECT_EQ(peer.error(), std::errc::connection_reset);
+    EXPECT_TRUE(endsWith("failed sourceChanged"));
+    EXPECT_EQ(recorder_->lastOutcome().element, "file");
+    EXPECT_EQ(recorder_->count("[finished]"), 0U);
+  }
+
+  recorder_->take();
+  const auto withoutBody = make({std::make_shared<VeskoItem>("plain", 5, 5)}, listener_.port());
+  RawConnection peer = start(*withoutBody);
+  (void)peer.receiveAll();
+  EXPECT_EQ(peer.error(), std::errc::connection_reset);
+  EXPECT_TRUE(endsWith("failed sourceChanged"));
+}
+
+TEST_F(VeskoTransferTest, AFileThatShrinksWhileItIsSentResetsTheConnection) {
+  const auto transfer = make(sparseFile(60 * mebibyte), listener_.port());
+  RawConnection peer = start(*transfer);
+  (void)peer.receive(mebibyte);
+  std::filesystem::resize_file(folder_.path("file"), 50 * mebibyte);
+  EXPECT_LT(peer.receiveAll().size(), 50 * mebibyte);
+  EXPECT_EQ(peer.error(), std::errc::connection_reset);
+  EXPECT_TRUE(endsWith("failed sourceChanged"));
+}
+
+TEST_F(VeskoTransferTest, AFileThatGrewIsSentAtItsListedLength) {
+  VeskoItems items = folderWithFile();
+  folder_.write("A/b.txt", "hello, hello");
+  const auto transfer = make(std::move(items), listener_.port());
+  RawConnection peer = start(*transfer);
+  EXPECT_EQ(peer.receiveAll(), StreamBytes::folderWithFile());
+  peer.close();
+  EXPECT_TRUE(endsWith("finished"));
+}
+
+TEST_F(VeskoTransferTest, TheReceiverDecidesWhatTheEndWasWorth) {
+  for (const bool resets : {true, false}) {
+    recorder_->take();
+    const auto transfer = make(folderWithFile(), listener_.port());
+    RawConnection peer = start(*transfer);
+    EXPECT_EQ(peer.receiveAll(), StreamBytes::folderWithFile());
+    ASSERT_TRUE(recorder_->waitFor("[finished]"));
+    waitForTasks(queue_);
+    EXPECT_EQ(recorder_->count("[outcome"), 0U) << "only the receiver's answer ends the transfer";
+    resets ? peer.reset() : peer.close();
+    EXPECT_TRUE(endsWith(resets ? "failed connectionLost" : "finished"));
+  }
+  recorder_->take();
+  const auto transfer = make(sparseFile(50 * mebibyte), listener_.port());
+  RawConnection peer = start(*transfer);
+  (void)peer.receive(1000);
+  peer.close();
+  EXPECT_TRUE(endsWith("failed connectionLost"));
+  EXPECT_EQ(recorder_->lastOutcome().element, "file");
+  EXPECT_EQ(recorder_->count("[finished]"), 0U);
+}
+
+TEST_F(VeskoTransferTest, IsCancelled) {
+  const auto transfer = make(sparseFile(50 * mebibyte), listener_.port());
+  transfer->cancel();  // without effect: not started
+  waitForTasks(queue_);
+  RawConnection peer = start(*transfer);
+  ASSERT_TRUE(recorder_->waitFor("sending chunk"));
+  transfer->cancel();
+  transfer->cancel();
+  EXPECT_TRUE(endsWith("cancelled"));
+  EXPECT_LT(peer.receiveAll().size(), 50 * mebibyte);
+  EXPECT_EQ(peer.error(), std::errc::connection_reset);
+  transfer->cancel();
+  EXPECT_TRUE(endsWith("cancelled"));
+
+  recorder_->take();
+  const auto draining = make(folderWithFile(), listener_.port());
+  RawConnection silent = start(*draining);
+  ASSERT_TRUE(recorder_->waitFor("[finished]"));
+  draining->cancel();
+  EXPECT_TRUE(endsWith("cancelled"));
+}
+
+/// Is cancelled by another thread in the middle of its start.
+class HastilyCancelledTransfer final : public VeskoTransfer {
+ public:
+  using VeskoTransfer::VeskoTransfer;
+
+ protected:
+  std::shared_ptr<GCDAsyncSocket> makeSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate) override {
+    std::jthread([this] { cancel(); }).join();
+    if (!dispatchQueue()->isCurrent()) waitForTasks(dispatchQueue());
+    return VeskoTransfer::makeSocket(std::move(delegate));
+  }
+};
+
+TEST_F(VeskoTransferTest, EndsOnceWhenCancelledInTheMiddleOfItsStart) {
+  const auto transfer = make<HastilyCancelledTransfer>(folderWithFile(), listener_.port());
+  transfer->start();
+  EXPECT_TRUE(endsWith("cancelled"));
+}
+
+TEST_F(VeskoTransferTest, EndsOnceWhenCancelledWhileItStarts) {
+  constexpr std::size_t rounds = 40;
+  for (std::size_t round = 1; round <= rounds; ++round) {
+    const auto transfer = make(VeskoTransfer::itemsForText("text"), listener_.port());
+    std::jthread starter([&] { transfer->start(); });
+    transfer->cancel();
+    starter.join();
+    transfer->cancel();
+    ASSERT_TRUE(recorder_->waitFor("[outcome", round)) << round;
+  }
+  waitForTasks(queue_);
+  EXPECT_EQ(recorder_->count("[outcome cancelled"), rounds);
+}
+
+}  // namespace
+}  // namespace vesko

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "Platform/FileDescriptor.h"
+
+namespace vesko {
+
+/// A program under test, run with what it reads and writes in the test's hands. Waits are ten seconds at most; one that
+/// is still running at the end of its owner is killed.
+class Process {
+ public:
+  struct Setup {
+    std::vector<std::string> arguments;             ///< the program's path first
+    std::optional<std::string> input = "";          ///< standard input; none: it stays open and empty
+    std::vector<std::string> environment;           ///< "NAME=value", in addition to the test's own
+    std::optional<unsigned short> terminalColumns;  ///< standard error is a terminal that wide
+  };
+
+  explicit Process(const Setup& setup);
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  /// True as soon as standard output, or standard error, holds `text`; false when it never comes.
+  [[nodiscard]] bool waitForOutput(std::string_view text) { return output_.waitFor(text); }
+  [[nodiscard]] bool waitForErrors(std::string_view text) { return errors_.waitFor(text); }
+
+  void signal(int number) const;
+
+  /// The exit code; minus a signal's number when one ended it; none when it does not end.
+  [[nodiscard]] std::optional<int> wait();
+
+  /// What was written so far; all of it after the end.
+  [[nodiscard]] std::string output() { return output_.text(); }
+  [[nodiscard]] std::string errors() { return errors_.text(); }
+
+ private:
+  /// Gathers what comes out of a descriptor.
+  class Capture {
+   public:
+    ~Capture() { join(); }
+    void start(FileDescriptor descriptor);
+    void join();
+    [[nodiscard]] bool waitFor(std::string_view text);
+    [[nodiscard]] std::string text();
+
+   private:
+    void run();
+
+    FileDescriptor descriptor_;
+    std::thread reader_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::string text_;
+    bool hasEnded_ = false;
+  };
+
+  int process_ = -1;
+  bool isWaitedFor_ = false;
+  FileDescriptor openInput_;
+  Capture output_;
+  Capture errors_;
+};
+
+}  // namespace vesko

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "Platform/FileDescriptor.h"
+
+namespace vesko {
+
+/// The other side of a connection on this machine, in blocking calls of ten seconds at most.
+class RawConnection {
+ public:
+  explicit RawConnection(FileDescriptor descriptor);
+  [[nodiscard]] static RawConnection to(std::uint16_t port);
+
+  /// Sends all bytes, `pieceLength` at a time; false when the connection is gone.
+  bool send(std::string_view bytes, std::size_t pieceLength = std::string_view::npos);
+
+  /// The next bytes: fewer than `length` only at the end of the stream or with `error` set.
+  [[nodiscard]] std::string receive(std::size_t length);
+  [[nodiscard]] std::string receiveAll() { return receive(std::string::npos); }
+
+  /// Why the last receiving ended; none for the orderly end of the stream.
+  [[nodiscard]] const std::error_code& error() const noexcept { return error_; }
+
+  void close() noexcept { descriptor_.reset(); }
+  void reset() noexcept;
+
+ private:
+  FileDescriptor descriptor_;
+  std::error_code error_;
+};
+
+/// A port of this machine that connections can be made to; one that is not `listening` is taken, but refuses them.
+class RawListener {
+ public:
+  explicit RawListener(bool listening = true);
+
+  [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+  [[nodiscard]] RawConnection accept() const;
+
+ private:
+  FileDescriptor descriptor_;
+  std::uint16_t port_ = 0;
+};
+
+}  // namespace vesko
