@@ -16,6 +16,9 @@ using Seconds = std::chrono::duration<double>;
 /// Accepted in one go before other work on the queue gets its turn.
 constexpr int acceptBatch = 64;
 
+/// Reads of what nobody wants, in one go before other work on the queue gets its turn.
+constexpr int drainBatch = 16;
+
 /// How long accepting rests when the process has no descriptor left: the connections wait in the system's backlog.
 constexpr std::chrono::milliseconds acceptPause{100};
 
@@ -167,39 +170,59 @@ void StreamSocket::disconnectAfterWriting() {
 }
 
 void StreamSocket::beginDraining() {
-  SocketCalls::shutdownSending(descriptor_.get());
   state_ = State::draining;
   reader_.clear();
-  writer_.clear();
-  undrained_ = SocketCalls::unacknowledgedBytes(descriptor_.get());
+  undrained_ = undrainedBytes();
   drainedAt_ = queue_->clock()->monotonicNow();
   wakeIn(drainInterval);
-  drain();
+  waitReadable();
+  finishSending();
+}
+
+/// What the system has not taken of the gathered bytes comes first; only then may it say that nothing follows.
+void StreamSocket::finishSending() {
+  SocketError error;
+  const StreamStep flushed = writer_.isBlocked() ? StreamStep::blocked : writer_.flush(descriptor_.get(), false, error);
+  if (flushed == StreamStep::failed) {
+    close(error);
+  } else if (flushed == StreamStep::blocked) {
+    waitWritable();
+  } else {
+    SocketCalls::shutdownSending(descriptor_.get());
+  }
+}
+
+std::uint64_t StreamSocket::undrainedBytes() const noexcept {
+  return SocketCalls::unacknowledgedBytes(descriptor_.get()) + writer_.gatheredBytes();
 }
 
 void StreamSocket::drain() {
   std::array<char, 4096> unexpected;
   std::error_code code;
-  std::size_t count = 0;
-  do {
-    count = SocketCalls::receive(descriptor_.get(), unexpected, code);
-  } while (!code && count > 0);
-  if (code == std::errc::operation_would_block) {
+  bool isOpen = true;
+  for (int i = 0; i < drainBatch && isOpen && !code; ++i) {
+    isOpen = SocketCalls::receive(descriptor_.get(), unexpected, code) > 0;
+  }
+  if (code == std::errc::operation_would_block || (isOpen && !code)) {
     waitReadable();
+  } else if (code || writer_.gatheredBytes() > 0) {
+    close({Operation::write, code ? code : make_error_code(SocketErrc::endOfStream)});
   } else {
-    close({code ? Operation::write : Operation::none, code});
+    close({});
   }
 }
 
 void StreamSocket::checkDraining() {
   const Time now = queue_->clock()->monotonicNow();
-  const std::uint64_t left = SocketCalls::unacknowledgedBytes(descriptor_.get());
+  const std::uint64_t left = undrainedBytes();
   if (left < undrained_) drainedAt_ = now;
   undrained_ = left;
-  if (now - drainedAt_ >= Seconds(drainSeconds)) {
-    close({});
-  } else {
+  if (now - drainedAt_ < Seconds(drainSeconds)) {
     wakeIn(drainInterval);
+  } else if (writer_.gatheredBytes() > 0) {
+    close({Operation::write, std::make_error_code(std::errc::timed_out)});
+  } else {
+    close({});
   }
 }
 

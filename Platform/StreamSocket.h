@@ -57,6 +57,8 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void acceptWaiting();
   void adopt(FileDescriptor descriptor, std::string host);
   void beginDraining();
+  void finishSending();
+  [[nodiscard]] std::uint64_t undrainedBytes() const noexcept;
   void drain();
   void checkDraining();
   void close(const SocketError& error, bool reset = false);

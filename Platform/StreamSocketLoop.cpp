@@ -123,7 +123,7 @@ void StreamSocket::settle() {
   SocketError error;
   if (!writer_.isBlocked() && writer_.flush(descriptor_.get(), false, error) == StreamStep::failed) {
     close(error);
-  } else if (closesAfterWriting_ && writer_.empty()) {
+  } else if (closesAfterWriting_ && writer_.isComplete()) {
     beginDraining();
   } else {
     waitUntilReady();
@@ -153,10 +153,11 @@ void StreamSocket::waitWritable() {
     const auto self = weak.lock();
     if (!self) return;
     self->waitingToWrite_ = false;
-    if (self->state_ != State::connected) return;
     self->writer_.unblock();
     SocketError error;
-    if (self->writer_.flush(self->descriptor_.get(), true, error) == StreamStep::failed) {
+    if (self->state_ == State::draining) {
+      self->finishSending();
+    } else if (self->writer_.flush(self->descriptor_.get(), false, error) == StreamStep::failed) {
       self->close(error);
     } else {
       self->runLoop();

@@ -32,8 +32,11 @@ class StreamWriter {
   [[nodiscard]] std::int64_t tagOfFirst() const noexcept { return queue_.front().tag; }
   [[nodiscard]] std::uint64_t bytesDoneOfFirst() const noexcept { return queue_.front().done; }
 
-  /// True when every write is complete and no gathered byte is left.
-  [[nodiscard]] bool empty() const noexcept { return queue_.empty() && gathered_ == sent_; }
+  /// True when every write is complete; bytes of it may still stand in the buffer.
+  [[nodiscard]] bool isComplete() const noexcept { return queue_.empty(); }
+
+  /// Bytes of complete writes that the system has not taken yet.
+  [[nodiscard]] std::uint64_t gatheredBytes() const noexcept { return gathered_ - sent_; }
   [[nodiscard]] bool isBlocked() const noexcept { return blocked_; }
 
   /// The connection takes bytes again.

@@ -1,5 +1,7 @@
 #include "hosts/cli/Outgoing.h"
 
+#include <utility>
+
 namespace vesko {
 
 std::optional<PeerAddress> findPeer(Program& program, const std::string& name) {
@@ -12,14 +14,18 @@ std::optional<PeerAddress> findPeer(Program& program, const std::string& name) {
   return peer;
 }
 
-ExitCode followTransfer(Program& program, const std::function<bool(Session&)>& start) {
+ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
+                       const std::function<PreparedTransfer(Session&)>& prepare) {
   Run run(program);
   Session session(run.events());
-  if (!start(session)) {
+  PreparedTransfer transfer = prepare(session);
+  if (transfer.items.empty()) {
     run.takeWaitingEvents();
     return ExitCode::incomplete;
   }
+  // Before, an interruption ends the program at once; from here on the other side has to be told.
   run.handleInterrupts(ExitCode::interrupted);
+  session.send(std::move(transfer), peer);
   run.takeEvents([&run] { return run.hasFirstEnded(); });
   if (!run.hasFirstEnded()) run.windDown(session);
   return run.codeOfFirst();

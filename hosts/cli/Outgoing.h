@@ -13,8 +13,9 @@ namespace vesko {
 /// The peer that `name` stands for; none, and the user has been told, when there is no such peer.
 [[nodiscard]] std::optional<PeerAddress> findPeer(Program& program, const std::string& name);
 
-/// Follows the one transfer that `start` starts in a session to its end. `start` tells whether there was anything to be
-/// sent; without that nothing is connected to and the result is that everything was left out.
-[[nodiscard]] ExitCode followTransfer(Program& program, const std::function<bool(Session&)>& start);
+/// Sends what `prepare` prepares, and follows it to its end. Where that is nothing, nobody is connected to and the
+/// result is that all was left out.
+[[nodiscard]] ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
+                                     const std::function<PreparedTransfer(Session&)>& prepare);
 
 }  // namespace vesko

@@ -1,7 +1,7 @@
 #include "hosts/cli/SendCommand.h"
 
-#include <algorithm>
 #include <map>
+#include <set>
 
 #include "Platform/FileManager.h"
 #include "VeskoKit/PathText.h"
@@ -19,11 +19,13 @@ std::string pathToSend(const std::string& named) {
   return error ? named : path;
 }
 
+/// Each path once.
 std::vector<std::string> pathsToSend(const std::vector<std::string>& named) {
   std::vector<std::string> paths;
+  std::set<std::string> known;
   for (const auto& one : named) {
     std::string path = pathToSend(one);
-    if (std::find(paths.begin(), paths.end(), path) == paths.end()) paths.push_back(std::move(path));
+    if (known.insert(path).second) paths.push_back(std::move(path));
   }
   return paths;
 }
@@ -50,7 +52,7 @@ ExitCode runSend(Program& program, const SendOptions& options) {
     program.console.complain(*complaint);
     return ExitCode::usage;
   }
-  return followTransfer(program, [&](Session& session) { return session.sendPaths(paths, *peer).has_value(); });
+  return sendAndFollow(program, *peer, [&](Session& session) { return session.prepare(paths); });
 }
 
 }  // namespace vesko

@@ -45,10 +45,7 @@ ExitCode runText(Program& program, const TextOptions& options) {
     program.console.complain(complaintAbout(reason));
     return ExitCode::usage;
   }
-  return followTransfer(program, [&](Session& session) {
-    session.sendText(*text, *peer);
-    return true;
-  });
+  return sendAndFollow(program, *peer, [&](Session& session) { return session.prepareText(*text); });
 }
 
 }  // namespace vesko

@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view ellipsis = "…";
 
 std::string fixedText(double number, int decimals) {
-  std::array<char, 64> text;
+  std::array<char, 400> text;  // the largest double has 309 digits before its point
   const int length = std::snprintf(text.data(), text.size(), "%.*f", decimals, number);
   return {text.data(), static_cast<std::size_t>(length)};
 }

@@ -44,20 +44,16 @@ bool Session::startReceiving() {
   return true;
 }
 
-std::optional<TransferId> Session::sendPaths(const std::vector<std::string>& paths, const PeerAddress& peer) {
+PreparedTransfer Session::prepare(const std::vector<std::string>& paths) {
   const TransferId id = observer_->nextId();
   std::vector<VeskoSkippedElement> leftOut;
   VeskoItems items = VeskoTransfer::itemsForPaths(paths, &leftOut);
   observer_->noteLeftOut(id, TransferDirection::out, leftOut);
-  if (items.empty()) return std::nullopt;
-  send(id, std::move(items), peer);
-  return id;
+  return {id, std::move(items)};
 }
 
-TransferId Session::sendText(std::string text, const PeerAddress& peer) {
-  const TransferId id = observer_->nextId();
-  send(id, VeskoTransfer::itemsForText(std::move(text)), peer);
-  return id;
+PreparedTransfer Session::prepareText(std::string text) {
+  return {observer_->nextId(), VeskoTransfer::itemsForText(std::move(text))};
 }
 
 VeskoFailureReason Session::reasonAgainstText(std::string_view text) noexcept {
@@ -67,14 +63,14 @@ VeskoFailureReason Session::reasonAgainstText(std::string_view text) noexcept {
 
 void Session::cancelAll() { observer_->cancelAll(); }
 
-void Session::send(TransferId id, VeskoItems items, const PeerAddress& peer) {
+void Session::send(PreparedTransfer transfer, const PeerAddress& peer) {
   auto record = std::make_shared<VeskoPeer>(peer.ip, peer.ip, peer.port, std::string(), VeskoPeer::TimePoint());
-  auto transfer =
-      std::make_shared<VeskoTransfer>(std::move(items), std::move(record), DispatchQueue::serial("transfer"));
-  transfer->setDelegate(observer_);
-  transfer->setOutcomeDelegate(observer_);
-  observer_->noteStarted(id, *transfer);
-  server_->startTransfer(transfer);
+  const auto outgoing =
+      std::make_shared<VeskoTransfer>(std::move(transfer.items), std::move(record), DispatchQueue::serial("transfer"));
+  outgoing->setDelegate(observer_);
+  outgoing->setOutcomeDelegate(observer_);
+  observer_->noteStarted(transfer.id, *outgoing);
+  server_->startTransfer(outgoing);
 }
 
 }  // namespace vesko

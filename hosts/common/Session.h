@@ -27,6 +27,12 @@ struct SessionSettings {
   std::uint64_t incomingLimit = unlimited;        ///< transfers to let in; later ones are broken off at once
 };
 
+/// What is going to be sent; no items when all of it had to be left out.
+struct PreparedTransfer {
+  TransferId id = 0;
+  VeskoItems items;
+};
+
 /// What a host does with the library: one service, the transfers it runs, and the events they make. Used on one thread.
 class Session {
  public:
@@ -46,12 +52,14 @@ class Session {
   /// one.
   [[nodiscard]] bool startReceiving();
 
-  /// Sends what is at `paths`; blocks while it is listed. What has to be left out is published first; none when nothing
-  /// is left to be sent. Sending needs no listener.
-  std::optional<TransferId> sendPaths(const std::vector<std::string>& paths, const PeerAddress& peer);
+  /// Lists what is at `paths`, and blocks meanwhile; publishes what has to be left out.
+  [[nodiscard]] PreparedTransfer prepare(const std::vector<std::string>& paths);
 
-  /// Sends a snippet. Requires: `reasonAgainstText` has none.
-  TransferId sendText(std::string text, const PeerAddress& peer);
+  /// The same for a snippet. Requires: `reasonAgainstText` has none.
+  [[nodiscard]] PreparedTransfer prepareText(std::string text);
+
+  /// Starts to send, which needs no listener. Requires: `transfer` has items.
+  void send(PreparedTransfer transfer, const PeerAddress& peer);
 
   /// Why `text` cannot be sent: `invalidText` or `limit`; `none` when it can.
   [[nodiscard]] static VeskoFailureReason reasonAgainstText(std::string_view text) noexcept;
@@ -60,8 +68,6 @@ class Session {
   void cancelAll();
 
  private:
-  void send(TransferId id, VeskoItems items, const PeerAddress& peer);
-
   std::shared_ptr<EventSink> sink_;
   SessionSettings settings_;
   std::shared_ptr<VeskoServer> server_;
