@@ -23,8 +23,8 @@ class Data {
   explicit Data(const char* text) : Data(std::string(text)) {}
   explicit Data(std::span<const std::uint8_t> bytes);
 
-  /// The `length` bytes of `file` from `offset` on (both in bytes). Nothing is read, and nothing is checked: a file that
-  /// turns out to be shorter shows when the bytes are used.
+  /// The `length` bytes of `file` from `offset` on (both in bytes). Nothing is read, and nothing is checked: a file
+  /// that turns out to be shorter shows when the bytes are used.
   [[nodiscard]] static Data stretchOfFile(std::shared_ptr<FileHandle> file, std::uint64_t offset, std::uint64_t length);
 
   [[nodiscard]] std::uint64_t size() const noexcept { return length_; }

@@ -26,8 +26,8 @@ namespace {
 
 using Strand = asio::strand<asio::io_context::executor_type>;
 
-/// The threads behind all queues. Like the shared queues and the clock it is never destroyed: tasks may be under way while
-/// the process ends.
+/// The threads behind all queues. Like the shared queues and the clock it is never destroyed: tasks may be under way
+/// while the process ends.
 class Pool {
  public:
   static Pool& shared() {
@@ -39,6 +39,8 @@ class Pool {
 
  private:
   Pool() : work_(asio::make_work_guard(context_)) {
+    // What the timers need opens descriptors, so it is made here and not in the middle of a shortage of them.
+    const asio::steady_timer first(context_);
     // Two at least, so that one queue's slow disk does not keep every other queue waiting.
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
     for (unsigned i = 0; i < threads; ++i) {
@@ -141,9 +143,7 @@ class GlobalQueue final : public DispatchQueue {
   GlobalQueue() : DispatchQueue("global", Clock::system()) {}
 
   void async(Task task) override { asio::post(Pool::shared().context(), std::move(task)); }
-  bool isCurrent() const noexcept override {
-    return Pool::shared().context().get_executor().running_in_this_thread();
-  }
+  bool isCurrent() const noexcept override { return Pool::shared().context().get_executor().running_in_this_thread(); }
   std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
     return poolSource(shared_from_this(), descriptor, error);
   }

@@ -65,8 +65,8 @@ class MainQueue : public DispatchQueue {
   /// Runs the tasks that are waiting, on the calling thread, and returns how many ran.
   virtual std::size_t drain() = 0;
 
-  /// `wake` is called, on any thread, whenever the queue stops being empty: a foreign event loop then arranges for a call
-  /// of `drain` on its own thread. An empty function removes the hook.
+  /// `wake` is called, on any thread, whenever the queue stops being empty: a foreign event loop then arranges for a
+  /// call of `drain` on its own thread. An empty function removes the hook.
   virtual void setWakeHook(std::function<void()> wake) = 0;
 
  protected:

@@ -13,8 +13,8 @@ class DispatchSource {
   DispatchSource(const DispatchSource&) = delete;
   DispatchSource& operator=(const DispatchSource&) = delete;
 
-  /// Calls `handler` once when bytes, a connection, an end of stream or an error can be read. Not called after the source
-  /// was destroyed on the queue. Requires: no earlier request of the same kind is still open.
+  /// Calls `handler` once when bytes, a connection, an end of stream or an error can be read. Not called after the
+  /// source was destroyed on the queue. Requires: no earlier request of the same kind is still open.
   virtual void whenReadable(std::function<void()> handler) = 0;
 
   /// The same for room to write, the end of an attempt to connect, or an error.

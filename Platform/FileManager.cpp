@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/SystemError.h"
+
 namespace vesko::FileManager {
 namespace {
 
@@ -107,6 +109,14 @@ std::string downloadsDirectory(const std::string& home, const std::string& confi
 
 std::string downloadsDirectory(std::error_code& error) {
   return downloadsDirectory(environmentValue("HOME"), environmentValue("XDG_CONFIG_HOME"), error);
+}
+
+std::error_code obstacleToStoringIn(const std::string& path) {
+  std::error_code error;
+  const bool isFolder = std::filesystem::is_directory(path, error);
+  if (!error && !isFolder) error = std::make_error_code(std::errc::not_a_directory);
+  if (!error && ::access(path.c_str(), W_OK | X_OK) != 0) error = lastSystemError();
+  return error;
 }
 
 std::string canonicalPath(const std::string& path, std::error_code& error) {

@@ -21,6 +21,9 @@ void createDirectoryAtPath(const std::string& path, std::error_code& error);
 /// The same for the environment of this process.
 [[nodiscard]] std::string downloadsDirectory(std::error_code& error);
 
+/// Why this process cannot make entries in the folder at `path`; no error when it can. Any thread.
+[[nodiscard]] std::error_code obstacleToStoringIn(const std::string& path);
+
 /// An absolute form of `path` without ".", ".." and links, for a path whose last component does not name anything.
 [[nodiscard]] std::string canonicalPath(const std::string& path, std::error_code& error);
 

@@ -23,7 +23,8 @@ class GCDAsyncSocketDelegate {
   virtual void socketDidAcceptNewSocket(GCDAsyncSocket& /*socket*/, std::shared_ptr<GCDAsyncSocket> /*newSocket*/) {}
 
   /// The connection is up. Once.
-  virtual void socketDidConnectToHost(GCDAsyncSocket& /*socket*/, const std::string& /*host*/, std::uint16_t /*port*/) {}
+  virtual void socketDidConnectToHost(GCDAsyncSocket& /*socket*/, const std::string& /*host*/, std::uint16_t /*port*/) {
+  }
 
   /// A read is complete: its bytes or, for a read into a file, the stretch of the file that now holds them.
   virtual void socketDidReadData(GCDAsyncSocket& /*socket*/, const Data& /*data*/, std::int64_t /*tag*/) {}
@@ -39,8 +40,8 @@ class GCDAsyncSocketDelegate {
   virtual void socketDidWritePartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t /*length*/,
                                                  std::int64_t /*tag*/) {}
 
-  /// A write has not been completed within its time-out: the answer is how many seconds more it gets; 0 or less fails it
-  /// and closes the connection. `elapsed`: seconds; `bytesDone`: bytes of this write handed over so far.
+  /// A write has not been completed within its time-out: the answer is how many seconds more it gets; 0 or less fails
+  /// it and closes the connection. `elapsed`: seconds; `bytesDone`: bytes of this write handed over so far.
   [[nodiscard]] virtual double socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/, std::int64_t /*tag*/,
                                                                double /*elapsed*/, std::uint64_t /*bytesDone*/) {
     return 0.0;
@@ -53,8 +54,9 @@ class GCDAsyncSocketDelegate {
 
 /// A TCP socket (IPv4) with queued reads and writes, each carrying a tag.
 ///
-/// Operations may be called on any thread and return at once. Reads are served in the order they were issued, and so are
-/// writes. All work on the connection is done on the delegate queue; destroying the socket closes it without a word.
+/// Operations may be called on any thread and return at once. Reads are served in the order they were issued, and so
+/// are writes. All work on the connection is done on the delegate queue; destroying the socket closes it without a
+/// word.
 class GCDAsyncSocket {
  public:
   virtual ~GCDAsyncSocket() = default;
@@ -99,8 +101,10 @@ class GCDAsyncSocket {
   /// other side to close, as long as sent bytes are still being taken and then `drainSeconds` at most, and closes.
   virtual void disconnectAfterWriting() = 0;
 
-  /// The other side's address in dotted-decimal form, and the local port; empty and 0 while there is none.
+  /// The other side's address in dotted-decimal form; empty while there is none. On the delegate queue only.
   [[nodiscard]] virtual std::string connectedHost() const = 0;
+
+  /// The local port; 0 while there is none.
   [[nodiscard]] virtual std::uint16_t localPort() const = 0;
 
   /// Seconds that a finished connection waits for the other side once nothing drains any more.

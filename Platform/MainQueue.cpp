@@ -63,8 +63,11 @@ class HostDrainedQueue final : public MainQueue {
   }
 
   void setWakeHook(std::function<void()> wake) override {
-    const std::scoped_lock lock(mutex_);
-    wake_ = std::move(wake);
+    {
+      const std::scoped_lock lock(mutex_);
+      wake_ = std::move(wake);
+    }
+    wakeForTheRest();
   }
 
  private:
@@ -83,7 +86,7 @@ class HostDrainedQueue final : public MainQueue {
     return true;
   }
 
-  /// Tasks that came during a drain found the queue occupied and woke nobody.
+  /// Tasks that came during a drain, or before the hook, woke nobody.
   void wakeForTheRest() {
     std::function<void()> wake;
     {

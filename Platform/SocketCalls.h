@@ -34,8 +34,8 @@ void connect(int descriptor, const Address& address, std::error_code& error);
 /// How an attempt to connect ended.
 [[nodiscard]] std::error_code connectResult(int descriptor);
 
-/// A socket that listens on `port` of every interface, taking over from connections of an earlier process that are still
-/// dying.
+/// A socket that listens on `port` of every interface, taking over from connections of an earlier process that are
+/// still dying.
 [[nodiscard]] FileDescriptor listen(std::uint16_t port, std::error_code& error);
 
 [[nodiscard]] FileDescriptor accept(int descriptor, std::string& host, std::error_code& error);
@@ -48,8 +48,8 @@ void connect(int descriptor, const Address& address, std::error_code& error);
 /// Sends what the system takes; `more`: something follows at once, so that a part of a segment may wait for it.
 [[nodiscard]] std::size_t send(int descriptor, std::string_view bytes, bool more, std::error_code& error);
 
-/// Sends up to `length` bytes of `file` from `offset` on, without bringing them into the program. 0 without an error: the
-/// file ends there. `std::errc::invalid_argument` or `function_not_supported`: not possible for this file.
+/// Sends up to `length` bytes of `file` from `offset` on, without bringing them into the program. 0 without an error:
+/// the file ends there. `std::errc::invalid_argument` or `function_not_supported`: not possible for this file.
 [[nodiscard]] std::size_t sendFile(int descriptor, const FileHandle& file, std::uint64_t offset, std::size_t length,
                                    std::error_code& error);
 

@@ -8,8 +8,8 @@ namespace vesko {
 
 /// What ends a connection besides the errors of the system.
 enum class SocketErrc {
-  endOfStream = 1,   ///< the other side closed in good order, while more was expected
-  sourceEnded,       ///< a file that was being sent ended before its announced length
+  endOfStream = 1,  ///< the other side closed in good order, while more was expected
+  sourceEnded,      ///< a file that was being sent ended before its announced length
 };
 
 [[nodiscard]] std::error_code make_error_code(SocketErrc code) noexcept;

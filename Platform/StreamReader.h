@@ -19,9 +19,9 @@ class FileHandle;
 class StreamReader {
  public:
   struct Request {
-    std::uint64_t length = 0;                  ///< bytes
-    std::shared_ptr<FileHandle> destination;   ///< none: into memory
-    double timeout = -1.0;                     ///< seconds; negative: none
+    std::uint64_t length = 0;                 ///< bytes
+    std::shared_ptr<FileHandle> destination;  ///< none: into memory
+    double timeout = -1.0;                    ///< seconds; negative: none
     std::int64_t tag = 0;
   };
 

@@ -212,10 +212,9 @@ void StreamSocket::checkWriteDeadline(Time now) {
   if (!writeDeadline_.started || now < writeDeadline_.expires || !writer_.timeoutOfFirst()) return;
   const auto delegate = delegate_.lock();
   const double elapsed = Seconds(now - *writeDeadline_.started).count();
-  const double extension =
-      delegate ? delegate->socketShouldTimeoutWriteWithTag(*this, writer_.tagOfFirst(), elapsed,
-                                                           writer_.bytesDoneOfFirst())
-               : 0.0;
+  const double extension = delegate ? delegate->socketShouldTimeoutWriteWithTag(*this, writer_.tagOfFirst(), elapsed,
+                                                                                writer_.bytesDoneOfFirst())
+                                    : 0.0;
   if (state_ != State::connected) return;
   if (extension > 0) {
     writeDeadline_.expires = now + inTicks(extension);

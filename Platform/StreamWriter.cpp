@@ -74,8 +74,7 @@ bool StreamWriter::appendFirst(std::size_t count, SocketError& error) {
   char* const end = buffer_.get() + gathered_;
   if (request.data.isStretchOfFile()) {
     std::error_code code;
-    const std::size_t found =
-        request.data.file()->readAt(request.data.offset() + request.done, {end, count}, code);
+    const std::size_t found = request.data.file()->readAt(request.data.offset() + request.done, {end, count}, code);
     if (!code && found < count) code = SocketErrc::sourceEnded;
     if (code) error = {SocketError::Operation::source, code};
     if (code) return false;

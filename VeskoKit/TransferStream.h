@@ -17,8 +17,8 @@ struct Metadata {
   friend bool operator==(const Metadata&, const Metadata&) = default;
 };
 
-constexpr std::uint64_t metadataLength = 16;   ///< bytes
-constexpr std::uint64_t sizeFieldLength = 8;   ///< bytes
+constexpr std::uint64_t metadataLength = 16;  ///< bytes
+constexpr std::uint64_t sizeFieldLength = 8;  ///< bytes
 
 /// The value of a folder's size field: all 64 bits set. No file can be of this length.
 constexpr std::uint64_t folderMark = ~std::uint64_t{0};

@@ -23,8 +23,8 @@ class ReceivedItemStorage;
 class VeskoIncomingTransfer;
 struct SocketError;
 
-/// Hears how incoming transfers get on. Every call comes on the queue of the transfer, which all incoming transfers of a
-/// service share: what takes long belongs elsewhere.
+/// Hears how incoming transfers get on. Every call comes on the queue of the transfer, which all incoming transfers of
+/// a service share: what takes long belongs elsewhere.
 class VeskoIncomingTransferDelegate {
  public:
   virtual ~VeskoIncomingTransferDelegate() = default;
@@ -114,8 +114,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// Issues reads for the current body, or completes the element when all of it has arrived.
   virtual void doNextChunk();
 
-  /// Breaks the transfer off: the connection is reset, what arrived is removed, and the outcome is "cancelled", unless it
-  /// has already ended. Any thread.
+  /// Breaks the transfer off: the connection is reset, what arrived is removed, and the outcome is "cancelled", unless
+  /// it has already ended. Any thread.
   void cancel();
 
   /// True from the outcome on. Any thread.

@@ -46,7 +46,7 @@ VeskoDir::VeskoDir(std::shared_ptr<const VeskoItemFolder> folder)
 
 VeskoFile::VeskoFile(const std::string& path) : VeskoFile(path, lastPathComponent(path)) {}
 
-VeskoFile::VeskoFile(std::string path, std::string name)
+VeskoFile::VeskoFile(const std::string& path, std::string name)
     : VeskoFile(makeFolder(path, std::move(name)), lengthOfFile(path)) {}
 
 VeskoFile::VeskoFile(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size)

@@ -78,7 +78,7 @@ class VeskoFile : public VeskoItem {
   /// Named by the last component of `path`. Both ask the file system for the length, 0 where it cannot be had
   /// (`sourceError` then tells why).
   explicit VeskoFile(const std::string& path);
-  VeskoFile(std::string path, std::string name);
+  VeskoFile(const std::string& path, std::string name);
 
   /// A file of `size` bytes directly inside `folder`, already known from listing it.
   VeskoFile(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size);
@@ -88,8 +88,8 @@ class VeskoFile : public VeskoItem {
   /// The file while its body is being handed out.
   [[nodiscard]] const std::shared_ptr<FileHandle>& handle() const noexcept { return handle_; }
 
-  /// The next stretch of the file, up to `chunkSize` and never beyond the listed length. The call that reaches the listed
-  /// length lets go of the file (the stretch still holds it open); the one after that starts over.
+  /// The next stretch of the file, up to `chunkSize` and never beyond the listed length. The call that reaches the
+  /// listed length lets go of the file (the stretch still holds it open); the one after that starts over.
   [[nodiscard]] Data nextChunk() override;
   [[nodiscard]] std::error_code sourceError() const override { return error_; }
   void stopReading() noexcept override { handle_.reset(); }
@@ -124,8 +124,8 @@ class VeskoText : public VeskoItem {
 
 using VeskoItems = std::vector<std::shared_ptr<VeskoItem>>;
 
-/// The walk over chosen paths: for each, in order, the file, or the folder followed by everything inside it (depth first,
-/// a folder before its contents, in the file system's order, hidden entries included). Links are followed.
+/// The walk over chosen paths: for each, in order, the file, or the folder followed by everything inside it (depth
+/// first, a folder before its contents, in the file system's order, hidden entries included). Links are followed.
 ///
 /// What cannot be sent is left out, with everything inside it, and added to `leftOut` with the reason: what does not
 /// exist, cannot be read or is no file or folder; a folder that is its own ancestor; a name the other side would refuse

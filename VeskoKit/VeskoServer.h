@@ -20,15 +20,15 @@ class NSApp;
 
 /// An endpoint that could not be opened.
 struct VeskoFailedEndpoint {
-  std::string endpoint;  ///< "tcp"
-  std::string message;   ///< what the user is shown
-  std::error_code error; ///< the system's reason
+  std::string endpoint;   ///< "tcp"
+  std::string message;    ///< what the user is shown
+  std::error_code error;  ///< the system's reason
 };
 
 /// The service a host creates to take part: it accepts transfers and keeps those it starts.
 ///
-/// Made with `std::make_shared`. Set it up, then call `startServer`; both on one thread. There is no stop: destroying the
-/// service closes its listener, and the transfers it keeps end with it.
+/// Made with `std::make_shared`. Set it up, then call `startServer`; both on one thread. There is no stop: destroying
+/// the service closes its listener, and the transfers it keeps end with it.
 class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
  public:
   static constexpr std::uint16_t defaultPort = 4644;
@@ -60,8 +60,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate);
   void setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate);
 
-  /// Sweeps the storage folders of dead transfers and opens the endpoints. One that cannot be opened is shown to the user
-  /// and listed in `failedEndpoints`; the start goes on with the next.
+  /// Sweeps the storage folders of dead transfers and opens the endpoints. One that cannot be opened is shown to the
+  /// user and listed in `failedEndpoints`; the start goes on with the next.
   virtual void startServer();
 
   /// Starts a transfer and keeps it until it is pruned. Any thread.
@@ -84,7 +84,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void pruneFinishedTransfers();
 
   /// The serial queues "broadcast" (discovery) and "incoming" (everything received).
-  [[nodiscard]] const std::shared_ptr<DispatchQueue>& broadcastDispatchQueue() const noexcept { return broadcastQueue_; }
+  [[nodiscard]] const std::shared_ptr<DispatchQueue>& broadcastDispatchQueue() const noexcept {
+    return broadcastQueue_;
+  }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& incomingDispatchQueue() const noexcept { return incomingQueue_; }
 
   /// A connection was accepted, on the "incoming" queue; not for hosts.

@@ -176,7 +176,7 @@ double VeskoTransfer::socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/
 void VeskoTransfer::socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) {
   Log::line("didDisconnect");
   if (decidedOutcome_) {
-    end(std::move(*decidedOutcome_));
+    end(*decidedOutcome_);
   } else if (&socket == drainingSocket_.get() && !error) {
     end({});
   } else if (&socket == drainingSocket_.get() || isCurrent(socket)) {
@@ -208,7 +208,7 @@ void VeskoTransfer::breakOff(VeskoTransferOutcome outcome) {
   (socket_ ? socket_ : drainingSocket_)->disconnectWithReset();
 }
 
-void VeskoTransfer::end(VeskoTransferOutcome outcome) {
+void VeskoTransfer::end(const VeskoTransferOutcome& outcome) {
   if (ended_.exchange(true)) return;
   drainingSocket_.reset();
   if (static_cast<std::size_t>(transferedCount) < items_.size()) currentItem().stopReading();

@@ -126,7 +126,7 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   [[nodiscard]] VeskoTransferOutcome failure(const SocketError& error) const;
   [[nodiscard]] bool isCurrent(const GCDAsyncSocket& socket) const noexcept;
   void breakOff(VeskoTransferOutcome outcome);
-  void end(VeskoTransferOutcome outcome);
+  void end(const VeskoTransferOutcome& outcome);
 
   const VeskoItems items_;
   const std::shared_ptr<VeskoPeer> peer_;

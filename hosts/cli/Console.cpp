@@ -1,11 +1,9 @@
 #include "hosts/cli/Console.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 
+#include "Platform/Terminal.h"
 #include "VeskoKit/Log.h"
 #include "hosts/common/HumanText.h"
 
@@ -25,18 +23,16 @@ void writeError(const std::string& text) { std::fwrite(text.data(), 1, text.size
 }  // namespace
 
 Console::Console()
-    : outputIsTerminal_(::isatty(STDOUT_FILENO) == 1),
-      errorIsTerminal_(::isatty(STDERR_FILENO) == 1),
+    : outputIsTerminal_(Terminal::isTerminal(Terminal::Stream::output)),
+      errorIsTerminal_(Terminal::isTerminal(Terminal::Stream::error)),
       hasColour_(errorIsTerminal_ && colourIsWelcome()) {}
 
-bool Console::inputIsTerminal() noexcept { return ::isatty(STDIN_FILENO) == 1; }
+bool Console::inputIsTerminal() noexcept { return Terminal::isTerminal(Terminal::Stream::input); }
 
 std::size_t Console::columns() const noexcept {
   constexpr std::size_t usual = 80;
-  winsize size{};
-  const bool isKnown = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
   // The last column stays free: some terminals break the line when it is written to.
-  return (isKnown ? size.ws_col : usual) - 1;
+  return Terminal::columns(Terminal::Stream::error).value_or(usual) - 1;
 }
 
 void Console::print(std::string_view text) {

@@ -1,31 +1,20 @@
 #include "hosts/cli/Interrupts.h"
 
-#include <pthread.h>
-#include <signal.h>
-
-#include <cerrno>
-#include <csignal>
+#include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <mutex>
 #include <thread>
 #include <utility>
+
+#include "Platform/StopSignals.h"
 
 namespace vesko {
 namespace {
 
 /// Whoever stops the program may count on its end within two seconds.
-constexpr timespec grace{1, 800'000'000};
+constexpr std::chrono::milliseconds grace{1800};
 
 [[noreturn]] void endWith(ExitCode code) { std::_Exit(static_cast<int>(code)); }
-
-sigset_t interruptions() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
 
 }  // namespace
 
@@ -35,16 +24,9 @@ struct Interrupts::Shared {
   ExitCode overdue = ExitCode::interrupted;
 
   void waitForSignals() {
-    const sigset_t signals = interruptions();
-    int number = 0;
-    while (sigwait(&signals, &number) != 0) {
-    }
+    StopSignals::wait();
     const ExitCode code = handleFirst();
-    int result = 0;
-    do {
-      result = sigtimedwait(&signals, nullptr, &grace);
-    } while (result < 0 && errno == EINTR);
-    endWith(result < 0 ? code : ExitCode::interrupted);
+    endWith(StopSignals::waitFor(grace) ? ExitCode::interrupted : code);
   }
 
   ExitCode handleFirst() {
@@ -56,11 +38,7 @@ struct Interrupts::Shared {
 };
 
 Interrupts::Interrupts() : shared_(std::make_shared<Shared>()) {
-  const sigset_t signals = interruptions();
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  // Shells start background jobs with SIGINT ignored; who sends it to this program means it.
-  std::signal(SIGINT, SIG_DFL);
-  std::signal(SIGPIPE, SIG_IGN);
+  StopSignals::hold();
   std::thread([shared = shared_] { shared->waitForSignals(); }).detach();
 }
 

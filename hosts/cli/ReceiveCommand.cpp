@@ -1,9 +1,5 @@
 #include "hosts/cli/ReceiveCommand.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
 #include <system_error>
 
 #include "Platform/FileManager.h"
@@ -12,22 +8,12 @@
 namespace vesko {
 namespace {
 
-/// What keeps items from being received into `folder`; no error when nothing does.
-std::error_code obstacleIn(const std::string& folder) {
-  std::error_code error;
-  if (!std::filesystem::is_directory(folder, error)) {
-    return error ? error : std::make_error_code(std::errc::not_a_directory);
-  }
-  if (::access(folder.c_str(), W_OK | X_OK) != 0) return {errno, std::generic_category()};
-  return {};
-}
-
 /// Sets `folder` to where items go, in absolute form; a code when they cannot, and the user has been told.
 ExitCode findFolder(Program& program, const ReceiveOptions& options, std::string& folder) {
   const bool isNamed = !options.directory.empty();
   std::error_code error;
   folder = isNamed ? options.directory : FileManager::downloadsDirectory(error);
-  if (!error) error = obstacleIn(folder);
+  if (!error) error = FileManager::obstacleToStoringIn(folder);
   if (!error) folder = FileManager::canonicalPath(folder, error);
   if (!error) return ExitCode::success;
   program.console.complain("cannot receive into " +

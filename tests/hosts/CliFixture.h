@@ -68,7 +68,7 @@ class CliTest : public testing::Test {
 
   /// A file that takes long to send and no room on the disk.
   std::string makeLargeFile(std::string_view name) const {
-    const std::string path = folder_.write(name, "");
+    std::string path = folder_.write(name, "");
     std::filesystem::resize_file(path, 256U << 20U);
     return path;
   }

@@ -41,7 +41,7 @@ TEST(EventJson, WritesEachEventAsOneLineWithItsFieldsInOrder) {
 }
 
 TEST(EventJson, KeepsEveryCharacterOfATextOnOneLine) {
-  std::string text("\0\x01\n\r\t\x1b[2J\x7f\u2028\u202e", 17);
+  std::string text("\0\x01\n\r\t\x1b[2J\x7f\u2028\u202e", 16);
   text += "\U0001F600";
   const std::string line = jsonLine(TextReceivedEvent{1, text});
   EXPECT_EQ(line.find_first_of("\n\r\x1b"), std::string::npos);

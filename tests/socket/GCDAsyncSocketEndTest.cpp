@@ -228,6 +228,7 @@ TEST_F(SocketTest, ListenersAcceptOnTheirQueue) {
 TEST_F(SocketTest, AcceptingPausesWhileThereAreNoDescriptors) {
   SocketError error;
   ASSERT_TRUE(socket_->acceptOnPort(0, error));
+  waitForTasks(queue_);
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
   const int lowestFree = ::dup(0);

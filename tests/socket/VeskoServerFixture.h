@@ -50,7 +50,8 @@ class VeskoServerTest : public testing::Test {
     return RawConnection::to(server_->boundTcpPort());
   }
 
-  /// Sends a stream and closes the connection; true when the transfer's only outcome is `outcome`, and nothing comes after it.
+  /// Sends a stream and closes the connection; true when the transfer's only outcome is `outcome`, and nothing comes
+  /// after it.
   [[nodiscard]] bool receive(std::string_view stream, const std::string& outcome,
                              std::size_t pieceLength = std::string_view::npos) {
     recorder_->take();

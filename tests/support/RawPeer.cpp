@@ -22,7 +22,9 @@ FileDescriptor checked(FileDescriptor descriptor, const char* what) {
   return descriptor;
 }
 
-FileDescriptor makeSocket() { return checked(FileDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), "socket"); }
+FileDescriptor makeSocket() {
+  return checked(FileDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), "socket");
+}
 
 sockaddr_in loopback(std::uint16_t port) {
   sockaddr_in address{};
@@ -57,8 +59,7 @@ RawConnection RawConnection::to(std::uint16_t port) {
 
 bool RawConnection::send(std::string_view bytes, std::size_t pieceLength) {
   while (!bytes.empty()) {
-    const ssize_t count =
-        ::send(descriptor_.get(), bytes.data(), std::min(bytes.size(), pieceLength), MSG_NOSIGNAL);
+    const ssize_t count = ::send(descriptor_.get(), bytes.data(), std::min(bytes.size(), pieceLength), MSG_NOSIGNAL);
     if (count < 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
@@ -70,8 +71,7 @@ std::string RawConnection::receive(std::size_t length) {
   std::vector<char> buffer(256 * 1024);
   error_.clear();
   while (bytes.size() < length) {
-    const ssize_t count =
-        ::recv(descriptor_.get(), buffer.data(), std::min(buffer.size(), length - bytes.size()), 0);
+    const ssize_t count = ::recv(descriptor_.get(), buffer.data(), std::min(buffer.size(), length - bytes.size()), 0);
     if (count < 0) error_ = lastSystemError();
     if (count <= 0) break;
     bytes.append(buffer.data(), static_cast<std::size_t>(count));

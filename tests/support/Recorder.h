@@ -34,8 +34,8 @@ class Recorder final : public LogSink,
   void incomingTransferDidFinish(VeskoIncomingTransfer& transfer) override;
   void incomingTransferReserved(VeskoIncomingTransfer& transfer) override;
   void incomingTransferDidProgress(VeskoIncomingTransfer& transfer, std::uint64_t elementCount,
-                                   std::uint64_t finishedElements, std::uint64_t totalSize,
-                                   std::uint64_t finishedBytes, const std::optional<std::string>& currentName,
+                                   std::uint64_t finishedElements, std::uint64_t totalSize, std::uint64_t finishedBytes,
+                                   const std::optional<std::string>& currentName,
                                    const std::optional<std::string>& currentPath) override;
   void incomingTransferDidReceiveText(VeskoIncomingTransfer& transfer, const std::string& text) override;
   void incomingTransferDidSaveItems(VeskoIncomingTransfer& transfer, const std::string& path) override;

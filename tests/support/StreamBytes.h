@@ -20,9 +20,7 @@ inline std::string metadata(std::uint64_t elementCount, std::uint64_t totalSize)
   return number(elementCount) + number(totalSize);
 }
 
-inline std::string header(std::string_view name, std::uint64_t size) {
-  return std::string(name) + '\0' + number(size);
-}
+inline std::string header(std::string_view name, std::uint64_t size) { return std::string(name) + '\0' + number(size); }
 
 inline std::string folder(std::string_view name) { return header(name, folderSize); }
 

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+/// The terminal behind the standard streams of the process. Any thread.
+namespace vesko::Terminal {
+
+enum class Stream : std::uint8_t { input, output, error };
+
+/// True when the stream is a terminal.
+[[nodiscard]] bool isTerminal(Stream stream) noexcept;
+
+/// The columns that the terminal has at present; none when it is no terminal or does not say.
+[[nodiscard]] std::optional<std::size_t> columns(Stream stream) noexcept;
+
+}  // namespace vesko::Terminal
