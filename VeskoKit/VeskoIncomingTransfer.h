@@ -114,8 +114,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// Issues reads for the current body, or completes the element when all of it has arrived.
   virtual void doNextChunk();
 
-  /// Breaks the transfer off: the connection is reset, what arrived is removed, and the outcome is "cancelled", unless
-  /// it has already ended. Any thread.
+  /// Breaks the transfer off as a failure would, unless it has already ended: the connection is reset, what arrived is
+  /// removed (or kept, by the settings), and the outcome is "cancelled". Any thread.
   void cancel();
 
   /// True from the outcome on. Any thread.

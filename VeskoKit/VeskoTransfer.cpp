@@ -68,6 +68,7 @@ std::shared_ptr<GCDAsyncSocket> VeskoTransfer::makeSocket(std::weak_ptr<GCDAsync
 
 void VeskoTransfer::start() {
   isCancelled_ = false;
+  ended_ = false;
   transferedSize = 0;
   transferedCount = 0;
   events_ = std::make_shared<SocketEvents>(weak_from_this());
@@ -176,7 +177,7 @@ double VeskoTransfer::socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/
 void VeskoTransfer::socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) {
   Log::line("didDisconnect");
   if (decidedOutcome_) {
-    end(*decidedOutcome_);
+    end(*std::exchange(decidedOutcome_, std::nullopt));
   } else if (&socket == drainingSocket_.get() && !error) {
     end({});
   } else if (&socket == drainingSocket_.get() || isCurrent(socket)) {
