@@ -22,7 +22,8 @@ std::string escapedText(std::string_view text) {
 }
 
 std::string amountText(const FinishedEvent& event) {
-  return countText(event.elements, "element") + ", " + sizeText(event.bytes);
+  const std::string count = event.elements == 1 ? "" : countText(event.elements, "element") + ", ";
+  return count + sizeText(event.bytes);
 }
 
 std::string speedText(const FinishedEvent& event) {
@@ -57,6 +58,7 @@ void TerminalReporter::on(const TransferStartedEvent& event) {
   Transfer& transfer = transfers_[event.transfer];
   transfer.direction = event.direction;
   transfer.ip = event.ip;
+  transfer.name = event.name;
 }
 
 void TerminalReporter::on(const ProgressEvent& event) {
@@ -137,7 +139,8 @@ void TerminalReporter::printSaved(const Transfer& transfer, const FinishedEvent&
 
 void TerminalReporter::printSent(const Transfer& transfer, const FinishedEvent& event) {
   if (isQuiet_) return;
-  console_.print("sent " + amountText(event) + " to " + transfer.ip + speedText(event) + '\n');
+  console_.print("sent " + Log::escaped(transfer.name) + ": " + amountText(event) + " to " + transfer.ip +
+                 speedText(event) + '\n');
 }
 
 }  // namespace vesko

@@ -29,6 +29,7 @@ class TerminalReporter : public Reporter {
   struct Transfer {
     TransferDirection direction = TransferDirection::in;
     std::string ip;
+    std::string name;
     std::string path;
     bool isText = false;
     ProgressView view;

@@ -33,7 +33,8 @@ struct StartupFailureEvent {
 struct TransferStartedEvent {
   TransferId transfer = 0;
   TransferDirection direction = TransferDirection::in;
-  std::string ip;  ///< the other side's
+  std::string ip;    ///< the other side's
+  std::string name;  ///< what is sent, for people: the first item's, and how many more; empty for what comes in
 };
 
 struct ProgressEvent {

@@ -27,6 +27,11 @@ std::string scaledText(double number) {
   return fixedText(number, number < 99.95 ? 1 : 0) + ' ' + prefixes[prefix];
 }
 
+/// As wide as numbers of the usual size, so that what stands beside them stays in its place.
+std::string aligned(const std::string& text, std::size_t columns) {
+  return std::string(columns - std::min(columns, text.size()), ' ') + text;
+}
+
 std::string twoDigits(std::uint64_t number) { return (number < 10 ? "0" : "") + std::to_string(number); }
 
 /// The bytes of the first character of `text`, which is not empty; 1 for what is no character.
@@ -80,6 +85,14 @@ std::string barText(double fraction, std::size_t columns) {
 std::string timeLeftText(const ProgressView& view) {
   if (view.rate < 1 || view.finishedBytes >= view.totalSize) return {};
   return "  " + clockText(static_cast<double>(view.totalSize - view.finishedBytes) / view.rate) + " left";
+}
+
+/// Of numbers apart by two blanks as many as fit: part of one would be a wrong one.
+std::string wholeNumbers(const std::string& numbers, std::size_t columns) {
+  if (numbers.size() <= columns) return numbers;
+  const auto blanks = numbers.rfind("  ", columns);
+  if (blanks == std::string::npos) return {};
+  return numbers.substr(0, numbers.find_last_not_of(' ', blanks) + 1);
 }
 
 double fractionOf(const ProgressView& view) {
@@ -142,12 +155,13 @@ std::string progressLine(const ProgressView& view, std::size_t columns) {
   constexpr std::size_t shortestBar = 12;
   constexpr std::size_t longestBar = 32;
   const double fraction = fractionOf(view);
-  std::string numbers = fixedText(std::floor(fraction * 100), 0) + "%  " + sizeText(view.finishedBytes) + "  " +
-                        rateText(view.rate) + timeLeftText(view);
+  std::string numbers = aligned(fixedText(std::floor(fraction * 100), 0), 3) + "%  " +
+                        aligned(sizeText(view.finishedBytes), 7) + "  " + aligned(rateText(view.rate), 9) +
+                        timeLeftText(view);
   if (view.elementCount > 1) {
     numbers += "  " + std::to_string(view.finishedElements) + '/' + std::to_string(view.elementCount);
   }
-  if (numbers.size() + 2 + shortestBar > columns) return numbers.substr(0, columns);
+  if (numbers.size() + 2 + shortestBar > columns) return wholeNumbers(numbers, columns);
   const std::size_t room = columns - numbers.size() - 2;
   if (view.name.empty() || room < shortestBar + 2 + shortestName) {
     return barText(fraction, std::min(room, longestBar)) + "  " + numbers;

@@ -1,5 +1,6 @@
 #include "hosts/common/Session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Platform/DispatchQueue.h"
@@ -16,6 +17,14 @@ class QuietApplication final : public NSApp {
   void runModal(const std::string& /*messageText*/) override {}
   void terminate() override {}
 };
+
+/// The first chosen item, and how many were chosen besides.
+std::string nameOfItems(const VeskoItems& items) {
+  if (items.empty()) return {};
+  const auto isChosen = [](const auto& item) { return item->name().find('/') == std::string::npos; };
+  const auto others = std::count_if(items.begin(), items.end(), isChosen) - 1;
+  return items.front()->name() + (others > 0 ? " and " + std::to_string(others) + " more" : "");
+}
 
 }  // namespace
 
@@ -49,11 +58,11 @@ PreparedTransfer Session::prepare(const std::vector<std::string>& paths) {
   std::vector<VeskoSkippedElement> leftOut;
   VeskoItems items = VeskoTransfer::itemsForPaths(paths, &leftOut);
   observer_->noteLeftOut(id, TransferDirection::out, leftOut);
-  return {id, std::move(items)};
+  return {id, nameOfItems(items), std::move(items)};
 }
 
 PreparedTransfer Session::prepareText(std::string text) {
-  return {observer_->nextId(), VeskoTransfer::itemsForText(std::move(text))};
+  return {observer_->nextId(), "a text", VeskoTransfer::itemsForText(std::move(text))};
 }
 
 VeskoFailureReason Session::reasonAgainstText(std::string_view text) noexcept {
@@ -69,7 +78,7 @@ void Session::send(PreparedTransfer transfer, const PeerAddress& peer) {
       std::make_shared<VeskoTransfer>(std::move(transfer.items), std::move(record), DispatchQueue::serial("transfer"));
   outgoing->setDelegate(observer_);
   outgoing->setOutcomeDelegate(observer_);
-  observer_->noteStarted(transfer.id, *outgoing);
+  observer_->noteStarted(transfer.id, std::move(transfer.name), *outgoing);
   server_->startTransfer(outgoing);
 }
 

@@ -30,6 +30,7 @@ struct SessionSettings {
 /// What is going to be sent; no items when all of it had to be left out.
 struct PreparedTransfer {
   TransferId id = 0;
+  std::string name;  ///< for people
   VeskoItems items;
 };
 

@@ -30,10 +30,10 @@ TransferId TransferObserver::nextId() {
   return ++lastId_;
 }
 
-void TransferObserver::noteStarted(TransferId id, VeskoTransfer& transfer) {
+void TransferObserver::noteStarted(TransferId id, std::string name, VeskoTransfer& transfer) {
   const std::scoped_lock lock(mutex_);
   running_[&transfer] = {id, false, cancellerOf(transfer), &transfer.items(), clock_->monotonicNow()};
-  publish(TransferStartedEvent{id, TransferDirection::out, transfer.peer()->ip()});
+  publish(TransferStartedEvent{id, TransferDirection::out, transfer.peer()->ip(), std::move(name)});
 }
 
 void TransferObserver::noteLeftOut(TransferId id, TransferDirection direction,
@@ -92,7 +92,7 @@ void TransferObserver::incomingTransferDidStart(VeskoIncomingTransfer& transfer)
     const std::scoped_lock lock(mutex_);
     const TransferId id = ++lastId_;
     running_[&transfer] = {id, true, cancellerOf(transfer), nullptr, clock_->monotonicNow()};
-    publish(TransferStartedEvent{id, TransferDirection::in, transfer.remoteAddress()});
+    publish(TransferStartedEvent{id, TransferDirection::in, transfer.remoteAddress(), {}});
     isWelcome = incomingLeft_ != 0;
     if (isWelcome) --incomingLeft_;
   }

@@ -34,7 +34,7 @@ class TransferObserver : public VeskoTransferDelegate,
   [[nodiscard]] TransferId nextId();
 
   /// Publishes the start of an outgoing transfer; to be called before its start.
-  void noteStarted(TransferId id, VeskoTransfer& transfer);
+  void noteStarted(TransferId id, std::string name, VeskoTransfer& transfer);
 
   /// Publishes what is left out of a transfer.
   void noteLeftOut(TransferId id, TransferDirection direction, const std::vector<VeskoSkippedElement>& leftOut);

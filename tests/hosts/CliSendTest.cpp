@@ -19,7 +19,7 @@ TEST_F(CliSendTest, FoldersArriveAsTheyWere) {
   const auto receiver = startReceiver();
   const auto result = run({"send", "--to", peer(), folder_.path("photos")});
   EXPECT_EQ(result.code, 0);
-  EXPECT_TRUE(result.output.starts_with("sent 6 elements, 3.0 MB to 127.0.0.1")) << result.output;
+  EXPECT_TRUE(result.output.starts_with("sent photos: 6 elements, 3.0 MB to 127.0.0.1")) << result.output;
   EXPECT_EQ(result.errors, "");
   EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 6 elements, 3.0 MB from 127.0.0.1"));
   EXPECT_EQ(treeOf("in/photos"), treeOf("photos"));

@@ -16,9 +16,9 @@ TEST(EventJson, WritesEachEventAsOneLineWithItsFieldsInOrder) {
       {ReadyEvent{4644, "/d"}, R"({"event":"ready","version":1,"tcpPort":4644,"downloads":"/d"})"},
       {StartupFailureEvent{"tcp", 4644, "m", "r"},
        R"({"event":"startupFailure","endpoint":"tcp","port":4644,"message":"m","reason":"r"})"},
-      {TransferStartedEvent{1, in, "192.0.2.7"},
+      {TransferStartedEvent{1, in, "192.0.2.7", ""},
        R"({"event":"transferStarted","transfer":1,"direction":"in","ip":"192.0.2.7"})"},
-      {TransferStartedEvent{2, out, "192.0.2.7"},
+      {TransferStartedEvent{2, out, "192.0.2.7", "Photos"},
        R"({"event":"transferStarted","transfer":2,"direction":"out","ip":"192.0.2.7"})"},
       {ProgressEvent{1, 5, 2, ~0ULL, 20, "a/b"},
        R"({"event":"progress","transfer":1,"elementCount":5,"finishedElements":2,"totalSize":18446744073709551615,)"

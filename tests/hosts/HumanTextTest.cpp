@@ -40,11 +40,12 @@ TEST(HumanText, FitsTextsIntoColumns) {
 TEST(HumanText, DrawsWhatFitsOfAProgressLine) {
   const ProgressView view{"photos/summer/img_0042.jpg", 180, 42, 2'000'000'000, 1'000'000'000, 100e6};
   EXPECT_EQ(progressLine(view, 100),
-            "photos/summer/img_0042.jpg   [=============              ]  50%  1.0 GB  100 MB/s  0:10 left  42/180");
-  EXPECT_EQ(progressLine(view, 70), "…mg_0042.jpg  [======      ]  50%  1.0 GB  100 MB/s  0:10 left  42/180");
-  EXPECT_EQ(progressLine({"a", 1, 0, 100, 25, 0}, 60), "a                  [====             ]  25%  25 bytes  0 B/s");
-  EXPECT_EQ(progressLine(view, 60), "[========        ]  50%  1.0 GB  100 MB/s  0:10 left  42/180");
-  EXPECT_EQ(progressLine(view, 12), "50%  1.0 GB ");
+            "photos/summer/img_0042.jpg  [============             ]   50%   1.0 GB   100 MB/s  0:10 left  42/180");
+  EXPECT_EQ(progressLine(view, 70), "…g_0042.jpg  [=====     ]   50%   1.0 GB   100 MB/s  0:10 left  42/180");
+  EXPECT_EQ(progressLine({"a", 1, 0, 100, 25, 0}, 60), "a                [===           ]   25%  25 bytes      0 B/s");
+  EXPECT_EQ(progressLine(view, 60), "[======       ]   50%   1.0 GB   100 MB/s  0:10 left  42/180");
+  EXPECT_EQ(progressLine(view, 50), " 50%   1.0 GB   100 MB/s  0:10 left  42/180");
+  EXPECT_EQ(progressLine(view, 12), " 50%");
 
   const ProgressView views[] = {
       view,

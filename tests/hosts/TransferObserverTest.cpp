@@ -26,7 +26,7 @@ class TransferObserverTest : public testing::Test {
   std::shared_ptr<VeskoTransfer> makeTransfer(VeskoItems items) {
     auto peer = std::make_shared<VeskoPeer>("", "192.0.2.7", std::uint16_t{1}, "", VeskoPeer::TimePoint());
     auto transfer = std::make_shared<VeskoTransfer>(std::move(items), std::move(peer), nullptr);
-    observer_.noteStarted(observer_.nextId(), *transfer);
+    observer_.noteStarted(observer_.nextId(), "items", *transfer);
     return transfer;
   }
 
