@@ -32,9 +32,6 @@ constexpr std::size_t maximumNameLength = 4096;
 /// And this many components, so that nobody makes us build a tower of folders.
 constexpr std::size_t maximumNameDepth = 256;
 
-/// A snippet is kept in memory, so its length (bytes) needs a bound: far above what a person copies.
-constexpr std::uint64_t maximumTextLength = 64 * 1024 * 1024;
-
 [[nodiscard]] Data encodeMetadata(const Metadata& metadata);
 [[nodiscard]] Metadata decodeMetadata(const Data& bytes);  ///< Requires: `metadataLength` bytes.
 

@@ -13,6 +13,7 @@
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferStream.h"
+#include "VeskoKit/VeskoItem.h"
 
 namespace vesko {
 
@@ -182,7 +183,7 @@ bool VeskoIncomingTransfer::prepareFolder() {
 
 bool VeskoIncomingTransfer::prepareBody() {
   if (buffer_) {
-    const bool acceptable = currentElementSize <= TransferStream::maximumTextLength;
+    const bool acceptable = currentElementSize <= VeskoText::maximumLength;
     if (!acceptable) fail(VeskoFailureReason::limit, "receiving a text");
     return acceptable;
   }

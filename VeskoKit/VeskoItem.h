@@ -109,6 +109,10 @@ class VeskoFile : public VeskoItem {
 /// A snippet of text, sent as the only element of its transfer.
 class VeskoText : public VeskoItem {
  public:
+  /// The longest snippet (bytes) that is received: it is kept in memory, so there is a bound, far above what a person
+  /// copies.
+  static constexpr std::uint64_t maximumLength = 64 * 1024 * 1024;
+
   /// `text`: UTF-8.
   explicit VeskoText(std::string text);
   ~VeskoText() override;

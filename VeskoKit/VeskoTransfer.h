@@ -90,8 +90,8 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   /// A label for the host's use; the transfer never reads it. Set it before the start.
   std::string key;
 
-  /// Starts connecting; returns at once. Any thread; called by `VeskoServer::startTransfer`. A transfer that has ended may
-  /// be started again, from its first element. Requires: it is not under way.
+  /// Starts connecting; returns at once. Any thread; called by `VeskoServer::startTransfer`. A transfer that has ended
+  /// may be started again, from its first element. Requires: it is not under way.
   void start();
 
   /// Breaks the transfer off: the connection is reset and the outcome is "cancelled", unless it has already ended. Any

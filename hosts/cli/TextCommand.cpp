@@ -14,7 +14,7 @@ namespace {
 std::optional<std::string> readInput() {
   std::string text;
   std::array<char, 65536> buffer;
-  while (text.size() <= Session::maximumTextLength) {
+  while (text.size() <= VeskoText::maximumLength) {
     const std::size_t length = std::fread(buffer.data(), 1, buffer.size(), stdin);
     if (length == 0) break;
     text.append(buffer.data(), length);
@@ -25,7 +25,7 @@ std::optional<std::string> readInput() {
 
 std::string complaintAbout(VeskoFailureReason reason) {
   if (reason == VeskoFailureReason::invalidText) return "the text is not valid UTF-8; send it as a file";
-  return "the text is longer than " + sizeText(Session::maximumTextLength) + "; send it as a file";
+  return "the text is longer than " + sizeText(VeskoText::maximumLength) + "; send it as a file";
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ PreparedTransfer Session::prepareText(std::string text) {
 }
 
 VeskoFailureReason Session::reasonAgainstText(std::string_view text) noexcept {
-  if (text.size() > maximumTextLength) return VeskoFailureReason::limit;
+  if (text.size() > VeskoText::maximumLength) return VeskoFailureReason::limit;
   return isValidUtf8(text) ? VeskoFailureReason::none : VeskoFailureReason::invalidText;
 }
 

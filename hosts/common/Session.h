@@ -37,9 +37,6 @@ struct PreparedTransfer {
 /// What a host does with the library: one service, the transfers it runs, and the events they make. Used on one thread.
 class Session {
  public:
-  /// The longest snippet (bytes) that the other side takes.
-  static constexpr std::uint64_t maximumTextLength = 64 * 1024 * 1024;
-
   /// Opens nothing yet. `clock` measures transfers and paces their progress.
   explicit Session(std::shared_ptr<EventSink> sink, SessionSettings settings = {},
                    std::shared_ptr<Clock> clock = Clock::system());

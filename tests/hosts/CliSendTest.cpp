@@ -72,7 +72,7 @@ TEST_F(CliSendTest, WrongCommandLinesAreUsageErrors) {
     EXPECT_EQ(result.output, "");
     EXPECT_NE(result.errors, "");
   }
-  EXPECT_EQ(run({"text", "--to", port}, std::string(Session::maximumTextLength + 1, 'x')).code, 2);
+  EXPECT_EQ(run({"text", "--to", port}, std::string(VeskoText::maximumLength + 1, 'x')).code, 2);
   for (const char* option : {"--help", "--version"}) EXPECT_EQ(run({option}).code, 0);
 }
 

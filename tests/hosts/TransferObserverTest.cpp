@@ -13,8 +13,6 @@
 namespace vesko {
 namespace {
 
-static_assert(Session::maximumTextLength == TransferStream::maximumTextLength);
-
 class ListSink final : public EventSink, public EventList {
  public:
   void publish(Event event) override { add(jsonLine(event)); }
@@ -90,7 +88,7 @@ TEST_F(TransferObserverTest, SaysNothingOnceClosed) {
 }
 
 TEST(Session, TakesTextsThatTheOtherSideTakes) {
-  std::string text(Session::maximumTextLength, 'x');
+  std::string text(VeskoText::maximumLength, 'x');
   EXPECT_EQ(Session::reasonAgainstText(text), VeskoFailureReason::none);
   text += 'x';
   EXPECT_EQ(Session::reasonAgainstText(text), VeskoFailureReason::limit);
