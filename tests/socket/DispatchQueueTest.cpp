@@ -2,47 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <future>
-#include <numeric>
+#include <string>
 #include <thread>
-#include <vector>
-
-#include "tests/support/QueueTasks.h"
 
 namespace vesko {
 namespace {
-
-TEST(DispatchQueueTest, ASerialQueueRunsOneTaskAfterTheOther) {
-  const auto queue = DispatchQueue::serial("serial");
-  std::vector<int> order;
-  int sum = 0;  // without a lock, from two threads' tasks
-  constexpr int count = 2000;
-  std::jthread other([&] {
-    for (int i = 0; i < count; ++i) queue->async([&] { ++sum; });
-  });
-  for (int i = 0; i < count; ++i) {
-    queue->async([&, i] {
-      order.push_back(i);
-      if (queue->isCurrent()) ++sum;
-    });
-  }
-  other.join();
-  waitForTasks(queue);
-  std::vector<int> expected(count);
-  std::iota(expected.begin(), expected.end(), 0);
-  EXPECT_EQ(order, expected);
-  EXPECT_EQ(sum, 2 * count);
-}
-
-TEST(DispatchQueueTest, TheGlobalQueueRunsTasksSideBySide) {
-  const auto met = std::make_shared<std::promise<void>>();
-  const auto left = std::make_shared<std::promise<void>>();
-  DispatchQueue::global()->async([=] {
-    if (met->get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready) left->set_value();
-  });
-  DispatchQueue::global()->async([=] { met->set_value(); });
-  EXPECT_EQ(left->get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-}
 
 TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
   const auto& queue = MainQueue::shared();

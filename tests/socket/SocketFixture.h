@@ -65,7 +65,7 @@ class SocketEvents final : public GCDAsyncSocketDelegate, public EventList {
   }
 };
 
-/// A socket of ours and, after `connect`, a raw connection at the other side.
+/// A socket of ours and, with each `connect`, a new one and a raw connection at its other side.
 class SocketTest : public testing::Test {
  protected:
   ~SocketTest() override {
@@ -74,6 +74,8 @@ class SocketTest : public testing::Test {
   }
 
   [[nodiscard]] RawConnection connect() {
+    events_ = std::make_shared<SocketEvents>();
+    socket_ = GCDAsyncSocket::make(events_, queue_);
     const RawListener listener;
     SocketError error;
     EXPECT_TRUE(socket_->connectToHost("127.0.0.1", listener.port(), error));

@@ -1,5 +1,6 @@
 #include "VeskoKit/VeskoIncomingTransfer.h"
 
+#include "Platform/SocketError.h"
 #include "tests/socket/VeskoServerFixture.h"
 
 namespace vesko {
@@ -58,105 +59,58 @@ TEST_F(VeskoServerTest, ReceivesAFolderWithAFile) {
 }
 
 TEST_F(VeskoServerTest, ReceivesWhatIsNoPlainFile) {
+  ASSERT_TRUE(receive(metadata(0, 7), "finished"));
+  EXPECT_EQ(events(), (Strings{"[start]", "Incoming transfer elements= 0 7", "[progress 0 0 7 0 none none]",
+                               "Finished transfer", "[finished]", "[outcome finished]"}));
   const std::string text(textName);
-  const struct {
-    const char* name;
-    std::string stream;
-    Strings events;
-    Strings delivered;
-  } cases[] = {
-      {"no elements", metadata(0, 7), {"Incoming transfer elements= 0 7", "[progress 0 0 7 0 none none]"}, {}},
-      {"a text",
-       metadata(1, 5) + file(text, "caf\xc3\xa9"),
-       {"Incoming transfer elements= 1 5", "[progress 1 0 5 0 none none]", "[progress 1 0 5 0 " + text + " ]",
-        "Incoming item size:  5", "Incoming chunk:  5 5 5", "[progress 1 0 5 5 " + text + " ]", "Finished file",
-        "[progress 1 1 5 5 " + text + " ]", "[text caf\xc3\xa9]"},
-       {}},
-      {"an empty text",
-       metadata(1, 0) + file(text, ""),
-       {"Incoming transfer elements= 1 0", "[progress 1 0 0 0 none none]", "[progress 1 0 0 0 " + text + " ]",
-        "Incoming item size:  0", "Finished file", "[progress 1 1 0 0 " + text + " ]", "[text ]"},
-       {}},
-      {"an empty file",
-       metadata(1, 0) + file("empty", ""),
-       {"Incoming transfer elements= 1 0", "[progress 1 0 0 0 none none]", "Incoming path:  STORAGE/empty",
-        "[progress 1 0 0 0 empty STORAGE/empty]", "Incoming item size:  0", "Finished file",
-        "[progress 1 1 0 0 empty STORAGE/empty]"},
-       {"empty"}},
-  };
-  for (const auto& [name, stream, expected, files] : cases) {
-    SCOPED_TRACE(name);
-    ASSERT_TRUE(receive(stream, "finished"));
-    Strings all = {"[start]"};
-    all.insert(all.end(), expected.begin(), expected.end());
-    all.push_back("Finished transfer");
-    for (const std::string& path : files) all.push_back("[saved DOWNLOADS/" + path + "]");
-    all.insert(all.end(), {"[finished]", "[outcome finished]"});
-    EXPECT_EQ(events(), all);
-    EXPECT_EQ(delivered(), files);
-    clear();
-  }
+  ASSERT_TRUE(receive(metadata(1, 5) + file(text, "caf\xc3\xa9"), "finished"));
+  EXPECT_EQ(events(), (Strings{"[start]", "Incoming transfer elements= 1 5", "[progress 1 0 5 0 none none]",
+                               "[progress 1 0 5 0 " + text + " ]", "Incoming item size:  5", "Incoming chunk:  5 5 5",
+                               "[progress 1 0 5 5 " + text + " ]", "Finished file", "[progress 1 1 5 5 " + text + " ]",
+                               "[text caf\xc3\xa9]", "Finished transfer", "[finished]", "[outcome finished]"}));
+  ASSERT_TRUE(receive(metadata(1, 0) + file(text, ""), "finished"));
+  EXPECT_EQ(recorder_->startingWith("[text"), Strings{"[text ]"});
+  EXPECT_EQ(delivered(), Strings());
+  ASSERT_TRUE(receive(metadata(1, 0) + file("empty", ""), "finished"));
+  EXPECT_EQ(events(), (Strings{"[start]", "Incoming transfer elements= 1 0", "[progress 1 0 0 0 none none]",
+                               "Incoming path:  STORAGE/empty", "[progress 1 0 0 0 empty STORAGE/empty]",
+                               "Incoming item size:  0", "Finished file", "[progress 1 1 0 0 empty STORAGE/empty]",
+                               "Finished transfer", "[saved DOWNLOADS/empty]", "[finished]", "[outcome finished]"}));
+  EXPECT_EQ(delivered(), Strings{"empty"});
 }
 
 TEST_F(VeskoServerTest, PutsElementsWhereTheirNamesSay) {
-  const std::string longName = [] {
-    std::string name = "0123456789abcdef";
-    while (name.size() < 4096) name += "/123456789abcdef";
-    return name;
-  }();
-  ASSERT_EQ(longName.size(), 4096U);
-  const struct {
-    std::string stream;
-    std::string path;
-    std::string body;
-  } cases[] = {
-      {metadata(1, 1) + file("x/y/z", "1"), "x/y/z", "1"},
-      {metadata(1, 1) + file("x//./y/", "1"), "x/y", "1"},
-      {metadata(1, 1) + file("..x/ \n", "1"), "..x/ \n", "1"},
-      {metadata(2, 2) + file("x/y", "1") + file("x/y", "2"), "x/y", "2"},
-      {metadata(3, 1) + folder("x") + folder("x") + file("x/y", "1"), "x/y", "1"},
-      {metadata(2, 2) + file("x/a", "1") + file("x/" + std::string(textName), "2"), "x/" + std::string(textName), "2"},
-  };
-  for (const auto& [stream, path, body] : cases) {
-    SCOPED_TRACE(path);
-    ASSERT_TRUE(receive(stream, "finished"));
-    EXPECT_EQ(folder_.read("downloads/" + path), body);
-    EXPECT_EQ(delivered().size(), 1U);
-    clear();
-  }
+  ASSERT_TRUE(receive(metadata(2, 2) + file("x//./y/", "1") + file("x/" + std::string(textName), "2"), "finished"));
+  EXPECT_EQ(folder_.read("downloads/x/y"), "1");
+  EXPECT_EQ(folder_.read("downloads/x/" + std::string(textName)), "2");
+  clear();
   ASSERT_TRUE(receive(metadata(2, 1) + file(textName, "1") + folder("x"), "finished"));
   ASSERT_EQ(delivered().size(), 1U);
   EXPECT_EQ(folder_.read("downloads/" + delivered().front() + "/" + std::string(textName)), "1")
       << "an element among others is a file of that name";
   clear();
-  ASSERT_TRUE(receive(metadata(1, 1) + file(longName, "1"), "finished")) << "256 components, 4096 bytes";
+  std::string longest = "0123456789abcdef";
+  while (longest.size() < 4096) longest += "/123456789abcdef";
+  ASSERT_TRUE(receive(metadata(1, 1) + file(longest, "1"), "finished")) << "256 components, 4096 bytes";
   EXPECT_EQ(delivered(), Strings{"0123456789abcdef"});
 }
 
 TEST_F(VeskoServerTest, RefusesStreams) {
   std::string deep = "0";
   for (int i = 0; i < 256; ++i) deep += "/1";
-  const auto after = [](const std::string& element) { return metadata(3, 9) + file("whole", "1234") + element; };
-  const struct {
-    std::string stream;
-    std::string reason;
-  } cases[] = {
-      {after(header("", 1)), "unsafeName"},
-      {after(header(".", 1)), "unsafeName"},
-      {after(header("//", 1)), "unsafeName"},
-      {after(header("..", 1)), "unsafeName"},
-      {after(header("../sentinel", 1)), "unsafeName"},
-      {after(header("a/../../sentinel", 1)), "unsafeName"},
-      {after(header("a/..", StreamBytes::folderSize)), "unsafeName"},
-      {after(header(folder_.path("sentinel"), 1)), "unsafeName"},
-      {after(header("a\xff", 1)), "invalidText"},
-      {after(header("a\xc3", 1)), "invalidText"},
-      {after(header(std::string(4097, 'x'), 1)), "limit"},
-      {after(header(deep, 1)), "limit"},
-      {after(header("large", std::uint64_t{1} << 62)), "noSpace"},
+  std::vector<std::pair<std::string, std::string>> cases = {
       {metadata(1, 1) + file(textName, "\xff"), "invalidText"},
       {metadata(1, 1) + header(textName, 64 * mebibyte + 1), "limit"},
   };
+  const auto addNames = [&](const std::string& reason, const Strings& names, std::uint64_t size = 1) {
+    const auto start = metadata(3, 9) + file("whole", "1234");
+    for (const std::string& name : names) cases.emplace_back(start + header(name, size), reason);
+  };
+  addNames("unsafeName", {"", ".", "//", "..", "../sentinel", "a/../../sentinel", folder_.path("sentinel")});
+  addNames("unsafeName", {"a/.."}, StreamBytes::folderSize);
+  addNames("invalidText", {"a\xff", "a\xc3"});
+  addNames("limit", {std::string(4097, 'x'), deep});
+  addNames("noSpace", {"large"}, std::uint64_t{1} << 62);
   for (const auto& [stream, reason] : cases) {
     SCOPED_TRACE(testing::PrintToString(stream.substr(33, 40)));
     recorder_->take();
@@ -189,14 +143,12 @@ TEST_F(VeskoServerTest, ReadsBodiesInStretches) {
     EXPECT_EQ(std::filesystem::file_size(folder_.path("downloads/file")), size);
     std::uint64_t before = 0;
     std::size_t inside = 0;
-    for (const std::string& report : recorder_->startingWith("[progress 1 0 " + std::to_string(size))) {
-      if (report.ends_with("none none]")) continue;
-      const std::uint64_t finished = std::stoull(report.substr(15 + std::to_string(size).size()));
-      EXPECT_GE(finished, before);
-      if (finished % 10'485'760 != 0 && finished != size) {
-        EXPECT_GE(finished, before + 1'024'000) << "reports from within a read are not more frequent";
-        ++inside;
-      }
+    const std::string start = "[progress 1 0 " + std::to_string(size) + " ";
+    for (const std::string& report : recorder_->startingWith(start)) {
+      const std::uint64_t finished = std::stoull(report.substr(start.size()));
+      const bool isInside = finished % 10'485'760 != 0 && finished != size;
+      EXPECT_GE(finished, before + (isInside ? 1'024'000 : 0)) << "reports from within a read are not more frequent";
+      inside += isInside ? 1 : 0;
       before = finished;
     }
     EXPECT_GE(inside, size / 10'485'760 * 6) << "a report comes with the bytes that pass the interval";
@@ -226,6 +178,8 @@ TEST_F(VeskoServerTest, AStreamThatIsCutOffLeavesNothing) {
       sender.send(std::string_view(stream).substr(0, length));
       resets ? sender.reset() : sender.close();
       ASSERT_TRUE(endsWith("failed connectionLost"));
+      const auto error = recorder_->lastOutcome().error;
+      EXPECT_TRUE(resets ? error == std::errc::connection_reset : error == SocketErrc::endOfStream) << error;
       EXPECT_EQ(delivered(), Strings());
       EXPECT_EQ(recorder_->count("[finished]"), 0U);
     }
@@ -252,7 +206,6 @@ TEST_F(VeskoServerTest, ASenderThatStopsTimesOut) {
       {metadata(1, 5), "Incoming transfer", std::chrono::seconds(5)},
       {metadata(1, 5) + "nam", "Incoming didRead 1 4", std::chrono::seconds(5)},
       {metadata(1, 5) + "name\0\5\0"s, "Incoming path", std::chrono::seconds(5)},
-      {metadata(1, 5) + header("name", 5), "Incoming item size", std::chrono::seconds(60)},
       {metadata(1, 5) + header("name", 5) + "1234", "Incoming item size", std::chrono::seconds(60)},
   };
   for (const auto& [stream, awaited, bound] : cases) {
@@ -274,8 +227,8 @@ TEST_F(VeskoServerTest, ASenderThatStopsTimesOut) {
 
 TEST_F(VeskoServerTest, AnElementThatCannotBeCreatedIsDropped) {
   const std::string tooLong(256, 'x');
-  const std::string stream = metadata(5, 0) + folder("x") + file("x/" + tooLong, "dropped") + file("x/a", "1") +
-                             folder(tooLong) + file("x/a/below a file", "dropped");
+  const std::string stream = metadata(4, 0) + file("x/" + tooLong, "dropped") + file("x/a", "1") + folder(tooLong) +
+                             file("x/a/below a file", "dropped");
   ASSERT_TRUE(receive(stream, "finished"));
   EXPECT_EQ(delivered(), Strings{"x"});
   EXPECT_EQ(folder_.entries("downloads/x"), Strings{"a"});
@@ -286,7 +239,6 @@ TEST_F(VeskoServerTest, AnElementThatCannotBeCreatedIsDropped) {
   for (const auto& element : outcome.dropped) dropped.push_back(element.element);
   EXPECT_EQ(dropped, (Strings{"x/" + tooLong, tooLong, "x/a/below a file"}));
   EXPECT_EQ(outcome.dropped.at(0).error, std::errc::filename_too_long);
-  EXPECT_EQ(events().at(events().size() - 4), "Finished transfer");
 }
 
 TEST_F(VeskoServerTest, AFailedTransferKeepsWhatArrivedWholeIfWanted) {

@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "Platform/DispatchQueue.h"
@@ -82,18 +82,11 @@ class VeskoServerTest : public testing::Test {
     Strings result;
     for (std::string event : recorder_->all()) {
       if (!withReads && event.starts_with("Incoming didRead")) continue;
-      replace(event, folder_.path("downloads/.VeskoTransferIntermediateStorage"), 14 + 32, "STORAGE");
-      replace(event, folder_.path("downloads"), 0, "DOWNLOADS");
-      result.push_back(std::move(event));
+      const std::regex storage(folder_.path("downloads/.VeskoTransferIntermediateStorage\\d{14}\\w{32}"));
+      event = std::regex_replace(event, storage, "STORAGE");
+      result.push_back(std::regex_replace(event, std::regex(folder_.path("downloads")), "DOWNLOADS"));
     }
     return result;
-  }
-
-  /// Replaces `part`, wherever it stands, and the `more` bytes behind it.
-  static void replace(std::string& text, const std::string& part, std::size_t more, const std::string& by) {
-    for (auto at = text.find(part); at != std::string::npos; at = text.find(part)) {
-      text.replace(at, part.size() + more, by);
-    }
   }
 
   TemporaryFolder folder_;

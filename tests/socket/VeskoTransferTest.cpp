@@ -56,9 +56,9 @@ class VeskoTransferTest : public testing::Test {
   }
 
   /// A file of `size` bytes that takes no room on the disk.
-  [[nodiscard]] VeskoItems sparseFile(std::uint64_t size) const {
-    std::filesystem::resize_file(folder_.write("file", ""), size);
-    return VeskoTransfer::itemsForPaths({folder_.path("file")});
+  [[nodiscard]] VeskoItems sparseFile(const std::string& name, std::uint64_t size) const {
+    std::filesystem::resize_file(folder_.write(name, ""), size);
+    return VeskoTransfer::itemsForPaths({folder_.path(name)});
   }
 
   /// Starts the transfer and accepts its connection.
@@ -120,57 +120,43 @@ TEST_F(VeskoTransferTest, SendsAFolderWithAFile) {
 }
 
 TEST_F(VeskoTransferTest, SendsBodiesOfAllSizes) {
+  const std::string text(StreamBytes::textName);
   const struct {
-    std::function<VeskoItems()> items;
+    VeskoItems items;
     std::string header;
-    Strings chunks;
     std::uint64_t size;
+    Strings chunks;
   } cases[] = {
-      {[this] { return sparseFile(25 * mebibyte); },
-       StreamBytes::header("file", 26'214'400),
-       {"sending chunk 10485760 10485760 file", "sending chunk 20971520 10485760 file",
-        "sending chunk 26214400 5242880 file"},
-       25 * mebibyte},
-      {[this] { return sparseFile(10 * mebibyte); },
-       StreamBytes::header("file", 10'485'760),
-       {"sending chunk 10485760 10485760 file"},
-       10 * mebibyte},
-      {[this] { return sparseFile(0); }, StreamBytes::header("file", 0), {"sending chunk 0 0 file"}, 0},
-      {[] { return VeskoTransfer::itemsForText("caf\xc3\xa9"); },
-       StreamBytes::header(StreamBytes::textName, 5),
-       {"sending chunk 5 5 ___VIRNO___TEXT___"},
-       5},
-      {[] { return VeskoTransfer::itemsForText(""); },
-       StreamBytes::header(StreamBytes::textName, 0),
-       {"sending chunk 0 0 ___VIRNO___TEXT___"},
-       0},
-      {[] { return VeskoItems(); }, "", {}, 0},
+      {sparseFile("25", 25 * mebibyte),
+       StreamBytes::header("25", 26'214'400),
+       26'214'400,
+       {"sending chunk 10485760 10485760 25", "sending chunk 20971520 10485760 25",
+        "sending chunk 26214400 5242880 25"}},
+      {sparseFile("0", 0), StreamBytes::header("0", 0), 0, {"sending chunk 0 0 0"}},
+      {VeskoTransfer::itemsForText("caf\xc3\xa9"), StreamBytes::header(text, 5), 5, {"sending chunk 5 5 " + text}},
+      {VeskoTransfer::itemsForText(""), StreamBytes::header(text, 0), 0, {"sending chunk 0 0 " + text}},
+      {{}, "", 0, {}},
   };
-  for (const auto& [items, header, chunks, size] : cases) {
+  for (const auto& [items, header, size, chunks] : cases) {
     SCOPED_TRACE(header);
     recorder_->take();
-    const auto transfer = make(items(), listener_.port());
-    const auto count = std::to_string(transfer->items().size());
+    const auto transfer = make(items, listener_.port());
     RawConnection peer = start(*transfer);
-    const std::string start = StreamBytes::metadata(transfer->items().size(), size) + header;
-    EXPECT_EQ(peer.receive(start.size()), start);
+    const std::string beginning = StreamBytes::metadata(items.size(), size) + header;
+    EXPECT_EQ(peer.receive(beginning.size()), beginning);
     EXPECT_EQ(peer.receiveAll().size(), size);
     peer.close();
     ASSERT_TRUE(endsWith("finished"));
     EXPECT_EQ(recorder_->startingWith("sending chunk"), chunks);
-
     std::uint64_t before = 0;
-    for (const std::string& report : recorder_->startingWith("[progress")) {
+    const auto reports = recorder_->startingWith("[progress");
+    for (const std::string& report : reports) {
       const std::uint64_t finished = std::stoull(report.substr(report.rfind(' ')));
-      EXPECT_GE(finished, before);
-      before = finished;
+      EXPECT_GE(finished, std::exchange(before, finished));
     }
-    const auto events = recorder_->all();
-    const auto end = std::ranges::find(events, "[finished]");
-    ASSERT_GE(end - events.begin(), 2);
-    const std::string all = "[progress " + count + " " + count + " " + std::to_string(size) + " ";
-    const auto last = *(end - 1) == "didWriteDataWithTag 1" ? end - 2 : end - 1;  // the metadata is all there is
-    EXPECT_EQ(*last, all + std::to_string(size) + "]");
+    const auto count = std::to_string(items.size()) + " ";
+    const auto bytes = std::to_string(size);
+    EXPECT_EQ(reports.back(), "[progress " + count + count + bytes + " " + bytes + "]");
   }
 }
 
@@ -183,95 +169,67 @@ TEST_F(VeskoTransferTest, ConnectingFails) {
   EXPECT_TRUE(recorder_->lastOutcome().operation.starts_with("connecting"));
   EXPECT_EQ(recorder_->lastOutcome().error, std::errc::connection_refused);
 
-  for (const std::string ip : {"", "no address"}) {
-    const auto misdirected = make(folderWithFile(), 4644, ip);
-    misdirected->start();
+  for (const std::string ip : {"", "localhost", "127.0.0.256", "127.0.0.1 ", "::1"}) {
+    make(folderWithFile(), 4644, ip)->start();
     ASSERT_TRUE(endsWith("failed unreachable"));
     EXPECT_EQ(recorder_->take().size(), 1U);
   }
 }
 
 TEST_F(VeskoTransferTest, SmallWritesTimeOut) {
-  for (const std::size_t completed : {0U, 1U, 2U, 3U}) {
+  for (const std::size_t completed : {0U, 1U, 2U}) {
     SCOPED_TRACE(completed);
     recorder_->take();
     const auto transfer = make<ScriptedTransfer>(folderWithFile(), 4644);
     transfer->completedWrites = completed;
     transfer->start();
-    if (completed == 3) {
-      ASSERT_TRUE(recorder_->waitFor("sending chunk 5"));
-      waitForTasks(queue_);
-      clock_->advance(std::chrono::hours(24));
-      waitForTasks(queue_);
-      EXPECT_EQ(recorder_->count("[outcome"), 0U) << "bodies have no bound";
-      transfer->cancel();
-      EXPECT_TRUE(endsWith("cancelled"));
-      break;
-    }
     ASSERT_TRUE(clock_->waitForAlarm());
     waitForTasks(queue_);
-    const auto before = recorder_->all();
+    EXPECT_EQ(recorder_->count("[progress 2 0 5 1"), 0U) << "partial notices count for bodies only";
+    recorder_->take();
     clock_->advance(std::chrono::seconds(10));
     ASSERT_TRUE(endsWith("failed timedOut"));
-    const auto events = recorder_->all();
     const std::string tag = completed == 0 ? "1" : "2";
-    EXPECT_EQ(Strings(events.begin() + static_cast<std::ptrdiff_t>(before.size()), events.end()),
+    EXPECT_EQ(recorder_->all(),
               (Strings{"shouldTimeoutWriteWithTag " + tag + " 10.0 0", "didDisconnect", "[outcome failed timedOut]"}));
     EXPECT_EQ(transfer->transferedCount, completed == 2 ? 1 : 0);
-    EXPECT_EQ(recorder_->count("[progress 2 0 5 1"), 0U) << "partial notices count for bodies only";
   }
 }
 
+TEST_F(VeskoTransferTest, WritesOfBodiesDoNot) {
+  const auto transfer = make<ScriptedTransfer>(folderWithFile(), 4644);
+  transfer->completedWrites = 3;
+  transfer->start();
+  ASSERT_TRUE(recorder_->waitFor("sending chunk 5"));
+  waitForTasks(queue_);
+  clock_->advance(std::chrono::hours(24));
+  waitForTasks(queue_);
+  EXPECT_EQ(recorder_->count("[outcome"), 0U);
+  transfer->cancel();
+  EXPECT_TRUE(endsWith("cancelled"));
+}
+
 TEST_F(VeskoTransferTest, AnElementThatCannotBeSentAsListedResetsTheConnection) {
-  const std::string path = folder_.path("file");
-  const struct {
-    const char* name;
-    std::function<void()> change;
-  } cases[] = {
-      {"vanished", [&] { std::filesystem::remove(path); }},
-      {"shrank", [&] { std::filesystem::resize_file(path, 19 * mebibyte); }},
-      {"became a folder", [&] { std::filesystem::remove(path), std::filesystem::create_directory(path); }},
-  };
-  for (const auto& [name, change] : cases) {
-    SCOPED_TRACE(name);
+  const auto expectReset = [this](VeskoItems items, const std::function<void()>& change, std::uint64_t bytesBefore) {
     recorder_->take();
-    std::filesystem::remove(path);
-    const auto transfer = make(sparseFile(20 * mebibyte), listener_.port());
-    change();
+    const auto transfer = make(std::move(items), listener_.port());
+    if (bytesBefore == 0) change();
     RawConnection peer = start(*transfer);
-    EXPECT_LT(peer.receiveAll().size(), 20 * mebibyte);
+    (void)peer.receive(bytesBefore);
+    if (bytesBefore > 0) change();
+    EXPECT_LT(peer.receiveAll().size(), 50 * mebibyte);
     EXPECT_EQ(peer.error(), std::errc::connection_reset);
     EXPECT_TRUE(endsWith("failed sourceChanged"));
     EXPECT_EQ(recorder_->lastOutcome().element, "file");
     EXPECT_EQ(recorder_->count("[finished]"), 0U);
-  }
-
-  recorder_->take();
-  const auto withoutBody = make({std::make_shared<VeskoItem>("plain", 5, 5)}, listener_.port());
-  RawConnection peer = start(*withoutBody);
-  (void)peer.receiveAll();
-  EXPECT_EQ(peer.error(), std::errc::connection_reset);
-  EXPECT_TRUE(endsWith("failed sourceChanged"));
-}
-
-TEST_F(VeskoTransferTest, AFileThatShrinksWhileItIsSentResetsTheConnection) {
-  const auto transfer = make(sparseFile(60 * mebibyte), listener_.port());
-  RawConnection peer = start(*transfer);
-  (void)peer.receive(mebibyte);
-  std::filesystem::resize_file(folder_.path("file"), 50 * mebibyte);
-  EXPECT_LT(peer.receiveAll().size(), 50 * mebibyte);
-  EXPECT_EQ(peer.error(), std::errc::connection_reset);
-  EXPECT_TRUE(endsWith("failed sourceChanged"));
-}
-
-TEST_F(VeskoTransferTest, AFileThatGrewIsSentAtItsListedLength) {
-  VeskoItems items = folderWithFile();
-  folder_.write("A/b.txt", "hello, hello");
-  const auto transfer = make(std::move(items), listener_.port());
-  RawConnection peer = start(*transfer);
-  EXPECT_EQ(peer.receiveAll(), StreamBytes::folderWithFile());
-  peer.close();
-  EXPECT_TRUE(endsWith("finished"));
+  };
+  const auto shrink = [this] { std::filesystem::resize_file(folder_.path("file"), 50 * mebibyte); };
+  expectReset(sparseFile("file", 60 * mebibyte), shrink, 0);
+  expectReset(sparseFile("file", 60 * mebibyte), shrink, mebibyte);
+  expectReset(
+      sparseFile("file", 60 * mebibyte), [this] { std::filesystem::remove(folder_.path("file")); }, 0);
+  expectReset(
+      {std::make_shared<VeskoItem>("file", 5, 5)}, [] {}, 0);  // has no body to give
 }
 
 TEST_F(VeskoTransferTest, TheReceiverDecidesWhatTheEndWasWorth) {
@@ -287,7 +245,7 @@ TEST_F(VeskoTransferTest, TheReceiverDecidesWhatTheEndWasWorth) {
     EXPECT_TRUE(endsWith(resets ? "failed connectionLost" : "finished"));
   }
   recorder_->take();
-  const auto transfer = make(sparseFile(50 * mebibyte), listener_.port());
+  const auto transfer = make(sparseFile("file", 50 * mebibyte), listener_.port());
   RawConnection peer = start(*transfer);
   (void)peer.receive(1000);
   peer.close();
@@ -297,7 +255,7 @@ TEST_F(VeskoTransferTest, TheReceiverDecidesWhatTheEndWasWorth) {
 }
 
 TEST_F(VeskoTransferTest, IsCancelled) {
-  const auto transfer = make(sparseFile(50 * mebibyte), listener_.port());
+  const auto transfer = make(sparseFile("file", 50 * mebibyte), listener_.port());
   transfer->cancel();  // without effect: not started
   waitForTasks(queue_);
   RawConnection peer = start(*transfer);
@@ -312,7 +270,7 @@ TEST_F(VeskoTransferTest, IsCancelled) {
 
   recorder_->take();
   const auto draining = make(folderWithFile(), listener_.port());
-  RawConnection silent = start(*draining);
+  const RawConnection silent = start(*draining);
   ASSERT_TRUE(recorder_->waitFor("[finished]"));
   draining->cancel();
   EXPECT_TRUE(endsWith("cancelled"));
@@ -335,20 +293,6 @@ TEST_F(VeskoTransferTest, EndsOnceWhenCancelledInTheMiddleOfItsStart) {
   const auto transfer = make<HastilyCancelledTransfer>(folderWithFile(), listener_.port());
   transfer->start();
   EXPECT_TRUE(endsWith("cancelled"));
-}
-
-TEST_F(VeskoTransferTest, EndsOnceWhenCancelledWhileItStarts) {
-  constexpr std::size_t rounds = 40;
-  for (std::size_t round = 1; round <= rounds; ++round) {
-    const auto transfer = make(VeskoTransfer::itemsForText("text"), listener_.port());
-    std::jthread starter([&] { transfer->start(); });
-    transfer->cancel();
-    starter.join();
-    transfer->cancel();
-    ASSERT_TRUE(recorder_->waitFor("[outcome", round)) << round;
-  }
-  waitForTasks(queue_);
-  EXPECT_EQ(recorder_->count("[outcome cancelled"), rounds);
 }
 
 }  // namespace

@@ -51,10 +51,7 @@ Channel makeTerminal(unsigned short columns) {
 /// A file in memory, so that no amount of input has to wait for its reader.
 FileDescriptor fileHolding(const std::string& bytes) {
   FileDescriptor file(checked(::memfd_create("input", MFD_CLOEXEC)));
-  for (std::size_t done = 0; done < bytes.size();) {
-    done += static_cast<std::size_t>(checked(static_cast<int>(
-        ::write(file.get(), bytes.data() + done, std::min<std::size_t>(bytes.size() - done, 1U << 30U)))));
-  }
+  checked(static_cast<int>(::write(file.get(), bytes.data(), bytes.size())));
   ::lseek(file.get(), 0, SEEK_SET);
   return file;
 }

@@ -10,6 +10,12 @@ namespace vesko::StreamBytes {
 constexpr std::uint64_t folderSize = ~std::uint64_t{0};
 constexpr std::string_view textName = "___VIRNO___TEXT___";
 
+inline std::string repeated(std::string_view text, std::size_t count) {
+  std::string result;
+  while (count-- > 0) result += text;
+  return result;
+}
+
 inline std::string number(std::uint64_t value) {
   std::string bytes;
   for (int shift = 0; shift < 64; shift += 8) bytes += static_cast<char>(value >> shift);

@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <mutex>
-#include <random>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -18,58 +14,28 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/EventList.h"
+#include "tests/support/TemporaryFolder.h"
+
 namespace vesko {
 namespace {
 
 using namespace std::string_literals;
 
-// Keeps the lines and counts the flushes.
-class RecordingSink : public LogSink {
+// Keeps the lines, and tells when they were flushed.
+class RecordingSink : public LogSink, public EventList {
  public:
-  void write(std::string_view line) override {
-    const std::lock_guard lock(mutex_);
-    text_ += line;
-  }
-
-  void flush() override {
-    const std::lock_guard lock(mutex_);
-    flushedSize_ = text_.size();
-    flushed_.notify_all();
-  }
-
-  [[nodiscard]] std::string text() {
-    const std::lock_guard lock(mutex_);
-    return text_;
-  }
-
-  // False after ten seconds.
-  [[nodiscard]] bool waitUntilFlushed(std::size_t size) {
-    std::unique_lock lock(mutex_);
-    return flushed_.wait_for(lock, std::chrono::seconds(10), [&] { return flushedSize_ >= size; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable flushed_;
-  std::string text_;
-  std::size_t flushedSize_ = 0;
+  void write(std::string_view line) override { add(std::string(line)); }
+  void flush() override { flushes.add("after " + std::to_string(all().size())); }
+  EventList flushes;
 };
 
 class LogTest : public testing::Test {
  protected:
-  LogTest() { std::filesystem::remove(path_); }
-  ~LogTest() override {
-    Log::setSink(nullptr);
-    std::filesystem::remove(path_);
-  }
+  ~LogTest() override { Log::setSink(nullptr); }
 
-  [[nodiscard]] std::string fileText() const {
-    std::ostringstream text;
-    text << std::ifstream(path_).rdbuf();
-    return text.str();
-  }
-
-  const std::string path_ = testing::TempDir() + "vesko-log-" + std::to_string(std::random_device()());
+  const TemporaryFolder folder_;
+  const std::string path_ = folder_.path("log");
   const std::shared_ptr<RecordingSink> recording_ = std::make_shared<RecordingSink>();
 };
 
@@ -80,16 +46,14 @@ TEST_F(LogTest, LineJoinsItems) {
   Log::line("sending chunk", 5, std::uint64_t{18446744073709551615U}, std::string("A/b.txt"));
   Log::line("timeout", 10.0, 0.25, -1e-7, 1e21, "");
   Log::line("Incoming path: ", std::string_view("two\nlines\0"s));
-  EXPECT_EQ(recording_->text(),
-            "Finished transfer\n"
-            "sending chunk 5 18446744073709551615 A/b.txt\n"
-            "timeout 10.0 0.25 -0.0000001 1000000000000000000000.0 \n"
-            "Incoming path:  two\\u{a}lines\\u{0}\n");
+  EXPECT_EQ(recording_->all(),
+            (std::vector<std::string>{"Finished transfer\n", "sending chunk 5 18446744073709551615 A/b.txt\n",
+                                      "timeout 10.0 0.25 -0.0000001 1000000000000000000000.0 \n",
+                                      "Incoming path:  two\\u{a}lines\\u{0}\n"}));
 }
 
 TEST_F(LogTest, EscapesWhatCouldDriveATerminal) {
   const std::pair<std::string, std::string> cases[] = {
-      {"", ""},
       {"plain \\u{41} ~", "plain \\u{41} ~"},
       {"\x1b[2J\r\t\x7f", "\\u{1b}[2J\\u{d}\\u{9}\\u{7f}"},
       {"\u0080\u009b\u009f\u00a0\u00e9", "\\u{80}\\u{9b}\\u{9f}\u00a0\u00e9"},
@@ -107,22 +71,22 @@ TEST_F(LogTest, EscapesWhatCouldDriveATerminal) {
 
 TEST_F(LogTest, FlushesWhatWaitsWithoutAnotherLine) {
   Log::setSink(recording_);
-  for (const std::string line : {"first", "after a flush"}) {
-    Log::line(line);
-    EXPECT_TRUE(recording_->waitUntilFlushed(recording_->text().size()));
-  }
+  Log::line("first");
+  EXPECT_TRUE(recording_->flushes.waitFor("after 1"));
+  Log::line("after a flush");
+  EXPECT_TRUE(recording_->flushes.waitFor("after 2"));
 }
 
 TEST_F(LogTest, FileSinkAppendsWholeLines) {
-  std::ofstream(path_) << "before\n";
+  folder_.write("log", "before\n");
   Log::setSink(Log::fileSink(path_));
   Log::line("short");
   const std::string longer(70'000, 'x');
   Log::line(longer);
-  EXPECT_EQ(fileText(), "before\nshort\n" + longer + "\n") << "64 KiB did not go out at once";
+  EXPECT_EQ(folder_.read("log"), "before\nshort\n" + longer + "\n") << "64 KiB did not go out at once";
   Log::line("last");
   Log::setSink(nullptr);
-  EXPECT_EQ(fileText(), "before\nshort\n" + longer + "\nlast\n");
+  EXPECT_EQ(folder_.read("log"), "before\nshort\n" + longer + "\nlast\n");
   EXPECT_FALSE(Log::isEnabled());
   Log::line("dropped");
   EXPECT_EQ(std::filesystem::file_size(path_), longer.size() + 19);
@@ -130,28 +94,27 @@ TEST_F(LogTest, FileSinkAppendsWholeLines) {
 }
 
 TEST_F(LogTest, SinksChangeWhileThreadsWrite) {
-  constexpr int linesPerThread = 2000;
   Log::setSink(recording_);
-  std::vector<std::thread> writers;
-  for (const char* name : {"one", "two", "three"}) {
+  std::vector<std::string> expected;
+  std::vector<std::jthread> writers;
+  for (const std::string name : {"one ", "two ", "three "}) {
+    for (int number = 0; number < 2000; ++number) expected.push_back(name + std::to_string(number) + "\n");
     writers.emplace_back([name] {
-      for (int number = 0; number < linesPerThread; ++number) Log::line(name, number);
+      for (int number = 0; number < 2000; ++number) Log::line(name + std::to_string(number));
     });
   }
   for (int change = 0; change < 20; ++change) {
     Log::setSink(Log::fileSink(path_));
     Log::setSink(recording_);
   }
-  for (auto& writer : writers) writer.join();
+  writers.clear();
   Log::setSink(nullptr);
-  std::istringstream lines(recording_->text() + fileText());
-  int count = 0;
-  for (std::string name; lines >> name; ++count) {
-    int number = -1;
-    lines >> number;
-    ASSERT_TRUE((name == "one" || name == "two" || name == "three") && number >= 0) << name << number;
-  }
-  EXPECT_EQ(count, 3 * linesPerThread);
+  auto lines = recording_->all();
+  std::istringstream file(folder_.read("log"));
+  for (std::string line; std::getline(file, line);) lines.push_back(line + "\n");
+  std::ranges::sort(lines);
+  std::ranges::sort(expected);
+  EXPECT_EQ(lines, expected);
 }
 
 }  // namespace

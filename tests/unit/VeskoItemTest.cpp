@@ -1,6 +1,7 @@
 #include "VeskoKit/VeskoItem.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "Platform/Data.h"
 #include "Platform/FileHandle.h"
@@ -13,11 +14,6 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::uint64_t mebibyte = 1024 * 1024;
-
-std::string textOf(const Data& data) {
-  const auto bytes = data.bytes();
-  return {bytes.begin(), bytes.end()};
-}
 
 class VeskoItemTest : public testing::Test {
  protected:
@@ -37,11 +33,9 @@ TEST_F(VeskoItemTest, FilesComeInChunks) {
     std::vector<std::uint64_t> chunks;
   } cases[] = {
       {0, {0}},
-      {1, {1}},
       {10 * mebibyte - 1, {10'485'759}},
       {10 * mebibyte, {10'485'760}},
       {10 * mebibyte + 1, {10'485'760, 1}},
-      {20 * mebibyte, {10'485'760, 10'485'760}},
       {25 * mebibyte, {10'485'760, 10'485'760, 5'242'880}},
   };
   for (const auto& [size, chunks] : cases) {
@@ -61,30 +55,22 @@ TEST_F(VeskoItemTest, FilesComeInChunks) {
   }
 }
 
-TEST_F(VeskoItemTest, ChunksOutliveTheNameOfTheirFile) {
-  VeskoFile file(folder_.write("file", "contents"));
-  const Data chunk = file.nextChunk();
-  std::filesystem::remove(file.path());
-  EXPECT_EQ(textOf(chunk), "contents");
-}
-
-TEST_F(VeskoItemTest, AGrownFileIsSentAtItsListedLength) {
+TEST_F(VeskoItemTest, AFileIsReadAtItsListedLengthEvenWithoutItsName) {
   VeskoFile file(folder_.write("file", "abc"));
   folder_.write("file", "abcdef");
-  EXPECT_EQ(textOf(file.nextChunk()), "abc");
+  const Data chunk = file.nextChunk();
+  std::filesystem::remove(file.path());
+  EXPECT_EQ(chunk.bytes(), (std::vector<std::uint8_t>{'a', 'b', 'c'}));
   EXPECT_EQ(file.handle(), nullptr);
   EXPECT_FALSE(file.sourceError());
 }
 
 TEST_F(VeskoItemTest, AShrunkFileIsAnErrorThatStays) {
   VeskoFile file(makeFile(25 * mebibyte));
-  EXPECT_EQ(file.nextChunk().size(), 10 * mebibyte);
   std::filesystem::resize_file(file.path(), 12 * mebibyte);
-  EXPECT_EQ(file.nextChunk().size(), 2 * mebibyte);
+  for (const auto length : {10 * mebibyte, 2 * mebibyte, 0 * mebibyte}) EXPECT_EQ(file.nextChunk().size(), length);
   EXPECT_EQ(file.sourceError(), SocketErrc::sourceEnded);
   EXPECT_EQ(file.handle(), nullptr);
-  EXPECT_TRUE(file.nextChunk().empty());
-  EXPECT_EQ(file.sourceError(), SocketErrc::sourceEnded);
 }
 
 TEST_F(VeskoItemTest, AFileThatCannotBeOpenedIsAnErrorEvenWhenEmpty) {
@@ -94,40 +80,29 @@ TEST_F(VeskoItemTest, AFileThatCannotBeOpenedIsAnErrorEvenWhenEmpty) {
     std::filesystem::remove(vanished.path());
     EXPECT_TRUE(vanished.nextChunk().empty());
     EXPECT_EQ(vanished.sourceError(), std::errc::no_such_file_or_directory);
-
-    folder_.makeFolder("file");
+    ASSERT_EQ(::mkfifo(replaced.path().c_str(), 0600), 0);
     EXPECT_TRUE(replaced.nextChunk().empty());
     EXPECT_EQ(replaced.sourceError(), std::errc::invalid_argument);
     std::filesystem::remove(replaced.path());
   }
-  VeskoFile missing(folder_.path("missing"));
-  EXPECT_EQ(missing.size(), 0U);
-  EXPECT_EQ(missing.sourceError(), std::errc::no_such_file_or_directory);
 }
 
 TEST_F(VeskoItemTest, HeadersHoldNameAndSizeField) {
-  EXPECT_EQ(VeskoDir("/home/u/A", "A").header().view(), "A\0\xff\xff\xff\xff\xff\xff\xff\xff"sv);
   EXPECT_EQ(VeskoFile(folder_.write("x", "abc")).header().view(), "x\0\3\0\0\0\0\0\0\0"sv);
   EXPECT_EQ(VeskoFile(folder_.path("x"), "A/y").header().view(), "A/y\0\3\0\0\0\0\0\0\0"sv);
-
   const auto folder = std::make_shared<const VeskoItemFolder>(VeskoItemFolder{"/home/u/A/B", "A/B"});
-  const VeskoDir dir(folder);
-  EXPECT_EQ(dir.path(), "/home/u/A/B");
-  EXPECT_EQ(dir.name(), "A/B");
-  EXPECT_EQ(dir.size(), 0U);
+  EXPECT_EQ(VeskoDir(folder).path(), "/home/u/A/B");
+  EXPECT_EQ(VeskoDir(folder).header().view(), "A/B\0\xff\xff\xff\xff\xff\xff\xff\xff"sv);
   const VeskoFile file(folder, "c.txt", 7);
   EXPECT_EQ(file.path(), "/home/u/A/B/c.txt");
   EXPECT_EQ(file.header().view(), "A/B/c.txt\0\7\0\0\0\0\0\0\0"sv);
 }
 
 TEST_F(VeskoItemTest, TextsComeWholeOnEveryCall) {
-  for (const std::string& text : {std::string(), std::string("Grüße"), std::string("a\0b\0", 4)}) {
+  for (const std::string& text : {std::string(), std::string("a\0b\0", 4)}) {
     VeskoText item(text);
-    EXPECT_EQ(item.name(), "___VIRNO___TEXT___");
     EXPECT_EQ(item.size(), text.size());
-    EXPECT_EQ(item.protocolSize(), text.size());
-    EXPECT_EQ(item.nextChunk().view(), text);
-    EXPECT_EQ(item.nextChunk().view(), text);
+    for (int call = 0; call < 2; ++call) EXPECT_EQ(item.nextChunk().view(), text);
   }
 }
 
