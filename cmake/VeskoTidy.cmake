@@ -7,7 +7,7 @@ if(VESKO_RUN_CLANG_TIDY)
   add_custom_target(
     tidy
     COMMAND "${VESKO_RUN_CLANG_TIDY}" -quiet -j ${processors} -p "${PROJECT_BINARY_DIR}"
-            "^${PROJECT_SOURCE_DIR}/(Platform/(?!AsioImplementation)|VeskoKit/|hosts/)"
+            "^${PROJECT_SOURCE_DIR}/(Platform|VeskoKit|hosts)/"
     WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
     USES_TERMINAL VERBATIM)
 endif()
