@@ -14,6 +14,9 @@ namespace {
 /// Whoever stops the program may count on its end within two seconds.
 constexpr std::chrono::milliseconds grace{1800};
 
+/// Some senders, timeout(1) among them, signal a process and then its whole group: that is one request, not two.
+constexpr std::chrono::milliseconds oneRequest{200};
+
 [[noreturn]] void endWith(ExitCode code) { std::_Exit(static_cast<int>(code)); }
 
 }  // namespace
@@ -26,7 +29,9 @@ struct Interrupts::Shared {
   void waitForSignals() {
     StopSignals::wait();
     const ExitCode code = handleFirst();
-    endWith(StopSignals::waitFor(grace) ? ExitCode::interrupted : code);
+    std::this_thread::sleep_for(oneRequest);
+    (void)StopSignals::waitFor({});
+    endWith(StopSignals::waitFor(grace - oneRequest) ? ExitCode::interrupted : code);
   }
 
   ExitCode handleFirst() {

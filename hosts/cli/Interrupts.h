@@ -14,8 +14,9 @@ class Interrupts {
   /// output that goes away must not take transfers with it. Requires: no other thread runs yet.
   Interrupts();
 
-  /// From now on the first signal calls `onInterrupt`, on the waiting thread. A second one ends the process at once as
-  /// interrupted; 1.8 seconds after the first it ends with `overdue`, whatever holds it up.
+  /// From now on the first signal calls `onInterrupt`, on the waiting thread. A later one, unless it comes on the heels
+  /// of the first, ends the process at once as interrupted; 1.8 seconds after the first it ends with `overdue`,
+  /// whatever holds it up.
   void handle(std::function<void()> onInterrupt, ExitCode overdue);
 
  private:
