@@ -39,7 +39,6 @@ class FileHandle : public std::enable_shared_from_this<FileHandle> {
   /// less.
   void writeData(std::string_view bytes, std::error_code& error);
 
-  void seekToFileOffset(std::uint64_t offset) noexcept { offset_ = offset; }
   [[nodiscard]] std::uint64_t offsetInFile() const noexcept { return offset_; }
 
   /// Closes the file now; further use fails with `std::errc::bad_file_descriptor`.
