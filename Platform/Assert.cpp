@@ -1,17 +1,19 @@
 #include "Platform/Assert.h"
 
-#ifndef NDEBUG
 #include <cstdio>
 #include <cstdlib>
-#endif
 
 namespace vesko {
 
 void assertionFailure([[maybe_unused]] const std::string& message) {
 #ifndef NDEBUG
-  std::fprintf(stderr, "Assertion failed: %s\n", message.c_str());
-  std::abort();
+  fatalError("Assertion failed: " + message);
 #endif
+}
+
+void fatalError(const std::string& message) {
+  std::fprintf(stderr, "%s\n", message.c_str());
+  std::abort();
 }
 
 }  // namespace vesko

@@ -1,17 +1,15 @@
 #include "Platform/FileManager.h"
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string_view>
-#include <vector>
 
+#include "Platform/Account.h"
 #include "Platform/SystemError.h"
 
 namespace vesko::FileManager {
@@ -20,19 +18,6 @@ namespace {
 std::string environmentValue(const char* name) {
   const char* value = std::getenv(name);
   return value == nullptr ? std::string() : value;
-}
-
-std::string homeOfAccount(std::error_code& error) {
-  std::vector<char> buffer(1024);
-  passwd account{};
-  passwd* found = nullptr;
-  int failure = 0;
-  while ((failure = ::getpwuid_r(::geteuid(), &account, buffer.data(), buffer.size(), &found)) == ERANGE) {
-    buffer.resize(buffer.size() * 2);
-  }
-  if (found != nullptr) return found->pw_dir;
-  error = {failure != 0 ? failure : ENOENT, std::system_category()};
-  return {};
 }
 
 std::string withoutTrailingSlashes(std::string path) {
@@ -96,8 +81,9 @@ void createDirectoryAtPath(const std::string& path, std::error_code& error) {
 
 std::string downloadsDirectory(const std::string& home, const std::string& configHome, std::error_code& error) {
   error.clear();
-  const auto homeFolder = withoutTrailingSlashes(home.starts_with('/') ? home : homeOfAccount(error));
-  if (error) return {};
+  const auto account = home.starts_with('/') ? Account{{}, {}, home} : accountOf(userId(), error);
+  if (!account) return {};
+  const auto homeFolder = withoutTrailingSlashes(account->home);
   // A relative value does not count, by the rules for base directories.
   const auto configFolder = configHome.starts_with('/') ? configHome : homeFolder + "/.config";
   auto downloads = downloadsOfUserDirectories(configFolder + "/user-dirs.dirs", homeFolder);

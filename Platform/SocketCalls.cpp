@@ -10,6 +10,7 @@
 #include <sys/types.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "Platform/FileHandle.h"
 #include "Platform/SystemError.h"
@@ -17,6 +18,10 @@
 namespace vesko::SocketCalls {
 
 namespace {
+
+/// Room for what a few hundred machines answer at once: the system counts each datagram, however short, as one or two
+/// thousand bytes. It gives less where its own limit is lower.
+constexpr int datagramBufferBytes = 1024 * 1024;
 
 template <class Call>
 auto checked(Call call, std::error_code& error) {
@@ -53,6 +58,17 @@ int withAddress(const sockaddr_in& address, Function function) {
 bool isAddress(const std::string& host) noexcept {
   in_addr address{};
   return ::inet_pton(AF_INET, host.c_str(), &address) == 1;
+}
+
+std::optional<Address> decodedAddress(std::string_view systemForm) {
+  sockaddr_in address{};
+  if (systemForm.size() < sizeof address) return std::nullopt;
+  std::memcpy(&address, systemForm.data(), sizeof address);
+  char text[INET_ADDRSTRLEN] = "";
+  if (address.sin_family != AF_INET || ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text) == nullptr) {
+    return std::nullopt;
+  }
+  return Address{text, ntohs(address.sin_port)};
 }
 
 FileDescriptor makeStream(std::error_code& error) {
@@ -136,6 +152,40 @@ void resetOnClose(int descriptor) noexcept {
 std::uint64_t unacknowledgedBytes(int descriptor) noexcept {
   int count = 0;
   return ::ioctl(descriptor, SIOCOUTQ, &count) < 0 ? 0 : static_cast<std::uint64_t>(count);
+}
+
+FileDescriptor makeDatagram(std::error_code& error) {
+  FileDescriptor descriptor(
+      checked([] { return ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }, error));
+  if (descriptor) setOption(descriptor.get(), SOL_SOCKET, SO_RCVBUF, datagramBufferBytes);
+  return descriptor;
+}
+
+void allowBroadcast(int descriptor, bool isAllowed, std::error_code& error) {
+  const int value = isAllowed ? 1 : 0;
+  checked([&] { return ::setsockopt(descriptor, SOL_SOCKET, SO_BROADCAST, &value, sizeof value); }, error);
+}
+
+void bind(int descriptor, std::uint16_t port, std::error_code& error) {
+  const sockaddr_in everywhere = systemAddress({"0.0.0.0", port});
+  const auto call = [&](auto* where, auto length) { return ::bind(descriptor, where, length); };
+  checked([&] { return withAddress(everywhere, call); }, error);
+}
+
+void sendDatagram(int descriptor, std::string_view bytes, const Address& to, std::error_code& error) {
+  const sockaddr_in target = systemAddress(to);
+  const auto* const where = reinterpret_cast<const sockaddr*>(&target);
+  checked([&] { return ::sendto(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL, where, sizeof target); }, error);
+}
+
+std::size_t receiveDatagram(int descriptor, std::span<char> buffer, std::string& from, std::error_code& error) {
+  sockaddr_in sender{};
+  socklen_t length = sizeof sender;
+  auto* const where = reinterpret_cast<sockaddr*>(&sender);
+  const auto call = [&] { return ::recvfrom(descriptor, buffer.data(), buffer.size(), 0, where, &length); };
+  const std::size_t size = counted(call, error);
+  from.assign(reinterpret_cast<const char*>(&sender), sizeof sender);
+  return size;
 }
 
 }  // namespace vesko::SocketCalls

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,7 +13,7 @@ namespace vesko {
 
 class FileHandle;
 
-/// What a stream socket asks of the system. Descriptors are non-blocking; a call that would have to wait reports
+/// What sockets ask of the system. Descriptors are non-blocking; a call that would have to wait reports
 /// `std::errc::operation_would_block`, and interrupted calls are made again. Any thread.
 namespace SocketCalls {
 
@@ -20,10 +21,15 @@ namespace SocketCalls {
 struct Address {
   std::string host;  ///< dotted-decimal
   std::uint16_t port = 0;
+
+  friend bool operator==(const Address&, const Address&) = default;
 };
 
 /// True when `host` is an IPv4 address in dotted-decimal form.
 [[nodiscard]] bool isAddress(const std::string& host) noexcept;
+
+/// The address that the system's form of one (sockaddr_in) says; none when it is of another kind.
+[[nodiscard]] std::optional<Address> decodedAddress(std::string_view systemForm);
 
 /// A new TCP socket that sends small segments at once: what is worth gathering has been gathered before.
 [[nodiscard]] FileDescriptor makeStream(std::error_code& error);
@@ -61,6 +67,23 @@ void resetOnClose(int descriptor) noexcept;
 
 /// Bytes that the other side has not acknowledged yet.
 [[nodiscard]] std::uint64_t unacknowledgedBytes(int descriptor) noexcept;
+
+/// A new UDP socket, with room for the answers that a whole network gives to one question.
+[[nodiscard]] FileDescriptor makeDatagram(std::error_code& error);
+
+/// Lets a datagram socket send to broadcast addresses, or not.
+void allowBroadcast(int descriptor, bool isAllowed, std::error_code& error);
+
+/// Binds a datagram socket to `port` of every interface; `std::errc::address_in_use` when another socket has it.
+void bind(int descriptor, std::uint16_t port, std::error_code& error);
+
+/// Sends one datagram, of no bytes at all if need be.
+void sendDatagram(int descriptor, std::string_view bytes, const Address& to, std::error_code& error);
+
+/// Receives one datagram into `buffer`, which cuts off what it has no room for, and returns its length, which may be 0.
+/// `from`: the sender's address in the system's form.
+[[nodiscard]] std::size_t receiveDatagram(int descriptor, std::span<char> buffer, std::string& from,
+                                          std::error_code& error);
 
 }  // namespace SocketCalls
 }  // namespace vesko

@@ -5,6 +5,7 @@
 
 #include "Platform/DispatchQueue.h"
 #include "Platform/SocketCalls.h"
+#include "Platform/SystemError.h"
 
 namespace vesko {
 
@@ -24,11 +25,6 @@ constexpr std::chrono::milliseconds acceptPause{100};
 
 /// How often a closing connection is asked whether it still drains.
 constexpr std::chrono::milliseconds drainInterval{500};
-
-bool isShortageOfResources(const std::error_code& code) {
-  return code == std::errc::too_many_files_open || code == std::errc::too_many_files_open_in_system ||
-         code == std::errc::no_buffer_space || code == std::errc::not_enough_memory;
-}
 
 }  // namespace
 

@@ -129,6 +129,17 @@ bool isValidUtf8(std::string_view bytes) noexcept {
   return true;
 }
 
+std::string withReplacements(std::string_view bytes) {
+  constexpr std::string_view replacement = "\uFFFD";
+  std::string text;
+  while (!bytes.empty()) {
+    const auto length = firstUtf8Character(bytes).length;
+    text += length > 0 ? bytes.substr(0, length) : replacement;
+    bytes.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return text;
+}
+
 std::optional<std::string> encodeText(std::string_view text, TextEncoding encoding) {
   if (encoding == TextEncoding::utf8) return copyIf(isValidUtf8(text), text);
   if (encoding == TextEncoding::cp1252 && isAscii(text)) return std::string(text);

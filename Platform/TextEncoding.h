@@ -26,6 +26,9 @@ struct Utf8Character {
 /// True when `bytes` are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
 [[nodiscard]] bool isValidUtf8(std::string_view bytes) noexcept;
 
+/// The bytes as UTF-8, each one that is no part of it replaced by U+FFFD. Any thread.
+[[nodiscard]] std::string withReplacements(std::string_view bytes);
+
 /// The text in `encoding`, or none when a character cannot be written in it or `text` is not UTF-8. Any thread.
 [[nodiscard]] std::optional<std::string> encodeText(std::string_view text, TextEncoding encoding);
 

@@ -5,6 +5,8 @@
 #include "VeskoKit/BinUtils.h"
 #include "VeskoKit/Counter.h"
 #include "VeskoKit/Log.h"
+#include "VeskoKit/NetInfo.h"
+#include "VeskoKit/NetworkTools.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/VeskoIncomingTransfer.h"
 #include "VeskoKit/VeskoItem.h"

@@ -12,49 +12,22 @@ VeskoPeer::VeskoPeer(std::string key, std::string ip, std::uint16_t port, std::s
       lastActiveTime_(lastActiveTime),
       key_(std::move(key)) {}
 
-std::string VeskoPeer::ip() const {
-  const std::scoped_lock lock(mutex_);
-  return ip_;
-}
+std::string VeskoPeer::ip() const { return get(ip_); }
+void VeskoPeer::setIp(std::string ip) { set(ip_, std::move(ip)); }
 
-void VeskoPeer::setIp(std::string ip) {
-  const std::scoped_lock lock(mutex_);
-  ip_ = std::move(ip);
-}
+std::uint16_t VeskoPeer::port() const { return get(port_); }
+void VeskoPeer::setPort(std::uint16_t port) { set(port_, port); }
 
-std::uint16_t VeskoPeer::port() const {
-  const std::scoped_lock lock(mutex_);
-  return port_;
-}
+std::string VeskoPeer::systemSignature() const { return get(systemSignature_); }
+void VeskoPeer::setSystemSignature(std::string systemSignature) { set(systemSignature_, std::move(systemSignature)); }
 
-void VeskoPeer::setPort(std::uint16_t port) {
-  const std::scoped_lock lock(mutex_);
-  port_ = port;
-}
+VeskoPeer::TimePoint VeskoPeer::lastActiveTime() const { return get(lastActiveTime_); }
+void VeskoPeer::setLastActiveTime(TimePoint lastActiveTime) { set(lastActiveTime_, lastActiveTime); }
 
-std::string VeskoPeer::systemSignature() const {
-  const std::scoped_lock lock(mutex_);
-  return systemSignature_;
-}
+std::string VeskoPeer::avatar() const { return get(avatar_); }
+void VeskoPeer::setAvatar(std::string avatar) { set(avatar_, std::move(avatar)); }
 
-void VeskoPeer::setSystemSignature(std::string systemSignature) {
-  const std::scoped_lock lock(mutex_);
-  systemSignature_ = std::move(systemSignature);
-}
-
-VeskoPeer::TimePoint VeskoPeer::lastActiveTime() const {
-  const std::scoped_lock lock(mutex_);
-  return lastActiveTime_;
-}
-
-void VeskoPeer::setLastActiveTime(TimePoint lastActiveTime) {
-  const std::scoped_lock lock(mutex_);
-  lastActiveTime_ = lastActiveTime;
-}
-
-std::string VeskoPeer::key() const {
-  const std::scoped_lock lock(mutex_);
-  return key_;
-}
+std::string VeskoPeer::key() const { return get(key_); }
+void VeskoPeer::setKey(std::string key) { set(key_, std::move(key)); }
 
 }  // namespace vesko

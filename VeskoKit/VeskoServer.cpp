@@ -7,6 +7,7 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/FileManager.h"
 #include "Platform/GCDAsyncSocket.h"
+#include "Platform/GCDAsyncUdpSocket.h"
 #include "Platform/NSApp.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
@@ -23,6 +24,7 @@ VeskoServer::~VeskoServer() = default;
 
 void VeskoServer::startServer() {
   sweepStorage();
+  startDiscovery();
   startListener();
 }
 
@@ -47,6 +49,11 @@ std::string VeskoServer::generateRandomStringWithLength(std::int64_t length) con
 }
 
 std::uint16_t VeskoServer::boundTcpPort() const { return listenSocket_ ? listenSocket_->localPort() : 0; }
+
+void VeskoServer::setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate) {
+  const std::scoped_lock lock(mutex_);
+  delegate_ = std::move(delegate);
+}
 
 void VeskoServer::setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate) {
   const std::scoped_lock lock(mutex_);

@@ -1,13 +1,18 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "VeskoKit/VeskoIncomingTransfer.h"
+#include "VeskoKit/VeskoPeer.h"
 #include "VeskoKit/VeskoTransfer.h"
 
 namespace vesko {
@@ -15,23 +20,51 @@ namespace vesko {
 class Clock;
 class DispatchQueue;
 class GCDAsyncSocket;
-class GCDAsyncSocketDelegate;
+class GCDAsyncUdpSocket;
 class NSApp;
+struct DiscoveryHello;
+
+/// Hears of the machines that come and go. Every call comes on the service's queue "broadcast", after the change of the
+/// peer table that it tells of; any operation of the service may be used inside it. What takes long delays discovery.
+class VeskoPeerDiscoveryDelegate {
+ public:
+  virtual ~VeskoPeerDiscoveryDelegate() = default;
+
+  /// A machine that was not in the table has said hello.
+  virtual void peerDidAppear(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
+
+  /// One that is in the table has said hello again; its record, the same as ever, has been refreshed.
+  virtual void peerDidUpdate(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
+
+  /// A machine has said goodbye, and its record has left the table.
+  virtual void peerDidDisappear(const std::string& /*key*/) {}
+};
 
 /// An endpoint that could not be opened.
 struct VeskoFailedEndpoint {
-  std::string endpoint;   ///< "tcp"
+  std::string endpoint;   ///< "udp" or "tcp"
   std::string message;    ///< what the user is shown
   std::error_code error;  ///< the system's reason
 };
 
-/// The service a host creates to take part: it accepts transfers and keeps those it starts.
+/// The service a host creates to take part: it keeps a table of the other machines, accepts transfers and keeps those
+/// it starts.
 ///
-/// Made with `std::make_shared`. Set it up, then call `startServer`; both on one thread. There is no stop: destroying
-/// the service closes its listener, and the transfers it keeps end with it.
+/// Made with `std::make_shared`. Set it up, call `startServer`, both on one thread, and then `sayHello`; call
+/// `sayGoodbye` at the end. There is no stop: destroying the service closes its endpoints, and the transfers it keeps
+/// end with it.
 class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
  public:
   static constexpr std::uint16_t defaultPort = 4644;
+
+  /// Machines in the table; beyond, newcomers are ignored: what the network says must not fill the memory.
+  static constexpr std::size_t maximumPeers = 65'536;
+
+  /// Hellos answered within a second: enough for a large network that wakes up at once, and a bound for whoever has us
+  /// answer to addresses that never asked.
+  static constexpr int maximumAnswers = 1'000;
+
+  using PeerTable = std::map<std::string, std::shared_ptr<VeskoPeer>>;
 
   VeskoServer();
 
@@ -44,8 +77,15 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// The port that transfers are accepted on; 0 lets the system choose. Set it before `startServer`.
   std::uint16_t localTcpPort = defaultPort;
 
+  /// The port that hellos are heard on and, by default, sent to, and that others are told of where it is not
+  /// `defaultUdpPort`. Set it before `startServer`; 0 is then replaced by a port of the system's choice.
+  std::uint16_t localUdpPort = defaultPort;
+
   /// The well-known port of transfers, for hosts to compare with.
   std::uint16_t defaultTcpPort = defaultPort;
+
+  /// The well-known port of discovery: every hello to all goes there too. Set it before `startServer`.
+  std::uint16_t defaultUdpPort = defaultPort;
 
   /// Where incoming items go; empty: the current user's downloads folder. Set it before `startServer`.
   std::string downloadsFolder;
@@ -56,6 +96,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// The program's user interface, for alerts; without one they go to standard error. Set it before `startServer`.
   std::shared_ptr<NSApp> application;
 
+  /// The observer of the peer table. Any thread.
+  void setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate);
+
   /// The observers given to each new incoming transfer. Any thread; they count for connections accepted from now on.
   void setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate);
   void setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate);
@@ -64,8 +107,37 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// user and listed in `failedEndpoints`; the start goes on with the next.
   virtual void startServer();
 
+  /// Opens the discovery endpoint alone, in place of `startServer`, for a program that only looks around.
+  void startDiscovery();
+
+  /// Says hello: to everybody on the networks of this machine's interfaces or, with `dest`, to that IPv4 address
+  /// (dotted decimal) alone; on `port`, by default `localUdpPort`, and to everybody also on `defaultUdpPort`. Those who
+  /// hear a hello to everybody answer. Never waits and reports no failure; without a discovery endpoint it does
+  /// nothing. Any thread, once the service has started.
+  virtual void sayHello();
+  virtual void sayHello(const std::string& dest);
+  virtual void sayHello(const std::string& dest, std::uint16_t port);
+
+  /// Takes leave, in the same three forms; the others drop this machine from their tables.
+  virtual void sayGoodbye();
+  virtual void sayGoodbye(const std::string& dest);
+  virtual void sayGoodbye(const std::string& dest, std::uint16_t port);
+
+  /// The datagrams that these send; an empty `dest` means everybody. Any thread.
+  [[nodiscard]] virtual std::string createHelloPacket(const std::string& dest, std::uint16_t port);
+  [[nodiscard]] virtual std::string createGoodbyePacket(const std::string& dest, std::uint16_t port);
+
+  /// How this machine describes itself to others: its user's name and its own. Any thread.
+  [[nodiscard]] virtual std::string getSystemSignature();
+
   /// Starts a transfer and keeps it until it is pruned. Any thread.
   virtual void startTransfer(const std::shared_ptr<VeskoTransfer>& transfer);
+
+  /// True when `sender` is, character for character, the address of an interface of this machine. Any thread.
+  [[nodiscard]] virtual bool isLocalPeer(const std::string& sender);
+
+  /// The broadcast address of each interface address, in the order of the system. Any thread.
+  [[nodiscard]] virtual std::vector<std::string> findBroadcastAddress();
 
   /// `length` random letters and digits. Requires: `length` at least 1.
   [[nodiscard]] std::string generateRandomStringWithLength(std::int64_t length) const;
@@ -75,6 +147,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
 
   /// The port that the listener got; 0 while there is none.
   [[nodiscard]] std::uint16_t boundTcpPort() const;
+
+  /// The machines known at this moment, by the address that their hellos come from. Any thread.
+  [[nodiscard]] PeerTable peers() const;
 
   /// The transfers the service keeps, oldest first. Any thread.
   [[nodiscard]] std::vector<std::shared_ptr<VeskoTransfer>> pendingTransfers() const;
@@ -92,20 +167,45 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// A connection was accepted, on the "incoming" queue; not for hosts.
   void socketDidAcceptNewSocket(GCDAsyncSocket& listener, std::shared_ptr<GCDAsyncSocket> newSocket);
 
+  /// A datagram has arrived, on the "broadcast" queue; not for hosts.
+  void udpSocketDidReceiveData(std::string_view data, std::string_view address);
+
  private:
   class SocketEvents;
+  class DatagramEvents;
+
+  /// Counts the answers of one second.
+  struct AnswerBudget {
+    std::chrono::steady_clock::time_point start;
+    int answers = 0;
+  };
 
   void sweepStorage() const;
   void startListener();
   void showFailure(VeskoFailedEndpoint failure);
 
+  // Discovery, on the "broadcast" queue but for the first two.
+  void send(const std::string& datagram, const std::string& dest, std::uint16_t port);
+  [[nodiscard]] std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate() const;
+  void handleHello(const std::string& sender, DiscoveryHello hello);
+  void handleGoodbye(const std::string& sender);
+  [[nodiscard]] std::shared_ptr<VeskoPeer> addPeer(const std::string& sender, std::uint16_t port,
+                                                   const std::string& signature);
+  [[nodiscard]] bool mayAnswer();
+  void logPeers() const;
+
   const std::shared_ptr<DispatchQueue> broadcastQueue_;
   const std::shared_ptr<DispatchQueue> incomingQueue_;
+  std::shared_ptr<DatagramEvents> datagramEvents_;
+  std::shared_ptr<GCDAsyncUdpSocket> udpSocket_;
   std::shared_ptr<SocketEvents> events_;
   std::shared_ptr<GCDAsyncSocket> listenSocket_;
+  AnswerBudget answers_;  // the "broadcast" queue's
   std::vector<VeskoFailedEndpoint> failedEndpoints_;
 
-  mutable std::mutex mutex_;  // guards what follows: the starting thread and the "incoming" queue share it
+  mutable std::mutex mutex_;  // guards what follows: the host's threads and the two queues share it
+  std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate_;
+  PeerTable peers_;
   std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate_;
   std::shared_ptr<VeskoTransferOutcomeDelegate> incomingOutcomeDelegate_;
   std::vector<std::shared_ptr<VeskoTransfer>> pendingTransfers_;

@@ -1,5 +1,6 @@
 #include "hosts/cli/Console.h"
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
@@ -41,9 +42,20 @@ void Console::print(std::string_view text) {
   if (!isWritten) outputFailed_ = true;
 }
 
+std::string Console::inColour(Colour colour, std::string_view text) const {
+  static constexpr std::array codes = {"", "\033[1;31m", "\033[33m", "\033[32m"};
+  if (colour == Colour::none || !outputIsTerminal_ || !colourIsWelcome()) return std::string(text);
+  return codes.at(static_cast<std::size_t>(colour)) + std::string(text) + "\033[0m";
+}
+
 void Console::note(std::string_view line) {
   clearBar();
   writeError(Log::escaped(line) + '\n');
+}
+
+void Console::ask(std::string_view question) {
+  clearBar();
+  writeError(Log::escaped(question));
 }
 
 void Console::complain(std::string_view line) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -30,13 +31,21 @@ class Console {
   /// Writes a result as it is, at once.
   void print(std::string_view text);
 
+  enum class Colour : std::uint8_t { none, red, yellow, green };
+
+  /// `text` for standard output, in this colour where the terminal and the user take it.
+  [[nodiscard]] std::string inColour(Colour colour, std::string_view text) const;
+
   /// True when a result could not be written.
   [[nodiscard]] bool outputFailed() const noexcept { return outputFailed_; }
 
   /// Writes one line to standard error, control characters escaped.
   void note(std::string_view line);
 
-  /// The same for what went wrong: named by the program, in colour where the terminal and the user take it.
+  /// Writes a question to standard error; the answer is typed behind it.
+  void ask(std::string_view question);
+
+  /// The same as `note` for what went wrong: named by the program, in colour where the terminal and the user take it.
   void complain(std::string_view line);
 
   /// Shows `line`, which holds no control characters, in place of the bar before it.

@@ -21,11 +21,34 @@ void EventQueue::interrupt() {
   changed_.notify_one();
 }
 
-std::optional<Event> EventQueue::next() {
+void EventQueue::finish() {
+  {
+    const std::scoped_lock lock(mutex_);
+    isFinished_ = true;
+  }
+  changed_.notify_one();
+}
+
+std::optional<Event> EventQueue::next(std::optional<std::chrono::steady_clock::time_point> deadline) {
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return !events_.empty() || (isInterrupted_ && !isInterruptionTold_); });
+  const auto isWoken = [this] { return !events_.empty() || isFinished_ || (isInterrupted_ && !isInterruptionTold_); };
+  if (deadline) {
+    changed_.wait_until(lock, *deadline, isWoken);
+  } else {
+    changed_.wait(lock, isWoken);
+  }
   if (isInterrupted_ && !std::exchange(isInterruptionTold_, true)) return std::nullopt;
   return takeFirst();
+}
+
+bool EventQueue::isInterrupted() const {
+  const std::scoped_lock lock(mutex_);
+  return isInterrupted_;
+}
+
+bool EventQueue::isFinished() const {
+  const std::scoped_lock lock(mutex_);
+  return isFinished_;
 }
 
 std::optional<Event> EventQueue::nextWaiting() {

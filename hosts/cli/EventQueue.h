@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -18,8 +19,17 @@ class EventQueue : public EventSink {
   /// Notes that the user wants an end, and wakes whoever waits.
   void interrupt();
 
+  /// Notes that whatever publishes has come to an end, and wakes whoever waits.
+  void finish();
+
   /// The oldest event, waited for; none, and at once, when the user wants an end that nobody has been told of yet.
-  [[nodiscard]] std::optional<Event> next();
+  [[nodiscard]] std::optional<Event> next() { return next(std::nullopt); }
+
+  /// The same, waited for until `deadline` at most; none also when there is none left after `finish`.
+  [[nodiscard]] std::optional<Event> next(std::optional<std::chrono::steady_clock::time_point> deadline);
+
+  [[nodiscard]] bool isInterrupted() const;
+  [[nodiscard]] bool isFinished() const;
 
   /// The oldest event; none when there is none.
   [[nodiscard]] std::optional<Event> nextWaiting();
@@ -28,11 +38,12 @@ class EventQueue : public EventSink {
   [[nodiscard]] std::optional<Event> takeFirst();
   [[nodiscard]] bool replacedProgress(Event& event);
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Event> events_;
   bool isInterrupted_ = false;
   bool isInterruptionTold_ = false;
+  bool isFinished_ = false;
 };
 
 }  // namespace vesko

@@ -16,7 +16,7 @@ class Interrupts {
 
   /// From now on the first signal calls `onInterrupt`, on the waiting thread. A later one, unless it comes on the heels
   /// of the first, ends the process at once as interrupted; 1.8 seconds after the first it ends with `overdue`,
-  /// whatever holds it up.
+  /// whatever holds it up. An empty function makes it as it was at first.
   void handle(std::function<void()> onInterrupt, ExitCode overdue);
 
  private:

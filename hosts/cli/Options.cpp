@@ -19,10 +19,13 @@ struct Parsed {
   SendOptions send;
   TextOptions text;
   ReceiveOptions receive;
+  PeersOptions peers;
+  double wait = defaultWait.count();
 };
 
 void addCommon(CLI::App& app, CommonOptions& common) {
-  app.add_option("--port", common.port, "TCP port to receive on, and of a PEER given without one (default 4644)")
+  app.add_option("--port", common.port,
+                 "Service ports N and N + 1; the port of a PEER given without one (default 4644)")
       ->check(CLI::Range(1, 65535).description(""))
       ->type_name("N");
   app.add_flag("--json", common.json, "Print events as JSON, one object a line");
@@ -31,8 +34,16 @@ void addCommon(CLI::App& app, CommonOptions& common) {
   app.set_version_flag("--version", "vesko " VESKO_VERSION);
 }
 
-void addPeer(CLI::App& command, std::string& peer) {
-  command.add_option("--to", peer, "Whom to send to: ADDRESS or ADDRESS:PORT")->required()->type_name("PEER");
+void addWait(CLI::App& command, double& wait) {
+  constexpr double longest = 3600;
+  command.add_option("--wait", wait, "How long other machines may take to answer (default 1)")
+      ->check(CLI::Range(0.0, longest).description(""))
+      ->type_name("SECONDS");
+}
+
+void addPeer(CLI::App& command, std::string& peer, double& wait) {
+  command.add_option("--to", peer, "Whom to send to: any part of a name, ADDRESS or ADDRESS:PORT")->type_name("PEER");
+  addWait(command, wait);
 }
 
 CLI::App& addCommand(CLI::App& app, const char* name, const char* description, CommonOptions& common) {
@@ -47,11 +58,11 @@ void describe(CLI::App& app, Parsed& parsed) {
   addCommon(app, parsed.common);
 
   CLI::App& send = addCommand(app, "send", "Send files and folders", parsed.common);
-  addPeer(send, parsed.send.peer);
+  addPeer(send, parsed.send.peer, parsed.wait);
   send.add_option("PATH", parsed.send.paths, "What to send")->required()->type_name("");
 
   CLI::App& text = addCommand(app, "text", "Send a snippet of text", parsed.common);
-  addPeer(text, parsed.text.peer);
+  addPeer(text, parsed.text.peer, parsed.wait);
   text.add_option("TEXT", parsed.text.text, "The text; \"-\" or none: what standard input holds")->type_name("");
 
   CLI::App& receive = addCommand(app, "receive", "Receive until interrupted", parsed.common);
@@ -60,6 +71,12 @@ void describe(CLI::App& app, Parsed& parsed) {
   receive.add_flag("--once", parsed.receive.once, "End after the first transfer");
   receive.add_flag("--keep-partial", parsed.receive.keepPartial,
                    "Keep what had fully arrived of a transfer that fails");
+
+  CLI::App& peers = addCommand(app, "peers", "List the machines that can be sent to", parsed.common);
+  addWait(peers, parsed.wait);
+  peers.add_flag("--watch", parsed.peers.watch, "Go on telling who comes and goes, until interrupted");
+
+  addCommand(app, "doctor", "Find out why nobody is found", parsed.common);
 }
 
 /// The parser takes "[a,b]" for a list of two and "{}" for an empty one; behind "./" it sees the path it is.
@@ -78,7 +95,10 @@ std::vector<std::string> argumentsOf(int argumentCount, const char* const* argum
 }
 
 Options optionsOf(const CLI::App& app, Parsed parsed) {
+  parsed.send.wait = parsed.text.wait = parsed.peers.wait = Wait(parsed.wait);
   if (app.got_subcommand("send")) return {std::move(parsed.common), std::move(parsed.send)};
+  if (app.got_subcommand("peers")) return {std::move(parsed.common), parsed.peers};
+  if (app.got_subcommand("doctor")) return {std::move(parsed.common), DoctorOptions()};
   if (app.got_subcommand("receive")) return {std::move(parsed.common), std::move(parsed.receive)};
   if (parsed.text.text == "-") parsed.text.text.reset();
   return {std::move(parsed.common), std::move(parsed.text)};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,13 +19,19 @@ struct CommonOptions {
   std::string logFile;  ///< empty: no log
 };
 
+/// How long other machines may take to answer.
+using Wait = std::chrono::duration<double>;
+constexpr Wait defaultWait{1.0};
+
 struct SendOptions {
-  std::string peer;
+  std::string peer;  ///< empty: the user is to choose
+  Wait wait = defaultWait;
   std::vector<std::string> paths;
 };
 
 struct TextOptions {
-  std::string peer;
+  std::string peer;  ///< as above
+  Wait wait = defaultWait;
   std::optional<std::string> text;  ///< none: standard input holds it
 };
 
@@ -34,10 +41,17 @@ struct ReceiveOptions {
   bool keepPartial = false;
 };
 
+struct PeersOptions {
+  Wait wait = defaultWait;
+  bool watch = false;
+};
+
+struct DoctorOptions {};
+
 /// What the command line asks for.
 struct Options {
   CommonOptions common;
-  std::variant<SendOptions, TextOptions, ReceiveOptions> command;
+  std::variant<SendOptions, TextOptions, ReceiveOptions, PeersOptions, DoctorOptions> command;
 };
 
 /// Reads the command line. When that is all there is to do, since it asks for help or is wrong, the user has been told

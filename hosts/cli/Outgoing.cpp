@@ -4,16 +4,6 @@
 
 namespace vesko {
 
-std::optional<PeerAddress> findPeer(Program& program, const std::string& name) {
-  auto peer = parsePeerAddress(name, program.options.port);
-  if (!peer) {
-    program.console.complain("\"" + name +
-                             "\" is not an address: ADDRESS or ADDRESS:PORT with an IPv4 address such as 192.0.2.7 is "
-                             "needed, names are not looked up");
-  }
-  return peer;
-}
-
 ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
                        const std::function<PreparedTransfer(Session&)>& prepare) {
   Run run(program);

@@ -39,6 +39,9 @@ ExitCode runReceive(Program& program, const ReceiveOptions& options) {
     run.takeWaitingEvents();
     return ExitCode::startup;
   }
+  if (const std::error_code obstacle = session.controlObstacle()) {
+    program.console.complain("other programs of yours cannot ask this one who is there: " + obstacle.message());
+  }
   run.takeEvents([&] { return options.once && run.hasFirstEnded(); });
   run.windDown(session);
   return options.once && run.hasFirstEnded() ? run.codeOfFirst() : ExitCode::success;

@@ -31,6 +31,7 @@ void Run::takeWaitingEvents() {
 
 void Run::windDown(Session& session) {
   program_.console.clearBar();
+  session.leave();
   session.cancelAll();
   takeWaitingEvents();
   while (running_ > 0) {

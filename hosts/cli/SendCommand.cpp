@@ -6,6 +6,7 @@
 #include "Platform/FileManager.h"
 #include "VeskoKit/PathText.h"
 #include "hosts/cli/Outgoing.h"
+#include "hosts/cli/PeerChoice.h"
 
 namespace vesko {
 namespace {
@@ -45,14 +46,14 @@ std::optional<std::string> complaintAboutNames(const std::vector<std::string>& p
 }  // namespace
 
 ExitCode runSend(Program& program, const SendOptions& options) {
-  const auto peer = findPeer(program, options.peer);
-  if (!peer) return ExitCode::noSuchPeer;
   const auto paths = pathsToSend(options.paths);
   if (const auto complaint = complaintAboutNames(paths)) {
     program.console.complain(*complaint);
     return ExitCode::usage;
   }
-  return sendAndFollow(program, *peer, [&](Session& session) { return session.prepare(paths); });
+  const PeerOrCode peer = findPeer(program, options.peer, options.wait);
+  if (const auto* code = std::get_if<ExitCode>(&peer)) return *code;
+  return sendAndFollow(program, std::get<PeerAddress>(peer), [&](Session& session) { return session.prepare(paths); });
 }
 
 }  // namespace vesko

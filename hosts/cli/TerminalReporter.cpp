@@ -5,6 +5,8 @@
 #include <cmath>
 
 #include "VeskoKit/Log.h"
+#include "hosts/common/HumanText.h"
+#include "hosts/common/PeerNames.h"
 
 namespace vesko {
 namespace {
@@ -42,11 +44,12 @@ std::string upperCase(std::string text) {
 }  // namespace
 
 void TerminalReporter::report(const Event& event) {
+  state_.apply(event);
   std::visit([this](const auto& any) { on(any); }, event);
 }
 
 void TerminalReporter::on(const ReadyEvent& event) {
-  note("listening on TCP port " + std::to_string(event.tcpPort) + ", receiving into " + event.downloads);
+  note("listening on port " + std::to_string(event.tcpPort) + ", receiving into " + event.downloads);
 }
 
 void TerminalReporter::on(const StartupFailureEvent& event) {
@@ -54,49 +57,39 @@ void TerminalReporter::on(const StartupFailureEvent& event) {
                     event.reason);
 }
 
-void TerminalReporter::on(const TransferStartedEvent& event) {
-  Transfer& transfer = transfers_[event.transfer];
-  transfer.direction = event.direction;
-  transfer.ip = event.ip;
-  transfer.name = event.name;
-}
+void TerminalReporter::on(const PeerAppearedEvent& event) { note("here: " + describedPeer(event.peer)); }
+
+void TerminalReporter::on(const PeerDisappearedEvent& event) { note("gone: " + describedPeer(event.peer)); }
 
 void TerminalReporter::on(const ProgressEvent& event) {
   if (isQuiet_ || !console_.showsBars()) return;
-  Transfer& transfer = transfers_[event.transfer];
-  measure(transfer, event.finishedBytes);
-  transfer.view = {Log::escaped(event.name), event.elementCount,  event.finishedElements,
-                   event.totalSize,          event.finishedBytes, transfer.view.rate};
+  measure(event);
   drawBar();
 }
 
 void TerminalReporter::on(const TextReceivedEvent& event) {
-  Transfer& transfer = transfers_[event.transfer];
-  transfer.isText = true;
-  note("text from " + transfer.ip + ", " + sizeText(event.text.size()) + ':');
+  note("text from " + transfer(event.transfer).ip + ", " + sizeText(event.text.size()) + ':');
   std::string text = console_.outputIsTerminal() ? escapedText(event.text) : event.text;
   if (!text.ends_with('\n')) text += '\n';
   console_.print(text);
 }
 
-void TerminalReporter::on(const ItemsSavedEvent& event) { transfers_[event.transfer].path = event.path; }
-
 void TerminalReporter::on(const FinishedEvent& event) {
-  const Transfer transfer = std::move(transfers_[event.transfer]);
-  transfers_.erase(event.transfer);
+  speeds_.erase(event.transfer);
   console_.clearBar();
-  if (transfer.direction == TransferDirection::out) {
-    printSent(transfer, event);
-  } else if (!transfer.isText) {
-    printSaved(transfer, event);
+  const TransferView& ended = transfer(event.transfer);
+  if (ended.direction == TransferDirection::out) {
+    printSent(ended, event);
+  } else if (!ended.isText) {
+    printSaved(ended, event);
   }
 }
 
 void TerminalReporter::on(const FailedEvent& event) {
-  const Transfer transfer = std::move(transfers_[event.transfer]);
-  transfers_.erase(event.transfer);
-  const std::string what = transfer.direction == TransferDirection::out ? "sending to " : "receiving from ";
-  console_.complain(what + transfer.ip + ": " + event.message);
+  speeds_.erase(event.transfer);
+  const TransferView& ended = transfer(event.transfer);
+  const std::string what = ended.direction == TransferDirection::out ? "sending to " : "receiving from ";
+  console_.complain(what + ended.ip + ": " + event.message);
 }
 
 void TerminalReporter::on(const SkippedEvent& event) { console_.complain("left out " + event.message); }
@@ -105,42 +98,43 @@ void TerminalReporter::note(const std::string& line) {
   if (!isQuiet_) console_.note(line);
 }
 
-void TerminalReporter::measure(Transfer& transfer, std::uint64_t finishedBytes) const {
+void TerminalReporter::measure(const ProgressEvent& event) {
   constexpr double memory = 3;  // seconds: long enough for a steady number, short enough to show that the way changed
   const TimePoint now = clock_->monotonicNow();
-  if (transfer.measured) {
-    const double seconds = std::max(std::chrono::duration<double>(now - *transfer.measured).count(), 1e-3);
-    const double rate = static_cast<double>(finishedBytes - transfer.view.finishedBytes) / seconds;
-    const double weight = transfer.view.rate == 0 ? 1 : 1 - std::exp(-seconds / memory);
-    transfer.view.rate += weight * (rate - transfer.view.rate);
-  }
-  transfer.measured = now;
+  const auto [found, isFirst] = speeds_.try_emplace(event.transfer, Speed{now, event.finishedBytes});
+  if (isFirst) return;
+  Speed& speed = found->second;
+  const double seconds = std::max(std::chrono::duration<double>(now - speed.measured).count(), 1e-3);
+  const double rate = static_cast<double>(event.finishedBytes - speed.bytes) / seconds;
+  const double weight = speed.rate == 0 ? 1 : 1 - std::exp(-seconds / memory);
+  speed = {now, event.finishedBytes, speed.rate + weight * (rate - speed.rate)};
 }
 
 void TerminalReporter::drawBar() {
   constexpr std::chrono::milliseconds interval{100};
   const TimePoint now = clock_->monotonicNow();
-  if (drawn_ && now - *drawn_ < interval) return;
-  const auto oldest = std::find_if(transfers_.begin(), transfers_.end(),
-                                   [](const auto& entry) { return entry.second.measured.has_value(); });
-  if (oldest == transfers_.end()) return;
+  if (speeds_.empty() || (drawn_ && now - *drawn_ < interval)) return;
   drawn_ = now;
-  console_.showBar(progressLine(oldest->second.view, console_.columns()));
+  const auto& [oldest, speed] = *speeds_.begin();
+  const ProgressEvent& progress = *transfer(oldest).progress;
+  console_.showBar(progressLine({Log::escaped(progress.name), progress.elementCount, progress.finishedElements,
+                                 progress.totalSize, progress.finishedBytes, speed.rate},
+                                console_.columns()));
 }
 
-void TerminalReporter::printSaved(const Transfer& transfer, const FinishedEvent& event) {
-  if (transfer.path.empty()) return note("nothing to save from " + transfer.ip + leftOutText(event.skipped));
+void TerminalReporter::printSaved(const TransferView& saved, const FinishedEvent& event) {
+  if (saved.path.empty()) return note("nothing to save from " + saved.ip + leftOutText(event.skipped));
   if (isQuiet_) {
-    return console_.print((console_.outputIsTerminal() ? Log::escaped(transfer.path) : transfer.path) + '\n');
+    return console_.print((console_.outputIsTerminal() ? Log::escaped(saved.path) : saved.path) + '\n');
   }
-  console_.print("saved " + Log::escaped(transfer.path) + ": " + amountText(event) + " from " + transfer.ip +
+  console_.print("saved " + Log::escaped(saved.path) + ": " + amountText(event) + " from " + saved.ip +
                  speedText(event) + leftOutText(event.skipped) + '\n');
 }
 
-void TerminalReporter::printSent(const Transfer& transfer, const FinishedEvent& event) {
+void TerminalReporter::printSent(const TransferView& sent, const FinishedEvent& event) {
   if (isQuiet_) return;
-  console_.print("sent " + Log::escaped(transfer.name) + ": " + amountText(event) + " to " + transfer.ip +
-                 speedText(event) + '\n');
+  console_.print("sent " + Log::escaped(sent.name) + ": " + amountText(event) + " to " + sent.ip + speedText(event) +
+                 '\n');
 }
 
 }  // namespace vesko

@@ -10,7 +10,7 @@
 #include "Platform/Clock.h"
 #include "hosts/cli/Console.h"
 #include "hosts/cli/Reporter.h"
-#include "hosts/common/HumanText.h"
+#include "hosts/common/SessionState.h"
 
 namespace vesko {
 
@@ -26,36 +26,38 @@ class TerminalReporter : public Reporter {
  private:
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  struct Transfer {
-    TransferDirection direction = TransferDirection::in;
-    std::string ip;
-    std::string name;
-    std::string path;
-    bool isText = false;
-    ProgressView view;
-    std::optional<TimePoint> measured;  // when the view's bytes were
+  /// How fast a transfer is.
+  struct Speed {
+    TimePoint measured;
+    std::uint64_t bytes = 0;
+    double rate = 0;  // bytes per second
   };
 
   void on(const ReadyEvent& event);
   void on(const StartupFailureEvent& event);
-  void on(const TransferStartedEvent& event);
+  void on(const PeerAppearedEvent& event);
+  void on(const PeerUpdatedEvent& /*event*/) {}
+  void on(const PeerDisappearedEvent& event);
+  void on(const TransferStartedEvent& /*event*/) {}
   void on(const ProgressEvent& event);
   void on(const TextReceivedEvent& event);
-  void on(const ItemsSavedEvent& event);
+  void on(const ItemsSavedEvent& /*event*/) {}
   void on(const FinishedEvent& event);
   void on(const FailedEvent& event);
   void on(const SkippedEvent& event);
 
   void note(const std::string& line);
-  void measure(Transfer& transfer, std::uint64_t finishedBytes) const;
+  void measure(const ProgressEvent& event);
   void drawBar();
-  void printSaved(const Transfer& transfer, const FinishedEvent& event);
-  void printSent(const Transfer& transfer, const FinishedEvent& event);
+  [[nodiscard]] const TransferView& transfer(TransferId id) const { return state_.transfers().at(id); }
+  void printSaved(const TransferView& saved, const FinishedEvent& event);
+  void printSent(const TransferView& sent, const FinishedEvent& event);
 
   Console& console_;
   const bool isQuiet_;
   const std::shared_ptr<Clock> clock_;
-  std::map<TransferId, Transfer> transfers_;
+  SessionState state_;
+  std::map<TransferId, Speed> speeds_;  // of those that a bar can be drawn for
   std::optional<TimePoint> drawn_;
 };
 

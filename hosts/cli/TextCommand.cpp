@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "hosts/cli/Outgoing.h"
+#include "hosts/cli/PeerChoice.h"
 #include "hosts/common/HumanText.h"
 
 namespace vesko {
@@ -31,8 +32,8 @@ std::string complaintAbout(VeskoFailureReason reason) {
 }  // namespace
 
 ExitCode runText(Program& program, const TextOptions& options) {
-  const auto peer = findPeer(program, options.peer);
-  if (!peer) return ExitCode::noSuchPeer;
+  const PeerOrCode peer = findPeer(program, options.peer, options.wait);
+  if (const auto* code = std::get_if<ExitCode>(&peer)) return *code;
   if (!options.text && !program.options.quiet && Console::inputIsTerminal()) {
     program.console.note("type the text; Ctrl-D on a line of its own ends it");
   }
@@ -45,7 +46,8 @@ ExitCode runText(Program& program, const TextOptions& options) {
     program.console.complain(complaintAbout(reason));
     return ExitCode::usage;
   }
-  return sendAndFollow(program, *peer, [&](Session& session) { return session.prepareText(*text); });
+  return sendAndFollow(program, std::get<PeerAddress>(peer),
+                       [&](Session& session) { return session.prepareText(*text); });
 }
 
 }  // namespace vesko

@@ -1,14 +1,20 @@
 #include "hosts/common/EventJson.h"
 
-#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "hosts/common/PeerJson.h"
 
 namespace vesko {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Json = OrderedJson;
 
 Json objectOf(const ReadyEvent& event) {
-  return {{"event", "ready"}, {"version", eventVersion}, {"tcpPort", event.tcpPort}, {"downloads", event.downloads}};
+  return {{"event", "ready"},
+          {"version", eventVersion},
+          {"udpPort", event.udpPort},
+          {"tcpPort", event.tcpPort},
+          {"downloads", event.downloads}};
 }
 
 Json objectOf(const StartupFailureEvent& event) {
@@ -18,6 +24,18 @@ Json objectOf(const StartupFailureEvent& event) {
           {"message", event.message},
           {"reason", event.reason}};
 }
+
+Json peerObject(const char* name, const PeerView& peer) {
+  Json object = {{"event", name}};
+  object.update(vesko::objectOf(peer));
+  return object;
+}
+
+Json objectOf(const PeerAppearedEvent& event) { return peerObject("peerAppeared", event.peer); }
+
+Json objectOf(const PeerUpdatedEvent& event) { return peerObject("peerUpdated", event.peer); }
+
+Json objectOf(const PeerDisappearedEvent& event) { return {{"event", "peerDisappeared"}, {"key", event.peer.key}}; }
 
 Json objectOf(const TransferStartedEvent& event) {
   return {{"event", "transferStarted"},
@@ -70,8 +88,28 @@ Json objectOf(const SkippedEvent& event) {
 }  // namespace
 
 std::string jsonLine(const Event& event) {
-  const Json object = std::visit([](const auto& any) { return objectOf(any); }, event);
-  return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return lineOf(std::visit([](const auto& any) { return objectOf(any); }, event));
 }
+
+std::optional<Event> parsePeerEvent(std::string_view line) {
+  const nlohmann::json object = parseJson(line);
+  const auto name = textIn(object, "event");
+  if (name == "peerDisappeared") {
+    auto key = textIn(object, "key");
+    if (!key) return std::nullopt;
+    PeerDisappearedEvent event;
+    event.peer.key = std::move(*key);
+    return event;
+  }
+  if (name != "peerAppeared" && name != "peerUpdated") return std::nullopt;
+  auto peer = peerIn(object);
+  if (!peer) return std::nullopt;
+  if (name == "peerAppeared") return PeerAppearedEvent{std::move(*peer)};
+  return PeerUpdatedEvent{std::move(*peer)};
+}
+
+std::string jsonArray(const std::vector<PeerView>& peers) { return lineOf(arrayOf(peers)); }
+
+std::optional<std::vector<PeerView>> parsePeers(std::string_view array) { return peersIn(parseJson(array)); }
 
 }  // namespace vesko

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,6 +17,7 @@ enum class TransferDirection : std::uint8_t { in, out };
 
 /// The service listens.
 struct ReadyEvent {
+  std::uint16_t udpPort = 0;
   std::uint16_t tcpPort = 0;
   std::string downloads;  ///< where received items go
 };
@@ -26,6 +28,33 @@ struct StartupFailureEvent {
   std::uint16_t port = 0;
   std::string message;  ///< what the library would have the user told
   std::string reason;   ///< the system's
+};
+
+/// What hosts show of another machine.
+struct PeerView {
+  std::string key;                              ///< in the peer table
+  std::string ip;                               ///< IPv4, dotted decimal
+  std::uint16_t port = 0;                       ///< where transfers connect to
+  std::string systemSignature;                  ///< UTF-8; may hold control characters
+  std::string avatar;                           ///< "", "loading" or "png"
+  std::chrono::system_clock::time_point since;  ///< when it was first heard; whole seconds
+
+  friend bool operator==(const PeerView&, const PeerView&) = default;
+};
+
+/// Another machine has been heard for the first time, or for the first time since it took its leave.
+struct PeerAppearedEvent {
+  PeerView peer;
+};
+
+/// A machine that is known has been heard again.
+struct PeerUpdatedEvent {
+  PeerView peer;
+};
+
+/// A machine has taken its leave.
+struct PeerDisappearedEvent {
+  PeerView peer;  ///< what was known of it last
 };
 
 /// The first event of a transfer, but for what is left out of it beforehand. Exactly one `FinishedEvent` or
@@ -82,8 +111,9 @@ struct SkippedEvent {
   std::string message;  ///< one sentence that names it and the cause; control characters are not escaped
 };
 
-using Event = std::variant<ReadyEvent, StartupFailureEvent, TransferStartedEvent, ProgressEvent, TextReceivedEvent,
-                           ItemsSavedEvent, FinishedEvent, FailedEvent, SkippedEvent>;
+using Event = std::variant<ReadyEvent, StartupFailureEvent, PeerAppearedEvent, PeerUpdatedEvent, PeerDisappearedEvent,
+                           TransferStartedEvent, ProgressEvent, TextReceivedEvent, ItemsSavedEvent, FinishedEvent,
+                           FailedEvent, SkippedEvent>;
 
 /// The transfer an event belongs to; none for those of the service.
 [[nodiscard]] inline std::optional<TransferId> transferOf(const Event& event) noexcept {

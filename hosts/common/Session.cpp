@@ -6,6 +6,9 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/NSApp.h"
 #include "Platform/TextEncoding.h"
+#include "hosts/common/Announcer.h"
+#include "hosts/common/ControlServer.h"
+#include "hosts/common/PeerObserver.h"
 #include "hosts/common/TransferObserver.h"
 
 namespace vesko {
@@ -29,29 +32,63 @@ std::string nameOfItems(const VeskoItems& items) {
 }  // namespace
 
 Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std::shared_ptr<Clock> clock)
-    : sink_(std::move(sink)),
+    : hub_(std::make_shared<EventHub>(std::move(sink))),
       settings_(std::move(settings)),
       server_(std::make_shared<VeskoServer>(clock)),
-      observer_(std::make_shared<TransferObserver>(sink_, server_, clock, settings_.incomingLimit)) {
+      peerObserver_(std::make_shared<PeerObserver>(hub_)),
+      observer_(std::make_shared<TransferObserver>(hub_, server_, clock, settings_.incomingLimit)),
+      announcer_(std::make_shared<Announcer>(server_)) {
+  server_->localUdpPort = settings_.port;
   server_->localTcpPort = settings_.port;
   server_->downloadsFolder = settings_.downloadsFolder;
   server_->keepPartial = settings_.keepPartial;
   server_->application = std::make_shared<QuietApplication>();
+  server_->setDelegate(peerObserver_);
   server_->setIncomingDelegate(observer_);
   server_->setIncomingOutcomeDelegate(observer_);
 }
 
-Session::~Session() { observer_->close(); }
+Session::~Session() {
+  leave();
+  server_->setDelegate(nullptr);
+  hub_->close();
+}
 
 bool Session::startReceiving() {
+  // Others may be heard as soon as an endpoint is open, which is before this session is ready.
+  hub_->hold();
   server_->startServer();
-  for (const auto& failed : server_->failedEndpoints()) {
-    sink_->publish(StartupFailureEvent{failed.endpoint, settings_.port, failed.message, failed.error.message()});
+  if (auto failures = startupFailures(); !failures.empty()) {
+    hub_->release(std::move(failures));
+    return false;
   }
-  if (!server_->failedEndpoints().empty()) return false;
-  sink_->publish(ReadyEvent{server_->boundTcpPort(), settings_.downloadsFolder});
+  control_ = std::make_shared<ControlServer>(hub_, [announcer = announcer_] { announcer->announce(); });
+  control_->listen(settings_.port, controlObstacle_);
+  hub_->release({ReadyEvent{server_->localUdpPort, server_->boundTcpPort(), settings_.downloadsFolder}});
+  announcer_->announce();
+  announcer_->followInterfaces();
   return true;
 }
+
+bool Session::startLooking() {
+  server_->startDiscovery();
+  for (auto& failure : startupFailures()) hub_->publish(std::move(failure));
+  if (!server_->failedEndpoints().empty()) return false;
+  announcer_->announce();
+  return true;
+}
+
+std::vector<Event> Session::startupFailures() const {
+  std::vector<Event> failures;
+  for (const auto& failed : server_->failedEndpoints()) {
+    failures.push_back(StartupFailureEvent{failed.endpoint, settings_.port, failed.message, failed.error.message()});
+  }
+  return failures;
+}
+
+void Session::announce() { announcer_->announce(); }
+
+void Session::leave() { announcer_->leave(); }
 
 PreparedTransfer Session::prepare(const std::vector<std::string>& paths) {
   const TransferId id = observer_->nextId();

@@ -6,22 +6,27 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "Platform/Clock.h"
 #include "VeskoKit/VeskoItem.h"
 #include "VeskoKit/VeskoServer.h"
+#include "hosts/common/EventHub.h"
 #include "hosts/common/Events.h"
 #include "hosts/common/PeerAddress.h"
 
 namespace vesko {
 
+class Announcer;
+class ControlServer;
+class PeerObserver;
 class TransferObserver;
 
 struct SessionSettings {
   static constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
 
-  std::uint16_t port = VeskoServer::defaultPort;  ///< where transfers are accepted
+  std::uint16_t port = VeskoServer::defaultPort;  ///< of discovery and of transfers
   std::string downloadsFolder;                    ///< where received items go; empty: the user's downloads folder
   bool keepPartial = false;                       ///< keep what had fully arrived of a failed transfer
   std::uint64_t incomingLimit = unlimited;        ///< transfers to let in; later ones are broken off at once
@@ -34,21 +39,39 @@ struct PreparedTransfer {
   VeskoItems items;
 };
 
-/// What a host does with the library: one service, the transfers it runs, and the events they make. Used on one thread.
+/// What a host does with the library: one service, the machines it knows, the transfers it runs, and the events they
+/// make. Used on one thread.
 class Session {
  public:
   /// Opens nothing yet. `clock` measures transfers and paces their progress.
   explicit Session(std::shared_ptr<EventSink> sink, SessionSettings settings = {},
                    std::shared_ptr<Clock> clock = Clock::system());
 
-  /// Ends the service. No event is published for transfers that are still running, nor after it.
+  /// Takes leave and ends the service. No event is published for transfers that are still running, nor after it.
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   /// Starts to accept transfers, and publishes that or each endpoint that could not be opened. False when there was
-  /// one.
+  /// one. Else the machine is announced, now and whenever its addresses change, and the user's other programs can ask
+  /// this session for what it knows.
   [[nodiscard]] bool startReceiving();
+
+  /// Announces this machine without accepting anything, to find out who else is there. False when the discovery
+  /// endpoint could not be opened, which is published.
+  [[nodiscard]] bool startLooking();
+
+  /// Announces this machine once more. Requires: one of these two returned true.
+  void announce();
+
+  /// Takes leave of everybody, if this machine was announced; it is not announced again.
+  void leave();
+
+  /// The machines known and the transfers, running and ended. Any thread.
+  [[nodiscard]] SessionState state() const { return hub_->state(); }
+
+  /// Why the user's other programs cannot ask this session; none when they can.
+  [[nodiscard]] const std::error_code& controlObstacle() const noexcept { return controlObstacle_; }
 
   /// Lists what is at `paths`, and blocks meanwhile; publishes what has to be left out.
   [[nodiscard]] PreparedTransfer prepare(const std::vector<std::string>& paths);
@@ -66,10 +89,16 @@ class Session {
   void cancelAll();
 
  private:
-  std::shared_ptr<EventSink> sink_;
-  SessionSettings settings_;
-  std::shared_ptr<VeskoServer> server_;
-  std::shared_ptr<TransferObserver> observer_;
+  [[nodiscard]] std::vector<Event> startupFailures() const;
+
+  const std::shared_ptr<EventHub> hub_;
+  const SessionSettings settings_;
+  const std::shared_ptr<VeskoServer> server_;
+  const std::shared_ptr<PeerObserver> peerObserver_;
+  const std::shared_ptr<TransferObserver> observer_;
+  std::shared_ptr<Announcer> announcer_;
+  std::shared_ptr<ControlServer> control_;
+  std::error_code controlObstacle_;
 };
 
 }  // namespace vesko

@@ -33,14 +33,14 @@ TransferId TransferObserver::nextId() {
 void TransferObserver::noteStarted(TransferId id, std::string name, VeskoTransfer& transfer) {
   const std::scoped_lock lock(mutex_);
   running_[&transfer] = {id, false, cancellerOf(transfer), &transfer.items(), clock_->monotonicNow()};
-  publish(TransferStartedEvent{id, TransferDirection::out, transfer.peer()->ip(), std::move(name)});
+  sink_->publish(TransferStartedEvent{id, TransferDirection::out, transfer.peer()->ip(), std::move(name)});
 }
 
 void TransferObserver::noteLeftOut(TransferId id, TransferDirection direction,
                                    const std::vector<VeskoSkippedElement>& leftOut) {
   const std::scoped_lock lock(mutex_);
   for (const auto& one : leftOut) {
-    publish(SkippedEvent{id, direction, one.element, one.reason, descriptionOf(one)});
+    sink_->publish(SkippedEvent{id, direction, one.element, one.reason, descriptionOf(one)});
   }
 }
 
@@ -52,11 +52,6 @@ void TransferObserver::cancelAll() {
     for (const auto& [transfer, running] : running_) cancellers.push_back(running.cancel);
   }
   for (const auto& cancel : cancellers) cancel();
-}
-
-void TransferObserver::close() {
-  const std::scoped_lock lock(mutex_);
-  isClosed_ = true;
 }
 
 void TransferObserver::transferDidConnect(VeskoTransfer& transfer) {
@@ -92,7 +87,7 @@ void TransferObserver::incomingTransferDidStart(VeskoIncomingTransfer& transfer)
     const std::scoped_lock lock(mutex_);
     const TransferId id = ++lastId_;
     running_[&transfer] = {id, true, cancellerOf(transfer), nullptr, clock_->monotonicNow()};
-    publish(TransferStartedEvent{id, TransferDirection::in, transfer.remoteAddress(), {}});
+    sink_->publish(TransferStartedEvent{id, TransferDirection::in, transfer.remoteAddress(), {}});
     isWelcome = incomingLeft_ != 0;
     if (isWelcome) --incomingLeft_;
   }
@@ -115,14 +110,14 @@ void TransferObserver::incomingTransferDidReceiveText(VeskoIncomingTransfer& tra
   const std::scoped_lock lock(mutex_);
   Running& running = running_[&transfer];
   publishHeld(running);
-  publish(TextReceivedEvent{running.id, text});
+  sink_->publish(TextReceivedEvent{running.id, text});
 }
 
 void TransferObserver::incomingTransferDidSaveItems(VeskoIncomingTransfer& transfer, const std::string& path) {
   const std::scoped_lock lock(mutex_);
   Running& running = running_[&transfer];
   publishHeld(running);
-  publish(ItemsSavedEvent{running.id, path});
+  sink_->publish(ItemsSavedEvent{running.id, path});
 }
 
 void TransferObserver::incomingTransferDidEnd(VeskoIncomingTransfer& transfer, const VeskoTransferOutcome& outcome) {
@@ -131,15 +126,11 @@ void TransferObserver::incomingTransferDidEnd(VeskoIncomingTransfer& transfer, c
     const TransferId id = running_[&transfer].id;
     publishHeld(running_[&transfer]);
     for (const auto& one : outcome.dropped) {
-      publish(SkippedEvent{id, TransferDirection::in, one.element, one.reason, descriptionOf(one)});
+      sink_->publish(SkippedEvent{id, TransferDirection::in, one.element, one.reason, descriptionOf(one)});
     }
     publishEnd(&transfer, outcome, transfer.elementCount - outcome.droppedCount, transfer.byteFinished);
   }
   prune();
-}
-
-void TransferObserver::publish(Event event) {
-  if (!isClosed_) sink_->publish(std::move(event));
 }
 
 void TransferObserver::progress(Running& running, ProgressEvent event) {
@@ -154,7 +145,7 @@ void TransferObserver::publishHeld(Running& running) {
   if (!running.held) return;
   ProgressEvent event = *std::exchange(running.held, std::nullopt);
   if (running.items != nullptr) event.name = nameOfElement(*running.items, event.finishedElements);
-  publish(std::move(event));
+  sink_->publish(std::move(event));
 }
 
 void TransferObserver::publishEnd(const void* transfer, const VeskoTransferOutcome& outcome, std::uint64_t elements,
@@ -164,9 +155,9 @@ void TransferObserver::publishEnd(const void* transfer, const VeskoTransferOutco
   Running running = std::move(found->second);
   running_.erase(found);
   publishHeld(running);
-  if (outcome.kind != VeskoTransferOutcome::Kind::finished) return publish(failureOf(running, outcome));
+  if (outcome.kind != VeskoTransferOutcome::Kind::finished) return sink_->publish(failureOf(running, outcome));
   const std::chrono::duration<double> time = clock_->monotonicNow() - running.start;
-  publish(FinishedEvent{running.id, elements, bytes, time.count(), outcome.droppedCount});
+  sink_->publish(FinishedEvent{running.id, elements, bytes, time.count(), outcome.droppedCount});
 }
 
 FailedEvent TransferObserver::failureOf(const Running& running, const VeskoTransferOutcome& outcome) const {

@@ -42,9 +42,6 @@ class TransferObserver : public VeskoTransferDelegate,
   /// Breaks off the running transfers and each one that is accepted from now on.
   void cancelAll();
 
-  /// Nothing is published from the return on.
-  void close();
-
   void transferDidConnect(VeskoTransfer& transfer) override;
   void transferDidProgress(VeskoTransfer& transfer, std::int64_t elementCount, std::int64_t finishedElements,
                            std::uint64_t totalSize, std::uint64_t finishedBytes) override;
@@ -73,7 +70,6 @@ class TransferObserver : public VeskoTransferDelegate,
   };
 
   // All of these: with the lock held.
-  void publish(Event event);
   void progress(Running& running, ProgressEvent event);
   void publishHeld(Running& running);
   void publishEnd(const void* transfer, const VeskoTransferOutcome& outcome, std::uint64_t elements,
@@ -87,7 +83,6 @@ class TransferObserver : public VeskoTransferDelegate,
   const std::shared_ptr<Clock> clock_;
 
   std::mutex mutex_;
-  bool isClosed_ = false;
   TransferId lastId_ = 0;
   std::uint64_t incomingLeft_;  // how many more transfers are let in
   std::unordered_map<const void*, Running> running_;

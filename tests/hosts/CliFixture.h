@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <iostream>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/OwnNetwork.h"
 #include "tests/support/Process.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
@@ -30,9 +32,15 @@ class CliTest : public testing::Test {
     std::string errors;
   };
 
-  [[nodiscard]] static Process::Setup setupFor(Arguments arguments) {
+  /// Receivers announce themselves, but not to the network that the tests happen to run in.
+  static void SetUpTestSuite() {
+    if (!enterOwnNetwork())
+      std::cerr << "no network of its own for this test; what it announces reaches the real one\n";
+  }
+
+  [[nodiscard]] Process::Setup setupFor(Arguments arguments) const {
     arguments.insert(arguments.begin(), VESKO_PROGRAM);
-    return {std::move(arguments), "", {"NO_COLOR=1"}, {}};
+    return {std::move(arguments), "", {"NO_COLOR=1", "XDG_RUNTIME_DIR=" + runtime_.path()}, {}};
   }
 
   static Result resultOf(Process& process) {
@@ -40,7 +48,7 @@ class CliTest : public testing::Test {
     return {code, process.output(), process.errors()};
   }
 
-  static Result run(Arguments arguments, std::string input = "") {
+  [[nodiscard]] Result run(Arguments arguments, std::string input = "") const {
     auto setup = setupFor(std::move(arguments));
     setup.input = std::move(input);
     Process process(setup);
@@ -103,6 +111,7 @@ class CliTest : public testing::Test {
   }
 
   TemporaryFolder folder_;
+  TemporaryFolder runtime_;  // where programs of one user meet
   std::uint16_t port_ = 0;
 };
 

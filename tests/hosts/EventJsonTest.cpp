@@ -2,20 +2,35 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
 
 namespace vesko {
 namespace {
+
+PeerView somePeer() {
+  using namespace std::chrono_literals;
+  return {"k", "192.0.2.7", 4644, "a\n\"b\"", "png", std::chrono::sys_days(2026y / 11 / 23) + 1h + 43min + 52s};
+}
+
+const std::string fieldsOfSomePeer =
+    R"("key":"k","ip":"192.0.2.7","port":4644,"systemSignature":"a\n\"b\"","avatar":"png",)"
+    "\"since\":\"2026-11-23T01:43:52Z\"";
 
 TEST(EventJson, WritesEachEventAsOneLineWithItsFieldsInOrder) {
   using enum TransferDirection;
   const struct {
     Event event;
-    const char* line;
+    std::string line;
   } cases[] = {
-      {ReadyEvent{4644, "/d"}, R"({"event":"ready","version":1,"tcpPort":4644,"downloads":"/d"})"},
+      {ReadyEvent{4644, 4645, "/d"}, R"({"event":"ready","version":1,"udpPort":4644,"tcpPort":4645,"downloads":"/d"})"},
       {StartupFailureEvent{"tcp", 4644, "m", "r"},
        R"({"event":"startupFailure","endpoint":"tcp","port":4644,"message":"m","reason":"r"})"},
+      {PeerAppearedEvent{somePeer()}, R"({"event":"peerAppeared",)" + fieldsOfSomePeer + "}"},
+      {PeerUpdatedEvent{somePeer()}, R"({"event":"peerUpdated",)" + fieldsOfSomePeer + "}"},
+      {PeerDisappearedEvent{somePeer()}, R"({"event":"peerDisappeared","key":"k"})"},
       {TransferStartedEvent{1, in, "192.0.2.7", ""},
        R"({"event":"transferStarted","transfer":1,"direction":"in","ip":"192.0.2.7"})"},
       {TransferStartedEvent{2, out, "192.0.2.7", "Photos"},
@@ -46,6 +61,54 @@ TEST(EventJson, KeepsEveryCharacterOfATextOnOneLine) {
   const std::string line = jsonLine(TextReceivedEvent{1, text});
   EXPECT_EQ(line.find_first_of("\n\r\x1b"), std::string::npos);
   EXPECT_EQ(nlohmann::json::parse(line)["text"], text);
+}
+
+TEST(EventJson, ReadsWhatItWritesOfPeers) {
+  PeerView early = somePeer();
+  early.since = {};
+  for (const auto& peers : {std::vector<PeerView>{}, std::vector{somePeer()}, std::vector{somePeer(), early}}) {
+    EXPECT_EQ(parsePeers(jsonArray(peers)), peers);
+  }
+  PeerView gone;
+  gone.key = "k";
+  EXPECT_EQ(std::get<PeerAppearedEvent>(*parsePeerEvent(jsonLine(PeerAppearedEvent{early}))).peer, early);
+  EXPECT_EQ(std::get<PeerUpdatedEvent>(*parsePeerEvent(jsonLine(PeerUpdatedEvent{early}))).peer, early);
+  EXPECT_EQ(std::get<PeerDisappearedEvent>(*parsePeerEvent(jsonLine(PeerDisappearedEvent{early}))).peer, gone);
+  EXPECT_EQ(parsePeerEvent(jsonLine(ReadyEvent{1, 2, "/"})), std::nullopt);
+}
+
+TEST(EventJson, TakesNothingElseForAPeer) {
+  const std::string good = "{" + fieldsOfSomePeer + "}";
+  ASSERT_TRUE(parsePeers("[" + good + "]"));
+  const std::pair<std::string, std::string> changes[] = {
+      {"4644", "65536"},
+      {"4644", "-1"},
+      {"4644", "\"1\""},
+      {"4644", "1.5"},
+      {"192.0.2.7", "192.0.2.7:1"},
+      {"192.0.2.7", "host"},
+      {"\"png\"", "null"},
+      {"\"k\"", "[]"},
+      {"2026-11-23", "2026-02-30"},
+      {"2026-11-23", "9999-01-01"},
+      {"01:43", "24:00"},
+      {"01:43", "0:-43"},
+      {"52Z", "52"},
+      {"systemSignature", "s"},
+  };
+  for (const auto& [from, to] : changes) {
+    std::string bad = good;
+    bad.replace(bad.find(from), from.size(), to);
+    EXPECT_EQ(parsePeers("[" + bad + "]"), std::nullopt) << bad;
+    EXPECT_EQ(parsePeerEvent("{\"event\":\"peerUpdated\"," + bad.substr(1)), std::nullopt) << bad;
+  }
+  const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+  for (const std::string& text :
+       {std::string(), good, "[" + good, std::string("[1]"), std::string("[\"\xff\"]"), deep}) {
+    EXPECT_EQ(parsePeers(text), std::nullopt) << text.substr(0, 100);
+    EXPECT_EQ(parsePeerEvent(text), std::nullopt) << text.substr(0, 100);
+  }
+  EXPECT_EQ(parsePeerEvent(R"({"event":"peerDisappeared","key":1})"), std::nullopt);
 }
 
 }  // namespace

@@ -78,15 +78,6 @@ TEST_F(TransferObserverTest, NamesTheElementUnderWayButNoText) {
                          jsonLine(ProgressEvent{2, 2, 2, 0, 0, "y"})}));
 }
 
-TEST_F(TransferObserverTest, SaysNothingOnceClosed) {
-  const auto transfer = makeTransfer({});
-  observer_.close();
-  sink_->take();
-  progress(*transfer, 1);
-  observer_.transferDidEnd(*transfer, {});
-  EXPECT_EQ(sink_->all(), std::vector<std::string>());
-}
-
 TEST(Session, TakesTextsThatTheOtherSideTakes) {
   std::string text(VeskoText::maximumLength, 'x');
   EXPECT_EQ(Session::reasonAgainstText(text), VeskoFailureReason::none);

@@ -30,6 +30,7 @@ class VeskoServerTest : public testing::Test {
   VeskoServerTest() {
     folder_.write("sentinel", "untouched");
     server_->downloadsFolder = folder_.makeFolder("downloads");
+    server_->localUdpPort = 0;
     server_->localTcpPort = 0;
     server_->setIncomingDelegate(recorder_);
     server_->setIncomingOutcomeDelegate(recorder_);

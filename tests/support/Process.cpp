@@ -82,12 +82,21 @@ int spawn(const Process::Setup& setup, int input, int output, int errors) {
   return process;
 }
 
+FileDescriptor copyOf(const FileDescriptor& descriptor) {
+  return FileDescriptor(checked(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0)));
+}
+
+Channel makeInput(const Process::Setup& setup, const Channel& terminal) {
+  if (setup.input) return {{}, fileHolding(*setup.input)};
+  return setup.terminalColumns ? Channel{copyOf(terminal.ours), copyOf(terminal.theirs)} : makePipe(false);
+}
+
 }  // namespace
 
 Process::Process(const Setup& setup) {
-  Channel input = setup.input ? Channel{{}, fileHolding(*setup.input)} : makePipe(false);
   Channel output = makePipe(true);
   Channel errors = setup.terminalColumns ? makeTerminal(*setup.terminalColumns) : makePipe(true);
+  Channel input = makeInput(setup, errors);
   process_ = spawn(setup, input.theirs.get(), output.theirs.get(), errors.theirs.get());
   openInput_ = std::move(input.ours);
   output_.start(std::move(output.ours));
@@ -98,6 +107,10 @@ Process::~Process() {
   if (isWaitedFor_) return;
   signal(SIGKILL);
   static_cast<void>(wait());
+}
+
+void Process::type(std::string_view text) const {
+  checked(static_cast<int>(::write(openInput_.get(), text.data(), text.size())));
 }
 
 void Process::signal(int number) const { ::kill(process_, number); }

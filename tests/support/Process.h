@@ -18,9 +18,9 @@ class Process {
  public:
   struct Setup {
     std::vector<std::string> arguments;             ///< the program's path first
-    std::optional<std::string> input = "";          ///< standard input; none: it stays open and empty
+    std::optional<std::string> input = "";          ///< standard input; none: what `type` gives
     std::vector<std::string> environment;           ///< "NAME=value", in addition to the test's own
-    std::optional<unsigned short> terminalColumns;  ///< standard error is a terminal that wide
+    std::optional<unsigned short> terminalColumns;  ///< standard error, and input if typed, is a terminal that wide
   };
 
   explicit Process(const Setup& setup);
@@ -31,6 +31,8 @@ class Process {
   /// True as soon as standard output, or standard error, holds `text`; false when it never comes.
   [[nodiscard]] bool waitForOutput(std::string_view text) { return output_.waitFor(text); }
   [[nodiscard]] bool waitForErrors(std::string_view text) { return errors_.waitFor(text); }
+
+  void type(std::string_view text) const;
 
   void signal(int number) const;
 

@@ -1,0 +1,20 @@
+#include "VeskoKit/NetworkTools.h"
+
+#include "Platform/Identity.h"
+#include "Platform/NetworkInterfaces.h"
+
+namespace vesko {
+
+std::string NetworkTools::getSCComputerName() { return Identity::computerName(); }
+
+std::vector<NetworkTools::InterfaceEntry> NetworkTools::getIFAddresses() {
+  std::vector<InterfaceEntry> entries;
+  for (auto& one : NetworkInterfaces::all()) {
+    if (one.isUp && one.isRunning && !one.isLoopback && !one.netmask.empty()) {
+      entries.push_back({std::move(one.name), std::move(one.address), std::move(one.netmask)});
+    }
+  }
+  return entries;
+}
+
+}  // namespace vesko

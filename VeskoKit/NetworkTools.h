@@ -1,0 +1,25 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace vesko {
+
+/// What the operating system knows about this machine and its user; each call asks anew. Any thread.
+class NetworkTools {
+ public:
+  /// An interface's name, its IPv4 address and its netmask, both in dotted-decimal form.
+  using InterfaceEntry = std::array<std::string, 3>;
+
+  NetworkTools() = delete;
+
+  /// The computer's name as people see it: the pretty host name, else the host name, else "localhost".
+  [[nodiscard]] static std::string getSCComputerName();
+
+  /// The IPv4 addresses of the interfaces that are up, running and not loopback, in the system's order; an address
+  /// without a netmask is left out. Empty when the system cannot list them.
+  [[nodiscard]] static std::vector<InterfaceEntry> getIFAddresses();
+};
+
+}  // namespace vesko

@@ -1,0 +1,164 @@
+#include <utility>
+
+#include "Platform/Assert.h"
+#include "Platform/Clock.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/GCDAsyncUdpSocket.h"
+#include "VeskoKit/DiscoveryDatagram.h"
+#include "VeskoKit/Log.h"
+#include "VeskoKit/VeskoServer.h"
+
+namespace vesko {
+
+namespace {
+
+/// Seconds that a datagram may wait for the system to take it; later it would be old news.
+constexpr double sendTimeout = 5.0;
+
+constexpr std::int64_t sendTag = 0;
+
+constexpr std::chrono::seconds answerWindow{1};
+
+}  // namespace
+
+class VeskoServer::DatagramEvents final : public GCDAsyncUdpSocketDelegate {
+ public:
+  explicit DatagramEvents(std::weak_ptr<VeskoServer> server) : server_(std::move(server)) {}
+
+  void udpSocketDidReceiveData(GCDAsyncUdpSocket& /*socket*/, std::string_view data,
+                               std::string_view address) override {
+    if (const auto server = server_.lock()) server->udpSocketDidReceiveData(data, address);
+  }
+
+ private:
+  std::weak_ptr<VeskoServer> server_;
+};
+
+void VeskoServer::startDiscovery() {
+  datagramEvents_ = std::make_shared<DatagramEvents>(weak_from_this());
+  udpSocket_ = GCDAsyncUdpSocket::make(datagramEvents_, broadcastQueue_);
+  udpSocket_->setIPv6Enabled(false);
+  std::error_code error;
+  if (!udpSocket_->enableBroadcast(true, error)) fatalError("broadcasting is not possible: " + error.message());
+  if (udpSocket_->bindToPort(localUdpPort, error)) {
+    if (localUdpPort == 0) localUdpPort = udpSocket_->localPort();
+    if (udpSocket_->beginReceiving(error)) return;
+  }
+  // A hello from here would have others answer to, and know this machine by, what another program holds.
+  udpSocket_.reset();
+  showFailure({"udp",
+               "Our cute veskos cannot put their ears on the UDP port 4644 so they cannot hear any sounds from other "
+               "veskos.",
+               error});
+}
+
+void VeskoServer::sayHello() { sayHello({}); }
+void VeskoServer::sayHello(const std::string& dest) { sayHello(dest, localUdpPort); }
+void VeskoServer::sayHello(const std::string& dest, std::uint16_t port) {
+  send(createHelloPacket(dest, port), dest, port);
+}
+
+void VeskoServer::sayGoodbye() { sayGoodbye({}); }
+void VeskoServer::sayGoodbye(const std::string& dest) { sayGoodbye(dest, localUdpPort); }
+void VeskoServer::sayGoodbye(const std::string& dest, std::uint16_t port) {
+  send(createGoodbyePacket(dest, port), dest, port);
+}
+
+std::string VeskoServer::createHelloPacket(const std::string& dest, std::uint16_t port) {
+  DiscoveryHello hello{dest.empty(), std::nullopt, getSystemSignature()};
+  if (port != defaultUdpPort || localUdpPort != defaultUdpPort) hello.port = localUdpPort;
+  return encodeDiscoveryDatagram(std::move(hello));
+}
+
+std::string VeskoServer::createGoodbyePacket(const std::string& /*dest*/, std::uint16_t /*port*/) {
+  return encodeDiscoveryDatagram(DiscoveryGoodbye());
+}
+
+void VeskoServer::send(const std::string& datagram, const std::string& dest, std::uint16_t port) {
+  if (!udpSocket_) return;
+  const bool isToAll = dest.empty();
+  for (const auto& host : isToAll ? findBroadcastAddress() : std::vector{dest}) {
+    udpSocket_->sendData(datagram, host, port, sendTimeout, sendTag);
+    if (isToAll && port != defaultUdpPort) udpSocket_->sendData(datagram, host, defaultUdpPort, sendTimeout, sendTag);
+  }
+}
+
+void VeskoServer::udpSocketDidReceiveData(std::string_view data, std::string_view address) {
+  std::string sender;
+  std::uint16_t sourcePort = 0;
+  if (!GCDAsyncUdpSocket::getHost(sender, sourcePort, address) || isLocalPeer(sender)) return;
+  auto datagram = decodeDiscoveryDatagram(data);
+  if (!datagram) return;
+  if (auto* const hello = std::get_if<DiscoveryHello>(&*datagram)) {
+    handleHello(sender, std::move(*hello));
+  } else {
+    handleGoodbye(sender);
+  }
+  logPeers();
+}
+
+void VeskoServer::handleHello(const std::string& sender, DiscoveryHello hello) {
+  const std::uint16_t port = hello.port.value_or(defaultUdpPort);
+  const PeerTable::const_iterator known = peers_.find(sender);  // only this queue changes the table
+  const auto observer = delegate();
+  std::shared_ptr<VeskoPeer> peer;
+  if (known == peers_.end()) {
+    peer = addPeer(sender, port, hello.signature);
+    if (!peer) return;
+    if (observer) observer->peerDidAppear(sender, peer);
+  } else {
+    peer = known->second;
+    peer->setIp(sender);
+    peer->setPort(port);
+    peer->setSystemSignature(std::move(hello.signature));
+    peer->setLastActiveTime(broadcastQueue_->clock()->now());
+    if (observer) observer->peerDidUpdate(sender, peer);
+  }
+  if (hello.isToAll && mayAnswer()) sayHello(peer->ip(), peer->port());
+}
+
+std::shared_ptr<VeskoPeer> VeskoServer::addPeer(const std::string& sender, std::uint16_t port,
+                                                const std::string& signature) {
+  if (peers_.size() >= maximumPeers) return nullptr;
+  auto peer = std::make_shared<VeskoPeer>(sender, sender, port, signature, broadcastQueue_->clock()->now());
+  const std::scoped_lock lock(mutex_);
+  peers_.emplace(sender, peer);
+  return peer;
+}
+
+void VeskoServer::handleGoodbye(const std::string& sender) {
+  {
+    const std::scoped_lock lock(mutex_);
+    if (peers_.erase(sender) == 0) return;
+  }
+  if (const auto observer = delegate()) observer->peerDidDisappear(sender);
+}
+
+bool VeskoServer::mayAnswer() {
+  const auto now = broadcastQueue_->clock()->monotonicNow();
+  if (answers_.answers == 0 || now - answers_.start >= answerWindow) answers_ = {now, 0};
+  return ++answers_.answers <= maximumAnswers;
+}
+
+std::shared_ptr<VeskoPeerDiscoveryDelegate> VeskoServer::delegate() const {
+  const std::scoped_lock lock(mutex_);
+  return delegate_;
+}
+
+VeskoServer::PeerTable VeskoServer::peers() const {
+  const std::scoped_lock lock(mutex_);
+  return peers_;
+}
+
+void VeskoServer::logPeers() const {
+  if (!Log::isEnabled()) return;
+  std::string table;
+  for (const auto& [key, peer] : peers_) {
+    table += table.empty() ? "" : ", ";
+    table +=
+        '"' + key + "\": " + peer->ip() + ':' + std::to_string(peer->port()) + " \"" + peer->systemSignature() + '"';
+  }
+  Log::line("[" + (table.empty() ? ":" : table) + "]");
+}
+
+}  // namespace vesko

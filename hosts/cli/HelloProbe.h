@@ -1,0 +1,11 @@
+#pragma once
+
+#include "hosts/cli/Run.h"
+#include "hosts/common/Doctor.h"
+
+namespace vesko {
+
+/// Says hello to all and waits two seconds for answers, or until there are some.
+[[nodiscard]] HelloCheck checkHello(Program& program);
+
+}  // namespace vesko

@@ -1,0 +1,95 @@
+#include "hosts/cli/Lookup.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/PortHolders.h"
+#include "VeskoKit/VeskoServer.h"
+#include "hosts/common/ControlClient.h"
+#include "hosts/common/Session.h"
+
+namespace vesko {
+
+std::chrono::steady_clock::time_point timeIn(std::chrono::duration<double> wait) {
+  return std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::nanoseconds>(wait);
+}
+
+Lookup::Lookup(Program& program) : program_(program) {
+  program_.interrupts.handle([events = events_] { events->interrupt(); }, ExitCode::interrupted);
+}
+
+Lookup::~Lookup() {
+  session_.reset();
+  program_.interrupts.handle({}, ExitCode::interrupted);
+}
+
+std::optional<StartupFailureEvent> Lookup::tryStart() {
+  if (askHost(program_.options.port)) return std::nullopt;
+  // Other machines know this one by its address alone: a passing hello from another port would take the place of the
+  // host that runs, and the goodbye would remove it.
+  if (std::ranges::any_of(ControlClient::runningPorts(), [this](auto other) { return askHost(other); })) {
+    return std::nullopt;
+  }
+  return startSession();
+}
+
+ExitCode Lookup::start() {
+  const auto failure = tryStart();
+  if (!failure) return ExitCode::success;
+  program_.reporter.report(*failure);
+  program_.console.complain(
+      "other machines are looked for on this port, which another program holds: `vesko doctor` tells which; an address "
+      "as PEER needs no port");
+  return ExitCode::startup;
+}
+
+bool Lookup::askHost(std::uint16_t port) {
+  auto client = ControlClient::connect(port);
+  if (!client) return false;
+  const auto peers = client->watch(events_, [events = events_] { events->finish(); });
+  if (!peers) return false;
+  for (const auto& peer : *peers) state_.apply(PeerAppearedEvent{peer});
+  host_ = std::move(client);
+  return true;
+}
+
+std::optional<StartupFailureEvent> Lookup::startSession() {
+  SessionSettings settings;
+  settings.port = program_.options.port;
+  // The host of another user, for the same reason; it cannot be asked.
+  constexpr std::uint16_t usual = VeskoServer::defaultPort;
+  if (settings.port != usual && !PortHolders::of(PortProtocol::udp, usual).empty()) {
+    return StartupFailureEvent{"udp", usual, {}, "another program of this machine may be known to others by it"};
+  }
+  session_ = std::make_unique<Session>(events_, settings);
+  if (session_->startLooking()) return std::nullopt;
+  while (const auto event = events_->nextWaiting()) {
+    if (const auto* failure = std::get_if<StartupFailureEvent>(&*event)) return *failure;
+  }
+  return StartupFailureEvent{"udp", settings.port, {}, "unknown"};
+}
+
+void Lookup::announce() {
+  if (host_) host_->announce();
+  if (session_) session_->announce();
+}
+
+std::optional<Event> Lookup::next(const Deadline& deadline) {
+  auto event = events_->next(deadline);
+  if (!event) return event;
+  if (auto* const gone = std::get_if<PeerDisappearedEvent>(&*event)) {
+    // A host tells no more than the key of who has gone.
+    const auto known = peers().find(gone->peer.key);
+    if (known != peers().end()) gone->peer = known->second;
+  }
+  state_.apply(*event);
+  return event;
+}
+
+void Lookup::listen(std::chrono::duration<double> wait) {
+  const auto deadline = timeIn(wait);
+  while (next(deadline)) {
+  }
+}
+
+}  // namespace vesko

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "hosts/cli/Run.h"
+#include "hosts/common/SessionState.h"
+
+namespace vesko {
+
+class ControlClient;
+
+/// When `wait` will have passed.
+[[nodiscard]] std::chrono::steady_clock::time_point timeIn(std::chrono::duration<double> wait);
+
+/// Looks for other machines: asks the user's host that runs on this one or, where there is none, announces this machine
+/// for the moment. Used on the main thread; while it lives, an interruption ends its waiting.
+class Lookup {
+ public:
+  static constexpr std::string_view nobodyFound =
+      "no other machine was found; `vesko doctor` tells what may be in the way";
+
+  using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+  explicit Lookup(Program& program);
+
+  /// Takes leave, if this machine was announced.
+  ~Lookup();
+  Lookup(const Lookup&) = delete;
+  Lookup& operator=(const Lookup&) = delete;
+
+  /// Begins; otherwise why that is not possible.
+  [[nodiscard]] std::optional<StartupFailureEvent> tryStart();
+
+  /// The same, and the user is told why; the code is then not success.
+  [[nodiscard]] ExitCode start();
+
+  /// True when a host was asked, which knows at once what there is to know.
+  [[nodiscard]] bool isHosted() const noexcept { return host_ != nullptr; }
+
+  /// Has all machines say once more that they are there.
+  void announce();
+
+  /// The next change, waited for; none at the deadline, when interrupted and when the host has gone.
+  [[nodiscard]] std::optional<Event> next(const Deadline& deadline);
+
+  /// Takes in what is heard within `wait`, or until interrupted.
+  void listen(std::chrono::duration<double> wait);
+
+  /// What is known by now, by key.
+  [[nodiscard]] const std::map<std::string, PeerView>& peers() const noexcept { return state_.peers(); }
+
+  [[nodiscard]] bool isInterrupted() const { return events_->isInterrupted(); }
+
+ private:
+  [[nodiscard]] bool askHost(std::uint16_t port);
+  [[nodiscard]] std::optional<StartupFailureEvent> startSession();
+
+  Program& program_;
+  const std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>();
+  SessionState state_;
+  std::unique_ptr<ControlClient> host_;
+  std::unique_ptr<Session> session_;
+};
+
+}  // namespace vesko

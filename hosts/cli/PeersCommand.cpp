@@ -1,0 +1,98 @@
+#include "hosts/cli/PeersCommand.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <vector>
+
+#include "Platform/DateFormatter.h"
+#include "VeskoKit/Log.h"
+#include "hosts/cli/Lookup.h"
+#include "hosts/common/EventJson.h"
+#include "hosts/common/HumanText.h"
+#include "hosts/common/PeerNames.h"
+
+namespace vesko {
+namespace {
+
+using Clock = std::chrono::system_clock;
+
+/// The time alone on the same day, with the date otherwise.
+std::string timeText(Clock::time_point time, Clock::time_point now) {
+  const DateFormatter day("yyyy-MM-dd");
+  const bool isToday = day.stringFromDate(time) == day.stringFromDate(now);
+  return DateFormatter(isToday ? "HH:mm:ss" : "yyyy-MM-dd HH:mm").stringFromDate(time);
+}
+
+struct Row {
+  std::string name;
+  std::string address;
+  std::string since;
+};
+
+std::string padded(const std::string& text, std::size_t columns) {
+  return text + std::string(columns - std::min(columns, columnsOf(text)), ' ');
+}
+
+std::string tableOf(std::vector<Row> rows, bool hasHeader) {
+  if (hasHeader) rows.insert(rows.begin(), {"NAME", "ADDRESS", "SINCE"});
+  std::size_t nameColumns = 0;
+  std::size_t addressColumns = 0;
+  for (const auto& row : rows) {
+    nameColumns = std::max(nameColumns, columnsOf(row.name));
+    addressColumns = std::max(addressColumns, columnsOf(row.address));
+  }
+  std::string table;
+  for (const auto& row : rows) {
+    table += padded(row.name, nameColumns) + "  " + padded(row.address, addressColumns) + "  " + row.since + '\n';
+  }
+  return table;
+}
+
+void printPeers(Program& program, const std::vector<PeerView>& peers) {
+  if (program.options.json) return program.console.print(jsonArray(peers) + '\n');
+  if (peers.empty()) {
+    if (!program.options.quiet) program.console.note(Lookup::nobodyFound);
+    return;
+  }
+  std::vector<Row> rows;
+  const auto now = Clock::now();
+  for (const auto& peer : peers) {
+    rows.push_back({Log::escaped(nameOfPeer(peer)), addressOfPeer(peer), timeText(peer.since, now)});
+  }
+  program.console.print(tableOf(std::move(rows), !program.options.quiet));
+}
+
+void printChange(Program& program, const Event& event) {
+  if (program.options.json) return program.reporter.report(event);
+  const auto print = [&](const char* what, const PeerView& peer) {
+    const std::string time = DateFormatter("HH:mm:ss").stringFromDate(Clock::now());
+    program.console.print(time + "  " + what + "  " + Log::escaped(describedPeer(peer)) + '\n');
+  };
+  std::visit(
+      Overloaded{[&](const PeerAppearedEvent& appeared) { print("here", appeared.peer); },
+                 [&](const PeerDisappearedEvent& disappeared) { print("gone", disappeared.peer); }, [](const auto&) {}},
+      event);
+}
+
+ExitCode watch(Program& program, Lookup& lookup) {
+  for (const auto& peer : peersByName(lookup.peers())) printChange(program, PeerAppearedEvent{peer});
+  while (const auto event = lookup.next({})) printChange(program, *event);
+  if (lookup.isInterrupted()) return ExitCode::success;
+  program.console.complain("the host that was asked has ended");
+  return ExitCode::unexpected;
+}
+
+}  // namespace
+
+ExitCode runPeers(Program& program, const PeersOptions& options) {
+  Lookup lookup(program);
+  if (const ExitCode code = lookup.start(); code != ExitCode::success) return code;
+  if (options.watch) return watch(program, lookup);
+  if (!lookup.isHosted()) lookup.listen(options.wait);
+  if (lookup.isInterrupted()) return ExitCode::interrupted;
+  printPeers(program, peersByName(lookup.peers()));
+  return ExitCode::success;
+}
+
+}  // namespace vesko

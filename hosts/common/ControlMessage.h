@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hosts/common/Events.h"
+
+// What programs of one user say to a host that runs, and its answers: JSON, one object a line, each with the field
+// "version". Pure functions; any thread.
+namespace vesko {
+
+/// Within one version, requests and fields are added, never renamed or removed.
+constexpr int controlVersion = 1;
+
+/// Bytes; requests are short.
+constexpr std::size_t controlRequestLimit = 4096;
+
+enum class ControlRequest : std::uint8_t {
+  peers,     ///< the peer table: answered by one line
+  watch,     ///< the same, and then a line for each peer event, as `jsonLine` writes them
+  announce,  ///< say hello to all; answered by one line
+};
+
+[[nodiscard]] std::string controlLine(ControlRequest request);
+
+/// None when `line` is no request of our version.
+[[nodiscard]] std::optional<ControlRequest> parseControlRequest(std::string_view line);
+
+/// The answer to `peers` and `watch`: "event" is "peers", and "peers" holds them.
+[[nodiscard]] std::string controlPeersLine(const std::vector<PeerView>& peers);
+
+/// None when `line` is not that.
+[[nodiscard]] std::optional<std::vector<PeerView>> parseControlPeers(std::string_view line);
+
+/// The answer to `announce`: "event" is "announced".
+[[nodiscard]] std::string controlAnnouncedLine();
+
+/// The answer to anything else: "event" is "error", and "message" says what is wrong.
+[[nodiscard]] std::string controlErrorLine(std::string_view message);
+
+}  // namespace vesko

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/NetworkInterfaces.h"
+
+namespace vesko {
+
+/// A packet that a firewall is asked about: what another machine of the local network begins with.
+struct FirewallProbe {
+  bool isUdp = false;          ///< a datagram to everybody; else the first packet of a TCP connection to us
+  std::uint16_t port = 0;      ///< ours
+  InterfaceAddress interface;  ///< where it comes in; with a netmask
+};
+
+enum class Passage : std::uint8_t { accepted, dropped, unclear };
+
+struct FirewallVerdict {
+  Passage passage = Passage::unclear;
+  std::string chain;      ///< when dropped: family, table and chain that the packet does not get past
+  bool isPolicy = false;  ///< it is dropped since no rule lets it pass, rather than by one that matches
+
+  friend bool operator==(const FirewallVerdict&, const FirewallVerdict&) = default;
+};
+
+/// What the rules that `nft -j list ruleset` prints do to each of `probes`; none when `ruleset` is not such a list.
+/// What is not understood of a rule is taken to match or not, so that the verdict is unclear rather than wrong. Any
+/// thread.
+[[nodiscard]] std::optional<std::vector<FirewallVerdict>> judgeNftables(std::string_view ruleset,
+                                                                        const std::vector<FirewallProbe>& probes);
+
+/// The addresses or ports from `first` to `last`.
+struct NumberRange {
+  std::uint32_t first = 0;
+  std::uint32_t last = 0;
+
+  [[nodiscard]] bool contains(const NumberRange& other) const noexcept {
+    return first <= other.first && other.last <= last;
+  }
+  [[nodiscard]] bool touches(const NumberRange& other) const noexcept {
+    return first <= other.last && other.first <= last;
+  }
+};
+
+/// An IPv4 address, or the network of that address and that many leading bits; none when `address` is no dotted-decimal
+/// address or `bits` is above 32.
+[[nodiscard]] std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits = 32) noexcept;
+
+/// The network that `interface` is in; none when its address or netmask is no dotted-decimal address.
+[[nodiscard]] std::optional<NumberRange> networkRange(const InterfaceAddress& interface) noexcept;
+
+}  // namespace vesko

@@ -1,0 +1,123 @@
+#include "tests/lan/LanFixture.h"
+
+namespace vesko {
+namespace {
+
+/// Machine 1 is the one at which commands are given; the others receive.
+class CommandsTest : public LanTest {
+ protected:
+  [[nodiscard]] static testing::AssertionResult seeEachOther(LanHost& one, int oneMachine, LanHost& other,
+                                                             int otherMachine) {
+    if (auto result = one.tells("peerAppeared", ip(otherMachine)); !result) return result;
+    return other.tells("peerAppeared", ip(oneMachine));
+  }
+
+  /// Names of no machine, or of more than one: those there are shall be listed.
+  void expectNoReceiver() const {
+    for (const auto& command :
+         {Arguments{"send", "--to", "host", "/etc/passwd"}, Arguments{"text", "--to", "nobody"}}) {
+      const auto result = run(1, command);
+      EXPECT_EQ(result.code, 3);
+      EXPECT_EQ(result.output, "");
+      for (const int machine : {2, 3}) {
+        EXPECT_NE(result.errors.find(described(machine)), std::string::npos) << result.errors;
+      }
+    }
+  }
+
+  [[nodiscard]] static std::string described(int machine) {
+    return "root at host" + std::to_string(machine) + " (" + ip(machine) + ')';
+  }
+};
+
+TEST_F(CommandsTest, TakenPortsAreToldBeforeAnyHello) {
+  makeMachines(1);
+  const auto watch = strangerOn();
+  for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
+    auto taken = std::make_unique<LanSocket>(*lan_, 1, defaultPort, type);
+    const auto result = run(1, {"receive", "--json", "--dir", inboxOf(1)});
+    EXPECT_EQ(result.code, 7);
+    const auto event = nlohmann::json::parse(result.output);
+    EXPECT_EQ(event["event"], "startupFailure");
+    EXPECT_EQ(event["endpoint"], type == SOCK_DGRAM ? "udp" : "tcp");
+    EXPECT_EQ(event["port"], defaultPort);
+    taken.reset();
+    LanSocket(*lan_, 1).send("the first", ip(stranger));
+    EXPECT_EQ(watch.receive(), ip(1) + ":4644 the first");
+  }
+}
+
+TEST_F(CommandsTest, ReceiversAreFoundByTheirNames) {
+  makeMachines(3);
+  const auto voice = strangerOn();
+  const auto host2 = receive(2);
+  const auto host3 = receive(3);
+  EXPECT_TRUE(seeEachOther(*host2, 2, *host3, 3));
+  EXPECT_EQ(run(1, {"send", "--to", "host2", folder_.write("alone", "by itself")}).code, 0);
+  EXPECT_TRUE(host2->tells("/alone\"}"));
+  EXPECT_EQ(folder_.read("in2/alone"), "by itself");
+  EXPECT_TRUE(host2->tells("peerDisappeared", ip(1)));
+  expectNoReceiver();
+
+  const auto host1 = receive(1);
+  EXPECT_TRUE(seeEachOther(*host1, 1, *host2, 2));
+  EXPECT_TRUE(seeEachOther(*host1, 1, *host3, 3));
+  auto story = host2->story();
+  EXPECT_EQ(run(1, {"send", "--to", "host2", folder_.write("asking", "the host")}).code, 0);
+  EXPECT_EQ(run(1, {"text", "--to", "host3", "a text"}).code, 0);
+  EXPECT_TRUE(host2->tells("/asking\"}"));
+  EXPECT_EQ(folder_.read("in2/asking"), "the host");
+  EXPECT_TRUE(host3->tells(R"("text":"a text"})"));
+  EXPECT_TRUE(hasHeardAll(*host2, 2, voice));
+  story.push_back("peerAppeared " + ip(stranger));
+  EXPECT_EQ(host2->story(), story);
+  expectNoReceiver();
+}
+
+TEST_F(CommandsTest, PeersAreListed) {
+  makeMachines(3);
+  const auto host3 = receive(3);
+  const auto listed = [&] {
+    const auto result = run(1, {"peers", "--json"});
+    EXPECT_EQ(result.code, 0);
+    std::vector<std::string> lines;
+    for (const auto& peer : nlohmann::json::parse(result.output)) {
+      EXPECT_EQ(peer["key"], peer["ip"]);
+      EXPECT_EQ(peer["avatar"], "");
+      EXPECT_TRUE(peer["since"].get<std::string>().ends_with('Z'));
+      lines.push_back(peer["ip"].get<std::string>() + ':' + to_string(peer["port"]) + ' ' +
+                      peer["systemSignature"].get<std::string>());
+    }
+    return lines;
+  };
+  const auto line3 = ip(3) + ":4644 " + signatureOf(3);
+  EXPECT_EQ(listed(), std::vector{line3});
+  EXPECT_TRUE(host3->tells("peerDisappeared", ip(1)));
+  EXPECT_EQ(host3->table(), LanHost::Table{});
+  const auto host1 = receive(1);
+  const auto host2 = receive(2, 5000);
+  EXPECT_TRUE(seeEachOther(*host1, 1, *host2, 2));
+  EXPECT_TRUE(host1->tells("peerAppeared", ip(3)));
+  EXPECT_EQ(listed(), (std::vector{ip(2) + ":5000 " + signatureOf(2), line3}));
+}
+
+TEST_F(CommandsTest, PeopleAreToldWhoComesAndGoes) {
+  makeMachines(3);
+  const auto host3 = receive(3);
+  Process host1(setupFor(1, {"receive", "--dir", inboxOf(1)}));
+  EXPECT_TRUE(host1.waitForErrors("here: " + described(3)));
+  EXPECT_NE(run(2, {"peers"}).output.find("root at host1  " + ip(1)), std::string::npos);
+  EXPECT_TRUE(host1.waitForErrors("gone: " + described(2)));
+  Process watch(setupFor(2, {"peers", "--watch"}));
+  EXPECT_TRUE(watch.waitForOutput("here  " + described(3)));
+  EXPECT_TRUE(watch.waitForOutput("here  " + described(1)));
+  host1.signal(SIGINT);
+  EXPECT_EQ(host1.wait(), 0);
+  EXPECT_TRUE(watch.waitForOutput("gone  " + described(1)));
+  watch.signal(SIGINT);
+  EXPECT_EQ(watch.wait(), 0);
+  EXPECT_TRUE(host3->tells("peerDisappeared", ip(2)));
+}
+
+}  // namespace
+}  // namespace vesko

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/FileDescriptor.h"
+#include "tests/support/Process.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+
+/// Machines on networks of their own, all made up on this one: machine M is called hostM and has, in network N, the
+/// device ethN with the address 10.83.N.M of 24 bits. They go away with their owner, which outlives what runs on them.
+class Lan {
+ public:
+  /// Throws std::runtime_error with the system's words where this is not permitted, as it is to root only.
+  Lan();
+  ~Lan();
+  Lan(const Lan&) = delete;
+  Lan& operator=(const Lan&) = delete;
+
+  [[nodiscard]] static std::string address(int machine, int network = 0) {
+    return "10.83." + std::to_string(network) + '.' + std::to_string(machine);
+  }
+
+  void addMachine(int machine);
+
+  /// Returns once datagrams go through.
+  void plug(int machine, int network);
+
+  /// Has ip(8) do what `lines` say, on a machine.
+  void configure(int machine, const std::string& lines) const { configure(nameOf(machine), lines); }
+
+  /// What runs a program there, as a user who is logged in: with a folder for what runs.
+  [[nodiscard]] Process::Setup setupFor(int machine, std::vector<std::string> arguments) const;
+
+  /// Runs `task` in a machine's network, on a thread of its own. Sockets that it opens stay there.
+  void inside(int machine, const std::function<void()>& task) const { inside(nameOf(machine), task); }
+
+ private:
+  [[nodiscard]] static std::string nameOf(int machine) { return "host" + std::to_string(machine); }
+  [[nodiscard]] std::string spaceOf(const std::string& name) const { return prefix_ + name; }
+  void addSpace(const std::string& name);
+  void removeSpaces() const;
+  void configure(const std::string& name, const std::string& lines) const;
+  void inside(const std::string& name, const std::function<void()>& task) const;
+
+  std::string prefix_;
+  std::vector<std::string> names_;
+  TemporaryFolder folder_;
+};
+
+/// A port of a machine of a `Lan`, taken.
+class LanSocket {
+ public:
+  LanSocket(const Lan& lan, int machine, std::uint16_t port = 4644, int type = SOCK_DGRAM);
+
+  void send(std::string_view bytes, const std::string& address, std::uint16_t port = 4644) const;
+
+  /// The next datagram as "ADDRESS:PORT BYTES"; empty when none comes within ten seconds.
+  [[nodiscard]] std::string receive() const;
+
+ private:
+  FileDescriptor descriptor_;
+};
+
+}  // namespace vesko
