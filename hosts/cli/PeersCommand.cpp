@@ -56,6 +56,7 @@ void printPeers(Program& program, const std::vector<PeerView>& peers) {
     return;
   }
   std::vector<Row> rows;
+  rows.reserve(peers.size());
   const auto now = Clock::now();
   for (const auto& peer : peers) {
     rows.push_back({Log::escaped(nameOfPeer(peer)), addressOfPeer(peer), timeText(peer.since, now)});

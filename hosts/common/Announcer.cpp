@@ -12,11 +12,8 @@ namespace vesko {
 namespace {
 
 /// Which addresses this machine has, in an order of its own: the system's may change by itself.
-std::vector<std::string> presentAddresses() {
-  std::vector<std::string> addresses;
-  for (const auto& [name, address, netmask] : NetworkTools::getIFAddresses()) {
-    addresses.push_back(name + ' ' + address + '/' + netmask);
-  }
+std::vector<NetworkTools::InterfaceEntry> presentAddresses() {
+  auto addresses = NetworkTools::getIFAddresses();
   std::ranges::sort(addresses);
   return addresses;
 }

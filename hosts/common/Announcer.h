@@ -2,8 +2,9 @@
 
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
+
+#include "VeskoKit/NetworkTools.h"
 
 namespace vesko {
 
@@ -36,7 +37,7 @@ class Announcer : public std::enable_shared_from_this<Announcer> {
   std::mutex mutex_;
   bool hasAnnounced_ = false;
   bool hasLeft_ = false;
-  std::vector<std::string> addresses_;
+  std::vector<NetworkTools::InterfaceEntry> addresses_;
   std::unique_ptr<InterfaceWatch> watch_;
 };
 

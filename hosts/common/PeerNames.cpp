@@ -26,6 +26,7 @@ std::string describedPeer(const PeerView& peer) { return nameOfPeer(peer) + " ("
 
 std::vector<PeerView> peersByName(const std::map<std::string, PeerView>& peers) {
   std::vector<PeerView> list;
+  list.reserve(peers.size());
   for (const auto& [key, peer] : peers) list.push_back(peer);
   std::ranges::stable_sort(list, {}, [](const PeerView& peer) { return smallLetters(nameOfPeer(peer)); });
   return list;

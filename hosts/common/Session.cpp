@@ -81,7 +81,7 @@ bool Session::startLooking() {
 std::vector<Event> Session::startupFailures() const {
   std::vector<Event> failures;
   for (const auto& failed : server_->failedEndpoints()) {
-    failures.push_back(StartupFailureEvent{failed.endpoint, settings_.port, failed.message, failed.error.message()});
+    failures.emplace_back(StartupFailureEvent{failed.endpoint, settings_.port, failed.message, failed.error.message()});
   }
   return failures;
 }
