@@ -33,6 +33,16 @@ std::vector<std::uint8_t> Data::bytes() const {
   return copy;
 }
 
+std::string Data::hexEncodedString() const {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const auto byte : bytes()) {
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
+  }
+  return text;
+}
+
 void Data::append(std::string_view bytes) {
   assert(!isStretchOfFile());
   bytes_.append(bytes);

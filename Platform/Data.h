@@ -38,6 +38,9 @@ class Data {
   /// file ends before the stretch does.
   [[nodiscard]] std::vector<std::uint8_t> bytes() const;
 
+  /// All bytes as text: two lower-case hexadecimal digits a byte. Throws as `bytes()` does.
+  [[nodiscard]] std::string hexEncodedString() const;
+
   /// Appends to a `Data` in memory. Requires: not a stretch of a file.
   void append(std::string_view bytes);
 

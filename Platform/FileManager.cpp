@@ -1,8 +1,10 @@
 #include "Platform/FileManager.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +12,7 @@
 #include <string_view>
 
 #include "Platform/Account.h"
+#include "Platform/FileDescriptor.h"
 #include "Platform/SystemError.h"
 
 namespace vesko::FileManager {
@@ -95,6 +98,19 @@ std::string downloadsDirectory(const std::string& home, const std::string& confi
 
 std::string downloadsDirectory(std::error_code& error) {
   return downloadsDirectory(environmentValue("HOME"), environmentValue("XDG_CONFIG_HOME"), error);
+}
+
+void replaceFileAtPath(const std::string& path, std::string_view bytes, std::error_code& error) {
+  const std::string partial = path + ".part";
+  const FileDescriptor file(::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
+  error = file ? std::error_code() : lastSystemError();
+  while (!error && !bytes.empty()) {
+    const auto count = uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
+    if (count < 0) error = lastSystemError();
+    if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  if (!error && ::rename(partial.c_str(), path.c_str()) != 0) error = lastSystemError();
+  if (error && file) ::unlink(partial.c_str());
 }
 
 std::error_code obstacleToStoringIn(const std::string& path) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace vesko::FileManager {
@@ -20,6 +21,9 @@ void createDirectoryAtPath(const std::string& path, std::error_code& error);
 
 /// The same for the environment of this process.
 [[nodiscard]] std::string downloadsDirectory(std::error_code& error);
+
+/// Puts a file with these bytes at `path`, in place of what may be there; until it is whole, that stays. Any thread.
+void replaceFileAtPath(const std::string& path, std::string_view bytes, std::error_code& error);
 
 /// Why this process cannot make entries in the folder at `path`; no error when it can. Any thread.
 [[nodiscard]] std::error_code obstacleToStoringIn(const std::string& path);

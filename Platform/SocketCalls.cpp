@@ -94,13 +94,12 @@ std::error_code connectResult(int descriptor) {
   return {code, std::generic_category()};
 }
 
-FileDescriptor listen(std::uint16_t port, std::error_code& error) {
+FileDescriptor listen(const Address& where, std::error_code& error) {
   FileDescriptor descriptor = makeStream(error);
   if (!descriptor) return descriptor;
   setOption(descriptor.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-  const sockaddr_in everywhere = systemAddress({"0.0.0.0", port});
-  if (withAddress(everywhere, [&](auto* where, auto length) { return ::bind(descriptor.get(), where, length); }) < 0 ||
-      ::listen(descriptor.get(), SOMAXCONN) < 0) {
+  const auto bindTo = [&](auto* address, auto length) { return ::bind(descriptor.get(), address, length); };
+  if (withAddress(systemAddress(where), bindTo) < 0 || ::listen(descriptor.get(), SOMAXCONN) < 0) {
     error = lastSystemError();
     descriptor.reset();
   }

@@ -40,9 +40,13 @@ void connect(int descriptor, const Address& address, std::error_code& error);
 /// How an attempt to connect ended.
 [[nodiscard]] std::error_code connectResult(int descriptor);
 
-/// A socket that listens on `port` of every interface, taking over from connections of an earlier process that are
-/// still dying.
-[[nodiscard]] FileDescriptor listen(std::uint16_t port, std::error_code& error);
+/// A socket that listens at `where`, taking over from connections of an earlier process that are still dying.
+[[nodiscard]] FileDescriptor listen(const Address& where, std::error_code& error);
+
+/// The same on `port` of every interface.
+[[nodiscard]] inline FileDescriptor listen(std::uint16_t port, std::error_code& error) {
+  return listen({"0.0.0.0", port}, error);
+}
 
 [[nodiscard]] FileDescriptor accept(int descriptor, std::string& host, std::error_code& error);
 

@@ -14,7 +14,8 @@
 #include <variant>
 #include <vector>
 
-/// Typed values <-> bytes, driven by a short format. Everything here is free of state and may be used on any thread.
+/// Typed values <-> bytes, driven by a short format; and bytes <-> their digits. Everything here is free of state and
+/// may be used on any thread.
 ///
 /// A format is one byte-order character ("<" and "=" little-endian, ">" and "!" big-endian) and then items, each with
 /// an optional decimal count in front: 0 or none means one. The count repeats the item, except for "s", whose length in
@@ -118,6 +119,18 @@ template <DataConvertible T>
   else
     return std::bit_cast<T>(stored);
 }
+
+/// Two lower-case hexadecimal digits a byte, nothing between them.
+[[nodiscard]] std::string hexlify(const Data& data);
+
+/// The bytes that pairs of hexadecimal digits of either case stand for; spaces, and no other blanks, may be anywhere.
+/// None, after a log line, when another character is found or a digit is left over. The line counts characters without
+/// the spaces.
+[[nodiscard]] std::optional<Data> unhexlify(std::string_view text);
+
+/// The part of a UTF-8 text from offset `i` up to, not including, `j`, both in units of UTF-16. Requires: 0 <= i <= j
+/// <= the length, neither inside of a character; empty after the assertion otherwise.
+[[nodiscard]] std::string substring(std::string_view text, std::size_t i, std::size_t j);
 
 namespace detail {
 [[nodiscard]] Data dataFromBytes(std::span<const std::uint8_t> bytes);

@@ -1,11 +1,14 @@
 #include "VeskoKit/NetworkTools.h"
 
+#include "Platform/AccountPicture.h"
 #include "Platform/Identity.h"
 #include "Platform/NetworkInterfaces.h"
 
 namespace vesko {
 
 std::string NetworkTools::getSCComputerName() { return Identity::computerName(); }
+
+std::optional<std::string> NetworkTools::getCBUserImage() { return AccountPicture().png(); }
 
 std::vector<NetworkTools::InterfaceEntry> NetworkTools::getIFAddresses() {
   std::vector<InterfaceEntry> entries;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ class NetworkTools {
 
   /// The computer's name as people see it: the pretty host name, else the host name, else "localhost".
   [[nodiscard]] static std::string getSCComputerName();
+
+  /// The current user's account picture as PNG; none when there is none. Reads and decodes a file, so it may take long.
+  [[nodiscard]] static std::optional<std::string> getCBUserImage();
 
   /// The IPv4 addresses of the interfaces that are up, running and not loopback, in the system's order; an address
   /// without a netmask is left out. Empty when the system cannot list them.

@@ -8,24 +8,38 @@
 #include "Platform/FileManager.h"
 #include "Platform/GCDAsyncSocket.h"
 #include "Platform/GCDAsyncUdpSocket.h"
+#include "Platform/HTTPSession.h"
 #include "Platform/NSApp.h"
+#include "Platform/SelectorEventLoop.h"
+#include "VeskoKit/AvatarEndpoint.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 
 namespace vesko {
 
-VeskoServer::VeskoServer() : VeskoServer(Clock::system()) {}
+VeskoServer::VeskoServer() : VeskoServer(defaultPort, defaultPort) {}
 
-VeskoServer::VeskoServer(std::shared_ptr<Clock> clock)
-    : broadcastQueue_(DispatchQueue::serial("broadcast", clock)),
-      incomingQueue_(DispatchQueue::serial("incoming", clock)) {}
+VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shared_ptr<Clock> clock)
+    : localTcpPort(tcpPort),
+      localUdpPort(udpPort),
+      broadcastQueue_(DispatchQueue::serial("broadcast", clock ? clock : Clock::system())),
+      incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())) {
+  makeAvatarEndpoint();
+}
 
-VeskoServer::~VeskoServer() = default;
+VeskoServer::~VeskoServer() { loop_->stop(); }
 
 void VeskoServer::startServer() {
   sweepStorage();
-  startDiscovery();
+  openDiscovery();
+  startAvatarEndpoint();
   startListener();
+  loop_->runForever();
+}
+
+void VeskoServer::startDiscovery() {
+  openDiscovery();
+  loop_->runForever();
 }
 
 void VeskoServer::sweepStorage() const {

@@ -17,15 +17,19 @@
 
 namespace vesko {
 
+class AvatarEndpoint;
 class Clock;
 class DispatchQueue;
 class GCDAsyncSocket;
 class GCDAsyncUdpSocket;
+class HTTPSession;
 class NSApp;
+class SelectorEventLoop;
 struct DiscoveryHello;
 
-/// Hears of the machines that come and go. Every call comes on the service's queue "broadcast", after the change of the
-/// peer table that it tells of; any operation of the service may be used inside it. What takes long delays discovery.
+/// Hears of the machines that come and go. Calls come on the service's queue "broadcast", after the change of the peer
+/// table that they tell of, but for those that tell of a picture, which come on the main queue. Any operation of the
+/// service may be used inside them. What takes long delays discovery.
 class VeskoPeerDiscoveryDelegate {
  public:
   virtual ~VeskoPeerDiscoveryDelegate() = default;
@@ -33,7 +37,8 @@ class VeskoPeerDiscoveryDelegate {
   /// A machine that was not in the table has said hello.
   virtual void peerDidAppear(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
 
-  /// One that is in the table has said hello again; its record, the same as ever, has been refreshed.
+  /// One that is in the table has said hello again, and its record, the same as ever, has been refreshed; or, on the
+  /// main queue, its picture has arrived.
   virtual void peerDidUpdate(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
 
   /// A machine has said goodbye, and its record has left the table.
@@ -42,13 +47,13 @@ class VeskoPeerDiscoveryDelegate {
 
 /// An endpoint that could not be opened.
 struct VeskoFailedEndpoint {
-  std::string endpoint;   ///< "udp" or "tcp"
+  std::string endpoint;   ///< "udp", "http" or "tcp"
   std::string message;    ///< what the user is shown
   std::error_code error;  ///< the system's reason
 };
 
-/// The service a host creates to take part: it keeps a table of the other machines, accepts transfers and keeps those
-/// it starts.
+/// The service a host creates to take part: it keeps a table of the other machines with their users' pictures, serves
+/// its own user's, accepts transfers and keeps those it starts.
 ///
 /// Made with `std::make_shared`. Set it up, call `startServer`, both on one thread, and then `sayHello`; call
 /// `sayGoodbye` at the end. There is no stop: destroying the service closes its endpoints, and the transfers it keeps
@@ -66,20 +71,23 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
 
   using PeerTable = std::map<std::string, std::shared_ptr<VeskoPeer>>;
 
+  /// On the usual ports, 4644 and, for pictures, 4645.
   VeskoServer();
 
-  /// The same with a clock of the caller's for the service's queues.
-  explicit VeskoServer(std::shared_ptr<Clock> clock);
+  /// On ports of the caller's, pictures on the one after `tcpPort` (after 65535 there is none, and so no pictures); 0
+  /// lets the system choose, of pictures too. `clock`, the machine's by default, is that of the service's queues.
+  VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shared_ptr<Clock> clock = nullptr);
   virtual ~VeskoServer();
   VeskoServer(const VeskoServer&) = delete;
   VeskoServer& operator=(const VeskoServer&) = delete;
 
-  /// The port that transfers are accepted on; 0 lets the system choose. Set it before `startServer`.
-  std::uint16_t localTcpPort = defaultPort;
+  /// The port that transfers are accepted on; 0 lets the system choose. Set it before `startServer`. The port of
+  /// pictures does not follow it.
+  std::uint16_t localTcpPort;
 
   /// The port that hellos are heard on and, by default, sent to, and that others are told of where it is not
   /// `defaultUdpPort`. Set it before `startServer`; 0 is then replaced by a port of the system's choice.
-  std::uint16_t localUdpPort = defaultPort;
+  std::uint16_t localUdpPort;
 
   /// The well-known port of transfers, for hosts to compare with.
   std::uint16_t defaultTcpPort = defaultPort;
@@ -107,7 +115,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// user and listed in `failedEndpoints`; the start goes on with the next.
   virtual void startServer();
 
-  /// Opens the discovery endpoint alone, in place of `startServer`, for a program that only looks around.
+  /// Opens the discovery endpoint alone, in place of `startServer`, for a program that only looks around: it sees the
+  /// others, and their pictures, but serves nothing.
   void startDiscovery();
 
   /// Says hello: to everybody on the networks of this machine's interfaces or, with `dest`, to that IPv4 address
@@ -139,6 +148,11 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// The broadcast address of each interface address, in the order of the system. Any thread.
   [[nodiscard]] virtual std::vector<std::string> findBroadcastAddress();
 
+  /// Fetches the picture of the user of `peer`, over HTTP, unless it has one or was asked for it before. The record
+  /// says "loading" from then on, and for good where nothing comes that is a PNG of sane size. For the "broadcast"
+  /// queue.
+  virtual void handleAvatar(const std::shared_ptr<VeskoPeer>& peer);
+
   /// `length` random letters and digits. Requires: `length` at least 1.
   [[nodiscard]] std::string generateRandomStringWithLength(std::int64_t length) const;
 
@@ -148,8 +162,14 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// The port that the listener got; 0 while there is none.
   [[nodiscard]] std::uint16_t boundTcpPort() const;
 
+  /// The port that pictures are served on; 0 while there is none.
+  [[nodiscard]] std::uint16_t boundHttpPort() const;
+
   /// The machines known at this moment, by the address that their hellos come from. Any thread.
   [[nodiscard]] PeerTable peers() const;
+
+  /// The one of them with this key; none when there is none. Any thread.
+  [[nodiscard]] std::shared_ptr<VeskoPeer> peerWithKey(const std::string& key) const;
 
   /// The transfers the service keeps, oldest first. Any thread.
   [[nodiscard]] std::vector<std::shared_ptr<VeskoTransfer>> pendingTransfers() const;
@@ -181,6 +201,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   };
 
   void sweepStorage() const;
+  void openDiscovery();
+  void makeAvatarEndpoint();
+  void startAvatarEndpoint();
   void startListener();
   void showFailure(VeskoFailedEndpoint failure);
 
@@ -192,10 +215,15 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   [[nodiscard]] std::shared_ptr<VeskoPeer> addPeer(const std::string& sender, std::uint16_t port,
                                                    const std::string& signature);
   [[nodiscard]] bool mayAnswer();
+  void deliverAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture);
+  void tellOfAvatar(const std::shared_ptr<VeskoPeer>& peer);
   void logPeers() const;
 
   const std::shared_ptr<DispatchQueue> broadcastQueue_;
   const std::shared_ptr<DispatchQueue> incomingQueue_;
+  std::shared_ptr<SelectorEventLoop> loop_;
+  std::unique_ptr<AvatarEndpoint> server_;
+  std::unique_ptr<HTTPSession> avatarRequests_;
   std::shared_ptr<DatagramEvents> datagramEvents_;
   std::shared_ptr<GCDAsyncUdpSocket> udpSocket_;
   std::shared_ptr<SocketEvents> events_;

@@ -34,7 +34,7 @@ class VeskoServer::DatagramEvents final : public GCDAsyncUdpSocketDelegate {
   std::weak_ptr<VeskoServer> server_;
 };
 
-void VeskoServer::startDiscovery() {
+void VeskoServer::openDiscovery() {
   datagramEvents_ = std::make_shared<DatagramEvents>(weak_from_this());
   udpSocket_ = GCDAsyncUdpSocket::make(datagramEvents_, broadcastQueue_);
   udpSocket_->setIPv6Enabled(false);
@@ -114,6 +114,7 @@ void VeskoServer::handleHello(const std::string& sender, DiscoveryHello hello) {
     peer->setLastActiveTime(broadcastQueue_->clock()->now());
     if (observer) observer->peerDidUpdate(sender, peer);
   }
+  handleAvatar(peer);
   if (hello.isToAll && mayAnswer()) sayHello(peer->ip(), peer->port());
 }
 
@@ -148,6 +149,12 @@ std::shared_ptr<VeskoPeerDiscoveryDelegate> VeskoServer::delegate() const {
 VeskoServer::PeerTable VeskoServer::peers() const {
   const std::scoped_lock lock(mutex_);
   return peers_;
+}
+
+std::shared_ptr<VeskoPeer> VeskoServer::peerWithKey(const std::string& key) const {
+  const std::scoped_lock lock(mutex_);
+  const auto found = peers_.find(key);
+  return found == peers_.end() ? nullptr : found->second;
 }
 
 void VeskoServer::logPeers() const {

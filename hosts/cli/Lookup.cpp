@@ -86,6 +86,10 @@ std::optional<Event> Lookup::next(const Deadline& deadline) {
   return event;
 }
 
+std::string Lookup::avatarOf(const std::string& key) {
+  return host_ ? host_->avatarOf(key).value_or("") : session_->avatarOf(key);
+}
+
 void Lookup::listen(std::chrono::duration<double> wait) {
   const auto deadline = timeIn(wait);
   while (next(deadline)) {

@@ -54,6 +54,9 @@ class Lookup {
   /// What is known by now, by key.
   [[nodiscard]] const std::map<std::string, PeerView>& peers() const noexcept { return state_.peers(); }
 
+  /// The picture of one of them as a data URL; empty when it has none.
+  [[nodiscard]] std::string avatarOf(const std::string& key);
+
   [[nodiscard]] bool isInterrupted() const { return events_->isInterrupted(); }
 
  private:

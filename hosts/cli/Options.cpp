@@ -76,6 +76,10 @@ void describe(CLI::App& app, Parsed& parsed) {
   addWait(peers, parsed.wait);
   peers.add_flag("--watch", parsed.peers.watch, "Go on telling who comes and goes, until interrupted");
 
+  peers.add_option("--save-avatars", parsed.peers.avatarFolder, "Write their users' pictures to DIR, named by address")
+      ->excludes("--watch")
+      ->type_name("DIR");
+
   addCommand(app, "doctor", "Find out why nobody is found", parsed.common);
 }
 

@@ -5,7 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Base64.h"
 #include "Platform/DateFormatter.h"
+#include "Platform/FileManager.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/Lookup.h"
 #include "hosts/common/EventJson.h"
@@ -27,6 +29,7 @@ std::string timeText(Clock::time_point time, Clock::time_point now) {
 struct Row {
   std::string name;
   std::string address;
+  std::string picture;
   std::string since;
 };
 
@@ -35,7 +38,8 @@ std::string padded(const std::string& text, std::size_t columns) {
 }
 
 std::string tableOf(std::vector<Row> rows, bool hasHeader) {
-  if (hasHeader) rows.insert(rows.begin(), {"NAME", "ADDRESS", "SINCE"});
+  if (hasHeader) rows.insert(rows.begin(), {"NAME", "ADDRESS", "PICTURE", "SINCE"});
+  constexpr std::size_t pictureColumns = 7;
   std::size_t nameColumns = 0;
   std::size_t addressColumns = 0;
   for (const auto& row : rows) {
@@ -44,7 +48,8 @@ std::string tableOf(std::vector<Row> rows, bool hasHeader) {
   }
   std::string table;
   for (const auto& row : rows) {
-    table += padded(row.name, nameColumns) + "  " + padded(row.address, addressColumns) + "  " + row.since + '\n';
+    table += padded(row.name, nameColumns) + "  " + padded(row.address, addressColumns) + "  " +
+             padded(row.picture, pictureColumns) + "  " + row.since + '\n';
   }
   return table;
 }
@@ -59,7 +64,8 @@ void printPeers(Program& program, const std::vector<PeerView>& peers) {
   rows.reserve(peers.size());
   const auto now = Clock::now();
   for (const auto& peer : peers) {
-    rows.push_back({Log::escaped(nameOfPeer(peer)), addressOfPeer(peer), timeText(peer.since, now)});
+    const char* picture = peer.avatar == "png" ? "yes" : "-";
+    rows.push_back({Log::escaped(nameOfPeer(peer)), addressOfPeer(peer), picture, timeText(peer.since, now)});
   }
   program.console.print(tableOf(std::move(rows), !program.options.quiet));
 }
@@ -84,6 +90,27 @@ ExitCode watch(Program& program, Lookup& lookup) {
   return ExitCode::unexpected;
 }
 
+/// The bytes of the picture in a data URL; none when it holds no picture.
+std::optional<std::string> pictureIn(std::string_view avatar) {
+  constexpr std::string_view beginning = "data:image/png;base64,";
+  if (!avatar.starts_with(beginning)) return std::nullopt;
+  return base64Decoded(avatar.substr(beginning.size()));
+}
+
+/// Writes the pictures of all that have one.
+ExitCode saveAvatars(Program& program, Lookup& lookup, const std::string& folder) {
+  std::error_code error;
+  FileManager::createDirectoryAtPath(folder, error);
+  for (const auto& [key, peer] : lookup.peers()) {
+    if (error) break;
+    const auto picture = peer.avatar == "png" ? pictureIn(lookup.avatarOf(key)) : std::nullopt;
+    if (picture) FileManager::replaceFileAtPath(folder + '/' + peer.ip + ".png", *picture, error);
+  }
+  if (!error) return ExitCode::success;
+  program.console.complain("cannot write pictures to \"" + folder + "\": " + error.message());
+  return ExitCode::unexpected;
+}
+
 }  // namespace
 
 ExitCode runPeers(Program& program, const PeersOptions& options) {
@@ -93,7 +120,7 @@ ExitCode runPeers(Program& program, const PeersOptions& options) {
   if (!lookup.isHosted()) lookup.listen(options.wait);
   if (lookup.isInterrupted()) return ExitCode::interrupted;
   printPeers(program, peersByName(lookup.peers()));
-  return ExitCode::success;
+  return options.avatarFolder.empty() ? ExitCode::success : saveAvatars(program, lookup, options.avatarFolder);
 }
 
 }  // namespace vesko

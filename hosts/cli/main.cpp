@@ -1,8 +1,10 @@
 #include <exception>
 #include <memory>
 #include <system_error>
+#include <thread>
 
 #include "Platform/Clock.h"
+#include "Platform/DispatchQueue.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/DoctorCommand.h"
 #include "hosts/cli/HelloProbe.h"
@@ -62,6 +64,8 @@ ExitCode runGuarded(const Options& options, Interrupts& interrupts) {
 
 int main(int argumentCount, char** arguments) {
   vesko::Interrupts interrupts;
+  // This program's own thread waits for events; what the library delivers to the main queue makes events too.
+  std::thread([] { vesko::MainQueue::shared()->run(); }).detach();
   const auto parsed = vesko::parseOptions(argumentCount, arguments);
   const auto* options = std::get_if<vesko::Options>(&parsed);
   const auto code = options != nullptr ? vesko::runGuarded(*options, interrupts) : std::get<vesko::ExitCode>(parsed);

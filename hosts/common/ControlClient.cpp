@@ -40,6 +40,7 @@ struct ControlClient::Shared {
   std::mutex mutex;
   std::condition_variable changed;
   std::optional<std::vector<PeerView>> peers;  // the answer
+  std::optional<ControlAvatar> avatar;         // another one
   bool isAnswered = false;
   bool hasEnded = false;
   std::shared_ptr<EventSink> sink;
@@ -49,8 +50,11 @@ struct ControlClient::Shared {
     // Long lines are parsed without the lock, so that they make nobody wait; `isAnswered` is set by these tasks alone.
     if (isAnswered) {
       auto event = parsePeerEvent(line);
+      auto picture = event ? std::nullopt : parseControlAvatar(line);
       const std::scoped_lock lock(mutex);
       if (event && sink != nullptr) sink->publish(std::move(*event));
+      if (picture) avatar = std::move(picture);
+      changed.notify_all();
     } else if (auto answer = parseControlPeers(line)) {
       const std::scoped_lock lock(mutex);
       peers = std::move(answer);
@@ -106,13 +110,22 @@ std::optional<std::vector<PeerView>> ControlClient::watch(std::shared_ptr<EventS
   connection_->start(
       LocalConnection::maximumLineLength, [shared = shared_](const std::string& line) { shared->take(line); },
       [shared = shared_] { shared->end(); });
-  connection_->send(controlLine(ControlRequest::watch));
+  connection_->send(controlLine({ControlRequest::Kind::watch}));
   std::unique_lock lock(shared_->mutex);
   shared_->changed.wait_for(lock, patience, [this] { return shared_->isAnswered || shared_->hasEnded; });
   if (!shared_->isAnswered) shared_->forget();
   return std::exchange(shared_->peers, std::nullopt);
 }
 
-void ControlClient::announce() { connection_->send(controlLine(ControlRequest::announce)); }
+std::optional<std::string> ControlClient::avatarOf(const std::string& key) {
+  connection_->send(controlLine({ControlRequest::Kind::avatar, key}));
+  std::unique_lock lock(shared_->mutex);
+  const auto isThere = [&] { return shared_->avatar && shared_->avatar->key == key; };
+  shared_->changed.wait_for(lock, patience, [&] { return isThere() || shared_->hasEnded; });
+  if (!isThere()) return std::nullopt;
+  return std::exchange(shared_->avatar, std::nullopt)->avatar;
+}
+
+void ControlClient::announce() { connection_->send(controlLine({ControlRequest::Kind::announce})); }
 
 }  // namespace vesko

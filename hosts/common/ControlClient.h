@@ -35,6 +35,10 @@ class ControlClient {
   [[nodiscard]] std::optional<std::vector<PeerView>> watch(std::shared_ptr<EventSink> sink,
                                                            std::function<void()> onEnd);
 
+  /// The picture of a machine as `VeskoPeer::avatar` has it, waited for; none when the host does not answer. Requires:
+  /// `watch` returned peers.
+  [[nodiscard]] std::optional<std::string> avatarOf(const std::string& key);
+
   /// Has the host say hello to all; the answers are seen by `watch`.
   void announce();
 

@@ -10,9 +10,10 @@ namespace vesko {
 namespace {
 
 constexpr std::array requestNames = {
-    std::pair(ControlRequest::peers, "peers"),
-    std::pair(ControlRequest::watch, "watch"),
-    std::pair(ControlRequest::announce, "announce"),
+    std::pair(ControlRequest::Kind::peers, "peers"),
+    std::pair(ControlRequest::Kind::watch, "watch"),
+    std::pair(ControlRequest::Kind::announce, "announce"),
+    std::pair(ControlRequest::Kind::avatar, "avatar"),
 };
 
 bool isOfOurVersion(const nlohmann::json& object) {
@@ -22,17 +23,22 @@ bool isOfOurVersion(const nlohmann::json& object) {
 
 }  // namespace
 
-std::string controlLine(ControlRequest request) {
-  const auto* const name = std::ranges::find(requestNames, request, &decltype(requestNames)::value_type::first);
-  return lineOf({{"request", name->second}, {"version", controlVersion}});
+std::string controlLine(const ControlRequest& request) {
+  const auto* const name = std::ranges::find(requestNames, request.kind, &decltype(requestNames)::value_type::first);
+  nlohmann::ordered_json object{{"request", name->second}, {"version", controlVersion}};
+  if (!request.key.empty()) object["key"] = request.key;
+  return lineOf(object);
 }
 
 std::optional<ControlRequest> parseControlRequest(std::string_view line) {
   const nlohmann::json object = parseJson(line);
   const auto text = textIn(object, "request");
   if (!text || !isOfOurVersion(object)) return std::nullopt;
-  for (const auto& [request, name] : requestNames) {
-    if (*text == name) return request;
+  for (const auto& [kind, name] : requestNames) {
+    if (*text != name) continue;
+    if (kind != ControlRequest::Kind::avatar) return ControlRequest{kind};
+    auto key = textIn(object, "key");
+    return key ? std::optional(ControlRequest{kind, std::move(*key)}) : std::nullopt;
   }
   return std::nullopt;
 }
@@ -46,6 +52,19 @@ std::optional<std::vector<PeerView>> parseControlPeers(std::string_view line) {
   if (textIn(object, "event") != "peers" || !isOfOurVersion(object)) return std::nullopt;
   const auto peers = object.find("peers");
   return peers == object.end() ? std::nullopt : peersIn(*peers);
+}
+
+std::string controlAvatarLine(const ControlAvatar& avatar) {
+  return lineOf({{"event", "avatar"}, {"version", controlVersion}, {"key", avatar.key}, {"avatar", avatar.avatar}});
+}
+
+std::optional<ControlAvatar> parseControlAvatar(std::string_view line) {
+  const nlohmann::json object = parseJson(line);
+  if (textIn(object, "event") != "avatar" || !isOfOurVersion(object)) return std::nullopt;
+  auto key = textIn(object, "key");
+  auto avatar = textIn(object, "avatar");
+  if (!key || !avatar) return std::nullopt;
+  return ControlAvatar{std::move(*key), std::move(*avatar)};
 }
 
 std::string controlAnnouncedLine() { return lineOf({{"event", "announced"}, {"version", controlVersion}}); }

@@ -19,13 +19,21 @@ constexpr int controlVersion = 1;
 /// Bytes; requests are short.
 constexpr std::size_t controlRequestLimit = 4096;
 
-enum class ControlRequest : std::uint8_t {
-  peers,     ///< the peer table: answered by one line
-  watch,     ///< the same, and then a line for each peer event, as `jsonLine` writes them
-  announce,  ///< say hello to all; answered by one line
+struct ControlRequest {
+  enum class Kind : std::uint8_t {
+    peers,     ///< the peer table: answered by one line
+    watch,     ///< the same, and then a line for each peer event, as `jsonLine` writes them
+    announce,  ///< say hello to all; answered by one line
+    avatar,    ///< the picture of one machine; answered by one line
+  };
+
+  Kind kind = Kind::peers;
+  std::string key = {};  ///< of the machine whose picture it is; else empty
+
+  friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
 };
 
-[[nodiscard]] std::string controlLine(ControlRequest request);
+[[nodiscard]] std::string controlLine(const ControlRequest& request);
 
 /// None when `line` is no request of our version.
 [[nodiscard]] std::optional<ControlRequest> parseControlRequest(std::string_view line);
@@ -35,6 +43,20 @@ enum class ControlRequest : std::uint8_t {
 
 /// None when `line` is not that.
 [[nodiscard]] std::optional<std::vector<PeerView>> parseControlPeers(std::string_view line);
+
+/// A picture, as `VeskoPeer::avatar` has it.
+struct ControlAvatar {
+  std::string key;
+  std::string avatar;
+
+  friend bool operator==(const ControlAvatar&, const ControlAvatar&) = default;
+};
+
+/// The answer to `avatar`: "event" is "avatar", "key" the machine's, "avatar" the picture.
+[[nodiscard]] std::string controlAvatarLine(const ControlAvatar& avatar);
+
+/// None when `line` is not that.
+[[nodiscard]] std::optional<ControlAvatar> parseControlAvatar(std::string_view line);
 
 /// The answer to `announce`: "event" is "announced".
 [[nodiscard]] std::string controlAnnouncedLine();

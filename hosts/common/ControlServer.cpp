@@ -56,18 +56,19 @@ class ControlServer::Client final : public EventSink, public std::enable_shared_
     const auto server = server_.lock();
     if (!server) return;
     const auto request = parseControlRequest(line);
-    if (!request) {
-      refuse("not a request of version " + std::to_string(controlVersion));
-    } else if (*request == ControlRequest::announce) {
-      server->announce_();
-      connection_->send(controlAnnouncedLine());
-    } else if (*request == ControlRequest::peers) {
-      server->hub_->inspect([this](const SessionState& state) { connection_->send(peersLineOf(state)); });
-    } else if (std::exchange(isWatching_, true)) {
-      refuse("watching already");
-    } else {
-      server->hub_->subscribe(weak_from_this(),
-                              [this](const SessionState& state) { connection_->send(peersLineOf(state)); });
+    if (!request) return refuse("not a request of version " + std::to_string(controlVersion));
+    const auto sendPeers = [this](const SessionState& state) { connection_->send(peersLineOf(state)); };
+    switch (request->kind) {
+      case ControlRequest::Kind::announce:
+        server->actions_.announce();
+        return connection_->send(controlAnnouncedLine());
+      case ControlRequest::Kind::avatar:
+        return connection_->send(controlAvatarLine({request->key, server->actions_.avatarOf(request->key)}));
+      case ControlRequest::Kind::peers:
+        return server->hub_->inspect(sendPeers);
+      case ControlRequest::Kind::watch:
+        if (std::exchange(isWatching_, true)) return refuse("watching already");
+        return server->hub_->subscribe(weak_from_this(), sendPeers);
     }
   }
 
@@ -85,8 +86,8 @@ class ControlServer::Client final : public EventSink, public std::enable_shared_
   bool isWatching_ = false;
 };
 
-ControlServer::ControlServer(std::shared_ptr<EventHub> hub, std::function<void()> announce)
-    : hub_(std::move(hub)), announce_(std::move(announce)), queue_(DispatchQueue::serial("control")) {}
+ControlServer::ControlServer(std::shared_ptr<EventHub> hub, ControlActions actions)
+    : hub_(std::move(hub)), actions_(std::move(actions)), queue_(DispatchQueue::serial("control")) {}
 
 ControlServer::~ControlServer() = default;
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -15,15 +16,20 @@ class DispatchQueue;
 class LocalConnection;
 class LocalListener;
 
+/// What a host does for those who ask. Called on a thread of the pool while the server lives; a call under way keeps
+/// the server alive.
+struct ControlActions {
+  std::function<void()> announce;                               ///< says hello to all
+  std::function<std::string(const std::string& key)> avatarOf;  ///< a machine's picture as `VeskoPeer::avatar` has it
+};
+
 /// Answers the user's other programs for a host that runs: who is there, and what changes. Any thread.
 class ControlServer : public std::enable_shared_from_this<ControlServer> {
  public:
   /// Programs served at once; more are turned away.
   static constexpr std::size_t maximumConnections = 64;
 
-  /// `announce` says hello to all. It is called on a thread of the pool while the server lives, and a call under way
-  /// keeps the server alive.
-  ControlServer(std::shared_ptr<EventHub> hub, std::function<void()> announce);
+  ControlServer(std::shared_ptr<EventHub> hub, ControlActions actions);
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -40,7 +46,7 @@ class ControlServer : public std::enable_shared_from_this<ControlServer> {
   void remove(const Client& client);
 
   const std::shared_ptr<EventHub> hub_;
-  const std::function<void()> announce_;
+  const ControlActions actions_;
   const std::shared_ptr<DispatchQueue> queue_;
   std::unique_ptr<LocalListener> listener_;
   std::vector<std::shared_ptr<Client>> clients_;  // used on the queue

@@ -10,11 +10,8 @@ namespace {
 using Json = OrderedJson;
 
 Json objectOf(const ReadyEvent& event) {
-  return {{"event", "ready"},
-          {"version", eventVersion},
-          {"udpPort", event.udpPort},
-          {"tcpPort", event.tcpPort},
-          {"downloads", event.downloads}};
+  return {{"event", "ready"},         {"version", eventVersion},    {"udpPort", event.udpPort},
+          {"tcpPort", event.tcpPort}, {"httpPort", event.httpPort}, {"downloads", event.downloads}};
 }
 
 Json objectOf(const StartupFailureEvent& event) {

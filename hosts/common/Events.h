@@ -19,7 +19,8 @@ enum class TransferDirection : std::uint8_t { in, out };
 struct ReadyEvent {
   std::uint16_t udpPort = 0;
   std::uint16_t tcpPort = 0;
-  std::string downloads;  ///< where received items go
+  std::uint16_t httpPort = 0;  ///< of pictures; 0: there is none
+  std::string downloads;       ///< where received items go
 };
 
 /// An endpoint could not be opened.
@@ -47,7 +48,7 @@ struct PeerAppearedEvent {
   PeerView peer;
 };
 
-/// A machine that is known has been heard again.
+/// A machine that is known has been heard again, or its picture has arrived.
 struct PeerUpdatedEvent {
   PeerView peer;
 };

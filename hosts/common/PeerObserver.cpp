@@ -8,28 +8,35 @@ namespace {
 /// The picture itself is for who asks for it: events only tell whether there is one.
 std::string stateOfAvatar(const std::string& avatar) { return avatar.empty() || avatar == "loading" ? avatar : "png"; }
 
-}  // namespace
-
-PeerView& PeerObserver::refreshed(const std::string& key, const VeskoPeer& peer) {
-  PeerView& view = known_[key];
-  if (view.key.empty()) view.since = std::chrono::floor<std::chrono::seconds>(peer.lastActiveTime());
-  view.key = key;
+void refresh(PeerView& view, const VeskoPeer& peer) {
   view.ip = peer.ip();
   view.port = peer.port();
   view.systemSignature = peer.systemSignature();
   view.avatar = stateOfAvatar(peer.avatar());
-  return view;
 }
 
+}  // namespace
+
 void PeerObserver::peerDidAppear(const std::string& key, const std::shared_ptr<VeskoPeer>& peer) {
-  sink_->publish(PeerAppearedEvent{refreshed(key, *peer)});
+  const std::scoped_lock lock(mutex_);
+  PeerView& view = known_[key];
+  view.key = key;
+  view.since = std::chrono::floor<std::chrono::seconds>(peer->lastActiveTime());
+  refresh(view, *peer);
+  sink_->publish(PeerAppearedEvent{view});
 }
 
 void PeerObserver::peerDidUpdate(const std::string& key, const std::shared_ptr<VeskoPeer>& peer) {
-  sink_->publish(PeerUpdatedEvent{refreshed(key, *peer)});
+  const std::scoped_lock lock(mutex_);
+  // A picture may arrive while its user leaves.
+  const auto known = known_.find(key);
+  if (known == known_.end()) return;
+  refresh(known->second, *peer);
+  sink_->publish(PeerUpdatedEvent{known->second});
 }
 
 void PeerObserver::peerDidDisappear(const std::string& key) {
+  const std::scoped_lock lock(mutex_);
   if (auto known = known_.extract(key)) sink_->publish(PeerDisappearedEvent{std::move(known.mapped())});
 }
 

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "VeskoKit/VeskoServer.h"
@@ -9,7 +10,8 @@
 
 namespace vesko {
 
-/// Makes the events of a session out of what the service reports of other machines, on the service's queue.
+/// Makes the events of a session out of what the service reports of other machines. Any thread: pictures are reported
+/// on another one than hellos are.
 class PeerObserver final : public VeskoPeerDiscoveryDelegate {
  public:
   explicit PeerObserver(std::shared_ptr<EventSink> sink) : sink_(std::move(sink)) {}
@@ -19,10 +21,8 @@ class PeerObserver final : public VeskoPeerDiscoveryDelegate {
   void peerDidDisappear(const std::string& key) override;
 
  private:
-  /// What hosts show of `peer` by now.
-  PeerView& refreshed(const std::string& key, const VeskoPeer& peer);
-
   const std::shared_ptr<EventSink> sink_;
+  std::mutex mutex_;  // held while publishing too, so that events come in the order of what they tell
   std::map<std::string, PeerView> known_;
 };
 

@@ -29,17 +29,21 @@ std::string nameOfItems(const VeskoItems& items) {
   return items.front()->name() + (others > 0 ? " and " + std::to_string(others) + " more" : "");
 }
 
+/// The picture, as a data URL, of a machine that has one.
+std::string avatarIn(const VeskoServer& server, const std::string& key) {
+  const auto peer = server.peerWithKey(key);
+  return peer ? peer->avatar() : std::string();
+}
+
 }  // namespace
 
 Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std::shared_ptr<Clock> clock)
     : hub_(std::make_shared<EventHub>(std::move(sink))),
       settings_(std::move(settings)),
-      server_(std::make_shared<VeskoServer>(clock)),
+      server_(std::make_shared<VeskoServer>(settings_.port, settings_.port, clock)),
       peerObserver_(std::make_shared<PeerObserver>(hub_)),
       observer_(std::make_shared<TransferObserver>(hub_, server_, clock, settings_.incomingLimit)),
       announcer_(std::make_shared<Announcer>(server_)) {
-  server_->localUdpPort = settings_.port;
-  server_->localTcpPort = settings_.port;
   server_->downloadsFolder = settings_.downloadsFolder;
   server_->keepPartial = settings_.keepPartial;
   server_->application = std::make_shared<QuietApplication>();
@@ -62,9 +66,12 @@ bool Session::startReceiving() {
     hub_->release(std::move(failures));
     return false;
   }
-  control_ = std::make_shared<ControlServer>(hub_, [announcer = announcer_] { announcer->announce(); });
+  control_ = std::make_shared<ControlServer>(
+      hub_, ControlActions{[announcer = announcer_] { announcer->announce(); },
+                           [server = server_](const std::string& key) { return avatarIn(*server, key); }});
   control_->listen(settings_.port, controlObstacle_);
-  hub_->release({ReadyEvent{server_->localUdpPort, server_->boundTcpPort(), settings_.downloadsFolder}});
+  hub_->release({ReadyEvent{server_->localUdpPort, server_->boundTcpPort(), server_->boundHttpPort(),
+                            settings_.downloadsFolder}});
   announcer_->announce();
   announcer_->followInterfaces();
   return true;
@@ -81,10 +88,13 @@ bool Session::startLooking() {
 std::vector<Event> Session::startupFailures() const {
   std::vector<Event> failures;
   for (const auto& failed : server_->failedEndpoints()) {
-    failures.emplace_back(StartupFailureEvent{failed.endpoint, settings_.port, failed.message, failed.error.message()});
+    const auto port = static_cast<std::uint16_t>(settings_.port + (failed.endpoint == "http" ? 1 : 0));
+    failures.emplace_back(StartupFailureEvent{failed.endpoint, port, failed.message, failed.error.message()});
   }
   return failures;
 }
+
+std::string Session::avatarOf(const std::string& key) const { return avatarIn(*server_, key); }
 
 void Session::announce() { announcer_->announce(); }
 

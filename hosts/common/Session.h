@@ -70,6 +70,9 @@ class Session {
   /// The machines known and the transfers, running and ended. Any thread.
   [[nodiscard]] SessionState state() const { return hub_->state(); }
 
+  /// The picture of a machine as `VeskoPeer::avatar` has it; empty for a machine that is not known. Any thread.
+  [[nodiscard]] std::string avatarOf(const std::string& key) const;
+
   /// Why the user's other programs cannot ask this session; none when they can.
   [[nodiscard]] const std::error_code& controlObstacle() const noexcept { return controlObstacle_; }
 

@@ -1,6 +1,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include "Platform/Base64.h"
 #include "hosts/common/ControlServer.h"
 #include "tests/hosts/CliFixture.h"
 #include "tests/support/EventList.h"
@@ -41,10 +42,12 @@ class CliPeersTest : public CliTest {
   static constexpr std::uint16_t hostPort = 4000;
   std::shared_ptr<EventHub> hub_ = std::make_shared<EventHub>(std::make_shared<NoSink>());
   EventList announced_;
-  std::shared_ptr<ControlServer> host_ = std::make_shared<ControlServer>(hub_, [this] {
-    addPeer("Late at office", "10.0.0.9");
-    announced_.add("announced");
-  });
+  std::shared_ptr<ControlServer> host_ = std::make_shared<ControlServer>(
+      hub_, ControlActions{[this] {
+                             addPeer("Late at office", "10.0.0.9");
+                             announced_.add("announced");
+                           },
+                           [](const std::string& key) { return "data:image/png;base64," + base64Encoded(key); }});
   std::unique_ptr<Process> receiver_;
 };
 
@@ -113,6 +116,26 @@ TEST_F(CliPeersTest, ListsThemOnceOrForAsLongAsTheHostRuns) {
   EXPECT_EQ(resultOf(events).code, 0);
   host_.reset();
   EXPECT_EQ(resultOf(watch).code, 1);
+}
+
+TEST_F(CliPeersTest, SavesThePicturesThereAre) {
+  addPeer("Zoe at zoo", "10.0.0.2");
+  auto pictured = peerCalled("Anna at attic", "10.0.0.3");
+  pictured.ip = "10.0.0.3";
+  pictured.avatar = "png";
+  hub_->publish(PeerAppearedEvent{pictured});
+  folder_.write("pictures/10.0.0.3.png", "an older one");
+  const Arguments command{"peers", "--port", std::to_string(hostPort), "--save-avatars"};
+  auto arguments = command;
+  arguments.push_back(folder_.path("pictures"));
+  const auto result = run(arguments);
+  EXPECT_EQ(result.code, 0) << result.errors;
+  EXPECT_NE(result.output.find("10.0.0.3:"), std::string::npos);
+  EXPECT_EQ(folder_.entries("pictures"), std::vector<std::string>{"10.0.0.3.png"});
+  EXPECT_EQ(folder_.read("pictures/10.0.0.3.png"), "10.0.0.3") << "what the host gave for this key";
+  arguments = command;
+  arguments.push_back(folder_.path("pictures/10.0.0.3.png"));
+  EXPECT_EQ(run(arguments).code, 1);
 }
 
 TEST_F(CliTest, LooksAroundByItselfOnlyWhereItsPortIsFree) {

@@ -49,9 +49,12 @@ class ListSink final : public EventSink, public EventList {
 PeerView peer(const std::string& key) { return {key, "192.0.2.7", 4644, "Signature", "", {}}; }
 
 TEST(ControlMessage, TakesRequestsOfItsVersionAndNothingElse) {
-  using enum ControlRequest;
-  for (const auto request : {peers, watch, announce}) EXPECT_EQ(parseControlRequest(controlLine(request)), request);
-  EXPECT_EQ(parseControlRequest(R"({"version":1,"request":"peers","later":[{}]})"), peers);
+  using enum ControlRequest::Kind;
+  for (const auto& request :
+       {ControlRequest{peers}, ControlRequest{watch}, ControlRequest{announce}, ControlRequest{avatar, "10.0.0.2"}}) {
+    EXPECT_EQ(parseControlRequest(controlLine(request)), request);
+  }
+  EXPECT_EQ(parseControlRequest(R"({"version":1,"request":"peers","later":[{}]})"), ControlRequest{peers});
   for (const char* line :
        {"", "{", "null", "[]", "7", "\"peers\"", "{}", R"({"request":"peers"})", R"({"request":"peers","version":2})",
         R"({"request":"peers","version":"1"})", R"({"request":"peers","version":1.0})", R"({"request":1,"version":1})",
@@ -121,7 +124,8 @@ class ControlTest : public testing::Test {
   const std::shared_ptr<EventList> announced_ = std::make_shared<EventList>();
   const std::shared_ptr<EventHub> hub_ = std::make_shared<EventHub>(events_);
   std::shared_ptr<ControlServer> server_ =
-      std::make_shared<ControlServer>(hub_, [announced = announced_] { announced->add("hello"); });
+      std::make_shared<ControlServer>(hub_, ControlActions{[announced = announced_] { announced->add("hello"); },
+                                                           [](const std::string& key) { return "picture of " + key; }});
 };
 
 TEST_F(ControlTest, AClientHearsWhoIsThereAndWhatChanges) {
@@ -171,7 +175,7 @@ TEST_F(ControlTest, ListsTheHostsThatRun) {
   EXPECT_EQ(ControlClient::runningPorts(), std::vector<std::uint16_t>());
   listen();
   std::error_code error;
-  const auto second = std::make_shared<ControlServer>(hub_, [] {});
+  const auto second = std::make_shared<ControlServer>(hub_, ControlActions());
   second->listen(port, error);
   EXPECT_EQ(error, std::errc::address_in_use);
   second->listen(80, error);
@@ -188,10 +192,11 @@ TEST_F(ControlTest, TurnsAwayWhatIsNoRequest) {
     std::vector<std::string> lines;
     std::vector<std::string> beginnings;
   } cases[] = {
-      {{"{}", controlLine(ControlRequest::peers)}, {R"({"event":"error",)", "end"}},
+      {{"{}", controlLine({ControlRequest::Kind::peers})}, {R"({"event":"error",)", "end"}},
       {{std::string(controlRequestLimit, 'x')}, {R"({"event":"error",)", "end"}},
       {{std::string(controlRequestLimit + 1, 'x')}, {"end"}},
-      {{controlLine(ControlRequest::watch), controlLine(ControlRequest::peers), controlLine(ControlRequest::watch)},
+      {{controlLine({ControlRequest::Kind::watch}), controlLine({ControlRequest::Kind::peers}),
+        controlLine({ControlRequest::Kind::watch})},
        {controlPeersLine({}), controlPeersLine({}), R"({"event":"error",)", "end"}},
   };
   for (const auto& [lines, beginnings] : cases) {
@@ -211,7 +216,7 @@ TEST_F(ControlTest, ServesSoManyAtOnceAndOthersWhenTheyAreGone) {
   const auto isServed = [&] {
     const auto answers = std::make_shared<EventList>();
     connections.push_back(connect(answers));
-    connections.back()->send(controlLine(ControlRequest::peers));
+    connections.back()->send(controlLine({ControlRequest::Kind::peers}));
     EXPECT_TRUE(answers->waitFor("{"));
     return answers->all().front() == controlPeersLine({});
   };

@@ -25,7 +25,8 @@ TEST(EventJson, WritesEachEventAsOneLineWithItsFieldsInOrder) {
     Event event;
     std::string line;
   } cases[] = {
-      {ReadyEvent{4644, 4645, "/d"}, R"({"event":"ready","version":1,"udpPort":4644,"tcpPort":4645,"downloads":"/d"})"},
+      {ReadyEvent{1, 2, 3, "/d"},
+       R"({"event":"ready","version":1,"udpPort":1,"tcpPort":2,"httpPort":3,"downloads":"/d"})"},
       {StartupFailureEvent{"tcp", 4644, "m", "r"},
        R"({"event":"startupFailure","endpoint":"tcp","port":4644,"message":"m","reason":"r"})"},
       {PeerAppearedEvent{somePeer()}, R"({"event":"peerAppeared",)" + fieldsOfSomePeer + "}"},
@@ -74,7 +75,7 @@ TEST(EventJson, ReadsWhatItWritesOfPeers) {
   EXPECT_EQ(std::get<PeerAppearedEvent>(*parsePeerEvent(jsonLine(PeerAppearedEvent{early}))).peer, early);
   EXPECT_EQ(std::get<PeerUpdatedEvent>(*parsePeerEvent(jsonLine(PeerUpdatedEvent{early}))).peer, early);
   EXPECT_EQ(std::get<PeerDisappearedEvent>(*parsePeerEvent(jsonLine(PeerDisappearedEvent{early}))).peer, gone);
-  EXPECT_EQ(parsePeerEvent(jsonLine(ReadyEvent{1, 2, "/"})), std::nullopt);
+  EXPECT_EQ(parsePeerEvent(jsonLine(ReadyEvent{1, 2, 3, "/"})), std::nullopt);
 }
 
 TEST(EventJson, TakesNothingElseForAPeer) {

@@ -19,6 +19,9 @@ class LoopbackServer final : public VeskoServer {
   std::string getSystemSignature() override { return "S"; }
   std::vector<std::string> findBroadcastAddress() override { return {"127.0.0.1", "127.0.0.2"}; }
   bool isLocalPeer(const std::string& sender) override { return sender == "10.0.0.1"; }
+  void handleAvatar(const std::shared_ptr<VeskoPeer>& peer) override { ++asked[peer->key()]; }
+
+  std::map<std::string, int> asked;  ///< for pictures; the "broadcast" queue's
 };
 
 class PeerRecorder final : public VeskoPeerDiscoveryDelegate, public EventList {
@@ -41,10 +44,8 @@ class PeerRecorder final : public VeskoPeerDiscoveryDelegate, public EventList {
 class VeskoServerDiscoveryTest : public VeskoServerTest {
  protected:
   VeskoServerDiscoveryTest() {
-    server_ = std::make_shared<LoopbackServer>(clock_);
+    server_ = std::make_shared<LoopbackServer>(0, 0, clock_);
     server_->downloadsFolder = folder_.path("downloads");
-    server_->localTcpPort = 0;
-    server_->localUdpPort = 0;
     server_->defaultUdpPort = wellKnown_.port();
     server_->setDelegate(peers_);
   }

@@ -30,8 +30,6 @@ class VeskoServerTest : public testing::Test {
   VeskoServerTest() {
     folder_.write("sentinel", "untouched");
     server_->downloadsFolder = folder_.makeFolder("downloads");
-    server_->localUdpPort = 0;
-    server_->localTcpPort = 0;
     server_->setIncomingDelegate(recorder_);
     server_->setIncomingOutcomeDelegate(recorder_);
     Log::setSink(recorder_);
@@ -93,7 +91,7 @@ class VeskoServerTest : public testing::Test {
   TemporaryFolder folder_;
   std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
   std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
-  std::shared_ptr<VeskoServer> server_ = std::make_shared<VeskoServer>(clock_);
+  std::shared_ptr<VeskoServer> server_ = std::make_shared<VeskoServer>(0, 0, clock_);
 };
 
 }  // namespace vesko

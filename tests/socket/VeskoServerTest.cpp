@@ -78,7 +78,7 @@ TEST_F(VeskoServerTest, TransfersFromServiceToServiceAllAtOnce) {
   Log::setSink(nullptr);
   constexpr int count = 8;
   const TemporaryFolder source;
-  const auto sender = std::make_shared<VeskoServer>(clock_);
+  const auto sender = std::make_shared<VeskoServer>(0, 0, clock_);
   const auto sent = std::make_shared<Recorder>();
   server_->startServer();
   const auto peer = std::make_shared<VeskoPeer>("key", "127.0.0.1", server_->boundTcpPort(), "", midnight);

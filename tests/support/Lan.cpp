@@ -130,7 +130,7 @@ Process::Setup Lan::setupFor(int machine, std::vector<std::string> arguments) co
   constexpr auto script =
       R"(PATH=$PATH:/usr/sbin:/sbin; exec ip netns exec "$0" unshare --uts sh -c '
            [ ! -e /etc/machine-info ] || mount --bind /dev/null /etc/machine-info &&
-           hostname "$0" && XDG_RUNTIME_DIR=$1 && export XDG_RUNTIME_DIR && shift && exec "$@"' "$@")";
+           hostname "$0" && HOME=$1 XDG_RUNTIME_DIR=$1 && export HOME XDG_RUNTIME_DIR && shift && exec "$@"' "$@")";
   const auto name = nameOf(machine);
   arguments.insert(arguments.begin(), {"/bin/sh", "-c", script, spaceOf(name), name, folder_.path(name)});
   return {std::move(arguments), "", {"NO_COLOR=1"}, {}};

@@ -36,7 +36,10 @@ class Lan {
   /// Has ip(8) do what `lines` say, on a machine.
   void configure(int machine, const std::string& lines) const { configure(nameOf(machine), lines); }
 
-  /// What runs a program there, as a user who is logged in: with a folder for what runs.
+  /// The home of whoever works there.
+  [[nodiscard]] std::string homeOf(int machine) const { return folder_.path(nameOf(machine)); }
+
+  /// What runs a program there, as a user who is logged in: with that home, also for what runs.
   [[nodiscard]] Process::Setup setupFor(int machine, std::vector<std::string> arguments) const;
 
   /// Runs `task` in a machine's network, on a thread of its own. Sockets that it opens stay there.

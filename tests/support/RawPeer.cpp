@@ -97,6 +97,11 @@ RawListener::RawListener(bool listening) : descriptor_(makeSocket()) {
   port_ = ntohs(address.sin_port);
 }
 
+bool RawListener::hasWaiting() const {
+  pollfd waiting{.fd = descriptor_.get(), .events = POLLIN, .revents = 0};
+  return ::poll(&waiting, 1, 0) == 1;
+}
+
 RawConnection RawListener::accept() const {
   pollfd waiting{.fd = descriptor_.get(), .events = POLLIN, .revents = 0};
   if (::poll(&waiting, 1, patience * 1000) != 1) throw std::system_error(std::make_error_code(std::errc::timed_out));

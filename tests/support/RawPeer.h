@@ -42,6 +42,9 @@ class RawListener {
   [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
   [[nodiscard]] RawConnection accept() const;
 
+  /// True when a connection has come that was not accepted yet.
+  [[nodiscard]] bool hasWaiting() const;
+
  private:
   FileDescriptor descriptor_;
   std::uint16_t port_ = 0;

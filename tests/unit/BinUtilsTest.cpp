@@ -18,15 +18,7 @@ namespace {
 using namespace std::string_literals;
 using Values = std::vector<Unpackable>;
 
-// Two letters a byte.
-std::string hex(const Data& data) {
-  std::string text;
-  for (const auto byte : data.bytes()) {
-    text += "0123456789abcdef"[byte >> 4];
-    text += "0123456789abcdef"[byte & 15];
-  }
-  return text;
-}
+std::string hex(const Data& data) { return hexlify(data); }
 
 TEST(BinUtils, PacksAndUnpacksTheSameBytes) {
   const struct {
@@ -129,6 +121,52 @@ TEST(BinUtils, UnpackReportsWrongLengthsAndCharacters) {
 #endif
 }
 
+TEST(BinUtils, HexDigitsBothWays) {
+  const struct {
+    const char* text;
+    std::string bytes;
+    const char* again;
+  } cases[] = {
+      {"", "", ""},
+      {"  ", "", ""},
+      {"0a1B", "\x0a\x1b", "0a1b"},
+      {" d e\x20 ad  BE Ef ", "\xde\xad\xbe\xef", "deadbeef"},
+      {"00ff7F80", "\0\xff\x7f\x80"s, "00ff7f80"},
+  };
+  for (const auto& [text, bytes, again] : cases) {
+    EXPECT_EQ(unhexlify(text), Data(bytes)) << text;
+    EXPECT_EQ(hexlify(Data(bytes)), again);
+  }
+}
+
+TEST(BinUtils, UnhexlifySaysWhatIsNoDigit) {
+  const std::string other = "-- found non hex character at range ";
+  const struct {
+    std::string text;
+    std::string line;
+  } cases[] = {
+      {"0x10", other + "1..<2"},
+      {" a b g", other + "2..<3"},
+      {"ab\tcd", other + "2..<3"},
+      {"ab\n", other + "2..<3"},
+      {"\0"s, other + "0..<1"},
+      {"/:@G`g", other + "0..<1"},
+      {"a\u00a0b", other + "1..<2"},
+      {"aa\uff11", other + "2..<3"},
+      {"aa\ufb00", other + "2..<3"},
+      {"\xff", other + "0..<1"},
+      {"abc", "-- found odd number of hex characters: 3"},
+      {"a bc d g", other + "4..<5"},
+  };
+  for (const auto& [text, line] : cases) {
+    const auto log = std::make_shared<Recorder>();
+    Log::setSink(log);
+    EXPECT_EQ(unhexlify(text), std::nullopt) << text;
+    Log::setSink(nullptr);
+    EXPECT_EQ(log->all(), std::vector{line});
+  }
+}
+
 // Runs a mistake: stops with its message where assertions are on, else yields what the operation goes on with.
 #ifdef NDEBUG
 #define EXPECT_MISTAKE(expression, message, outcome) EXPECT_EQ(expression, outcome)
@@ -166,6 +204,19 @@ TEST(BinUtilsDeathTest, MistakesInValues) {
   }
   EXPECT_MISTAKE(unpack("<Bc", Data("\1\x80")), "failed: \n", Values{});
   EXPECT_MISTAKE(unpack("<B2s", Data("\1h\x81")), "failed: -- not a string: \\[104, 129\\]\n", Values{});
+}
+
+TEST(BinUtilsDeathTest, SubstringCountsUtf16) {
+  const std::string text = "a\u20ac\U0001f600z";
+  EXPECT_EQ(substring(text, 0, 5), text);
+  EXPECT_EQ(substring(text, 1, 2), "\u20ac");
+  EXPECT_EQ(substring(text, 2, 4), "\U0001f600");
+  EXPECT_EQ(substring(text, 4, 5), "z");
+  EXPECT_EQ(substring(text, 5, 5), "");
+  EXPECT_MISTAKE(substring(text, 5, 6), "no range of the text: 5..<6\n", "");
+  EXPECT_MISTAKE(substring(text, 2, 1), "no range of the text", "");
+  EXPECT_MISTAKE(substring(text, 3, 4), "no range of the text", "");
+  EXPECT_MISTAKE(substring(text, 0, std::string::npos), "no range of the text", "");
 }
 
 template <class T>

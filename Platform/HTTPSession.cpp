@@ -1,0 +1,318 @@
+#include "Platform/HTTPSession.h"
+
+#include <algorithm>
+#include <boost/asio/error.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/error.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <deque>
+#include <mutex>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Assert.h"
+#include "Platform/DispatchQueue.h"
+#include "Platform/SelectorEventLoop.h"
+#include "Platform/SelectorEventLoopContext.h"
+#include "Platform/SocketCalls.h"
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+
+namespace vesko {
+
+namespace {
+
+using asio::ip::tcp;
+using ErrorCode = boost::system::error_code;
+
+/// Of an answer's status line and fields; bytes. The servers we ask send a few hundred. What stands around the chunks
+/// of a body is held to it, too.
+constexpr std::size_t maximumHead = 8192;
+
+/// Requests beside those under way: more than a network has machines.
+constexpr std::size_t maximumWaiting = 65'536;
+
+/// Read at a time.
+constexpr std::size_t readLength = 16 * 1024;
+
+/// One that fits into a request line, and ends neither it nor the fields.
+bool isPath(std::string_view path) {
+  return path.starts_with('/') && std::ranges::all_of(path, [](char character) {
+           const auto byte = static_cast<unsigned char>(character);
+           return byte > 0x20 && byte != 0x7F;
+         });
+}
+
+std::string headOf(const HTTPRequest& request) {
+  return "GET " + request.path + " HTTP/1.1\r\nHost: " + request.host + ":" + std::to_string(request.port) +
+         "\r\nUser-Agent: Vesko/1.0\r\nConnection: close\r\n\r\n";
+}
+
+struct Job {
+  HTTPRequest request;
+  std::shared_ptr<DispatchQueue> queue;
+  HTTPSession::Completion completion;
+};
+
+}  // namespace
+
+class HTTPSession::Implementation : public std::enable_shared_from_this<Implementation> {
+ public:
+  Implementation(std::shared_ptr<SelectorEventLoop> loop, std::size_t maximumAtOnce)
+      : loop_(std::move(loop)), maximumAtOnce_(maximumAtOnce) {}
+  ~Implementation();
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+
+  void get(Job job);
+
+ private:
+  class Exchange;
+
+  void startSoon();
+  void startFirst();
+  void onEnd(const std::shared_ptr<Exchange>& exchange, Job job, std::optional<HTTPResponse> response);
+  void complete(Job job, std::optional<HTTPResponse> response);
+
+  const std::shared_ptr<SelectorEventLoop> loop_;  // first: what follows lives on it
+  const std::size_t maximumAtOnce_;
+
+  std::set<std::shared_ptr<Exchange>> exchanges_;  // on the loop's thread
+
+  std::mutex mutex_;  // of what follows
+  std::deque<Job> waiting_;
+  std::size_t starting_ = 0;  // those of them that the loop has been asked to start
+  std::size_t underWay_ = 0;
+};
+
+/// One request and its answer.
+///
+/// What the loop still has to do for it keeps it alive, also beyond its session, which it therefore asks for each time.
+class HTTPSession::Implementation::Exchange : public std::enable_shared_from_this<Exchange> {
+ public:
+  Exchange(const std::shared_ptr<Implementation>& session, Job job)
+      : session_(session),
+        socket_(contextOf(*session->loop_)),
+        timer_(contextOf(*session->loop_)),
+        job_(std::move(job)) {}
+
+  void start();
+
+  /// Ends without a word to anybody.
+  void abandon();
+
+ private:
+  using Parser = http::response_parser<http::string_body>;
+
+  [[nodiscard]] bool open();
+  void send(const ErrorCode& error);
+  void read();
+  void onBytes(ErrorCode error, std::size_t count);
+  void beginAnswer();
+  void parseNext(ErrorCode& error);
+  [[nodiscard]] bool isWhole() const;
+  [[nodiscard]] bool hasEnoughToParse() const;
+  [[nodiscard]] bool holdsTooMuch() const;
+  void end(std::optional<HTTPResponse> response);
+  void close();
+
+  const std::weak_ptr<Implementation> session_;
+  tcp::socket socket_;
+  asio::steady_timer timer_;
+  Job job_;
+  std::string head_;
+  beast::flat_buffer buffer_{maximumHead + readLength};
+  std::optional<Parser> parser_;
+  std::size_t headLength_ = 0;
+  bool hasEnded_ = false;
+};
+
+HTTPSession::Implementation::~Implementation() {
+  for (const auto& exchange : exchanges_) exchange->abandon();
+}
+
+void HTTPSession::Implementation::get(Job job) {
+  {
+    const std::scoped_lock lock(mutex_);
+    if (waiting_.size() < maximumWaiting) {
+      waiting_.push_back(std::move(job));
+      startSoon();
+      return;
+    }
+  }
+  complete(std::move(job), std::nullopt);
+}
+
+/// Never at once: a row of requests that fail on the spot would otherwise start each other ever deeper.
+void HTTPSession::Implementation::startSoon() {
+  if (starting_ == waiting_.size() || underWay_ + starting_ == maximumAtOnce_) return;
+  ++starting_;
+  asio::post(contextOf(*loop_), [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->startFirst();
+  });
+}
+
+void HTTPSession::Implementation::startFirst() {
+  std::shared_ptr<Exchange> exchange;
+  {
+    const std::scoped_lock lock(mutex_);
+    exchange = std::make_shared<Exchange>(shared_from_this(), std::move(waiting_.front()));
+    waiting_.pop_front();
+    --starting_;
+    ++underWay_;
+  }
+  exchanges_.insert(exchange);
+  exchange->start();
+}
+
+void HTTPSession::Implementation::onEnd(const std::shared_ptr<Exchange>& exchange, Job job,
+                                        std::optional<HTTPResponse> response) {
+  exchanges_.erase(exchange);
+  complete(std::move(job), std::move(response));
+  const std::scoped_lock lock(mutex_);
+  --underWay_;
+  startSoon();
+}
+
+void HTTPSession::Implementation::complete(Job job, std::optional<HTTPResponse> response) {
+  job.queue->async(
+      [alive = weak_from_this(), completion = std::move(job.completion), response = std::move(response)]() mutable {
+        if (!alive.expired()) completion(std::move(response));
+      });
+}
+
+void HTTPSession::Implementation::Exchange::start() {
+  ErrorCode error;
+  const auto address = asio::ip::make_address_v4(job_.request.host, error);
+  if (error || !isPath(job_.request.path) || !open()) {
+    end(std::nullopt);
+    return;
+  }
+  beginAnswer();
+  head_ = headOf(job_.request);
+  timer_.expires_after(job_.request.patience);
+  timer_.async_wait([self = shared_from_this()](const ErrorCode& failure) {
+    if (!failure) self->end(std::nullopt);
+  });
+  socket_.async_connect({address, job_.request.port},
+                        [self = shared_from_this()](const ErrorCode& failure) { self->send(failure); });
+}
+
+bool HTTPSession::Implementation::Exchange::open() {
+  std::error_code error;
+  FileDescriptor descriptor = SocketCalls::makeStream(error);
+  if (error) return false;
+  ErrorCode unwatched;
+  socket_.assign(tcp::v4(), descriptor.get(), unwatched);
+  if (unwatched) return false;
+  (void)descriptor.release();
+  return true;
+}
+
+void HTTPSession::Implementation::Exchange::abandon() {
+  job_ = {};
+  hasEnded_ = true;
+  close();
+}
+
+void HTTPSession::Implementation::Exchange::close() {
+  ErrorCode ignored;  // the descriptor is gone in any case
+  socket_.close(ignored);
+  timer_.cancel();
+}
+
+void HTTPSession::Implementation::Exchange::send(const ErrorCode& error) {
+  if (error) {
+    end(std::nullopt);
+    return;
+  }
+  asio::async_write(socket_, asio::buffer(head_),
+                    [self = shared_from_this()](const ErrorCode& failure, std::size_t /*count*/) {
+                      failure ? self->end(std::nullopt) : self->read();
+                    });
+}
+
+void HTTPSession::Implementation::Exchange::read() {
+  socket_.async_read_some(
+      buffer_.prepare(readLength),
+      [self = shared_from_this()](const ErrorCode& error, std::size_t count) { self->onBytes(error, count); });
+}
+
+void HTTPSession::Implementation::Exchange::beginAnswer() {
+  parser_.emplace();
+  parser_->header_limit(maximumHead);
+  parser_->body_limit(job_.request.maximumBody);
+  headLength_ = 0;
+}
+
+void HTTPSession::Implementation::Exchange::onBytes(ErrorCode error, std::size_t count) {
+  buffer_.commit(count);
+  const bool isEnd = error == asio::error::eof;
+  if (isEnd) error = {};
+  while (!error && !isWhole() && hasEnoughToParse()) parseNext(error);
+  if (error == http::error::need_more) error = {};
+  if (!error && isEnd && parser_->got_some()) parser_->put_eof(error);
+  if (!error && isWhole()) {
+    end(HTTPResponse{static_cast<int>(parser_->get().result_int()), std::move(parser_->get().body())});
+  } else if (error || isEnd || holdsTooMuch()) {
+    end(std::nullopt);
+  } else {
+    read();
+  }
+}
+
+void HTTPSession::Implementation::Exchange::parseNext(ErrorCode& error) {
+  if (parser_->is_done()) beginAnswer();  // after an interim one
+  const bool isHead = !parser_->is_header_done();
+  const std::size_t used = parser_->put(buffer_.data(), error);
+  buffer_.consume(used);
+  if (isHead) headLength_ += used;
+  if (headLength_ > maximumHead) error = http::error::header_limit;
+}
+
+bool HTTPSession::Implementation::Exchange::isWhole() const {
+  return parser_->is_done() && parser_->get().result_int() >= 200;
+}
+
+/// The parser relies on a last chunk, which has five bytes, to be there in full; no other part of a chunked body has
+/// fewer behind its beginning.
+bool HTTPSession::Implementation::Exchange::hasEnoughToParse() const {
+  constexpr std::size_t lastChunk = 5;
+  const bool isInChunks = parser_->is_header_done() && parser_->chunked();
+  return buffer_.size() >= (isInChunks ? lastChunk : 1);
+}
+
+/// The parser takes whole fields away, and bounds only what is left; the bound on all of them is kept here.
+bool HTTPSession::Implementation::Exchange::holdsTooMuch() const {
+  return (parser_->is_header_done() ? 0 : headLength_) + buffer_.size() >= maximumHead;
+}
+
+void HTTPSession::Implementation::Exchange::end(std::optional<HTTPResponse> response) {
+  if (std::exchange(hasEnded_, true)) return;
+  close();
+  if (const auto session = session_.lock()) {
+    session->onEnd(shared_from_this(), std::move(job_), std::move(response));
+  }
+}
+
+HTTPSession::HTTPSession(std::shared_ptr<SelectorEventLoop> loop, std::size_t maximumAtOnce)
+    : implementation_(std::make_shared<Implementation>(std::move(loop), maximumAtOnce)) {
+  if (maximumAtOnce == 0) assertionFailure("HTTPSession: no request could ever start");
+}
+
+HTTPSession::~HTTPSession() = default;
+
+void HTTPSession::get(HTTPRequest request, std::shared_ptr<DispatchQueue> queue, Completion completion) {
+  implementation_->get({std::move(request), std::move(queue), std::move(completion)});
+}
+
+}  // namespace vesko

@@ -1,0 +1,15 @@
+#pragma once
+
+namespace boost::asio {
+class io_context;
+}  // namespace boost::asio
+
+namespace vesko {
+
+class SelectorEventLoop;
+
+/// What runs the handlers of `loop`, for the sources of `Platform/`, which alone know its type. Lives as long as
+/// `loop`.
+[[nodiscard]] boost::asio::io_context& contextOf(SelectorEventLoop& loop) noexcept;
+
+}  // namespace vesko
