@@ -46,10 +46,11 @@ std::optional<Data> unhexlify(std::string_view text) {
       Log::line("-- found non hex character at range", range);
       return std::nullopt;
     }
-    if (count++ % 2 == 0)
+    if (count++ % 2 == 0) {
       bytes += static_cast<char>(digit << 4);
-    else
+    } else {
       bytes.back() = static_cast<char>(static_cast<std::uint8_t>(bytes.back()) | digit);
+    }
   }
   if (count % 2 != 0) {
     Log::line("-- found odd number of hex characters:", count);

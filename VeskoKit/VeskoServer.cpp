@@ -23,7 +23,8 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
     : localTcpPort(tcpPort),
       localUdpPort(udpPort),
       broadcastQueue_(DispatchQueue::serial("broadcast", clock ? clock : Clock::system())),
-      incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())) {
+      incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())),
+      pictureQueue_(DispatchQueue::serial("pictures")) {
   makeAvatarEndpoint();
 }
 

@@ -221,6 +221,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
 
   const std::shared_ptr<DispatchQueue> broadcastQueue_;
   const std::shared_ptr<DispatchQueue> incomingQueue_;
+  const std::shared_ptr<DispatchQueue> pictureQueue_;
   std::shared_ptr<SelectorEventLoop> loop_;
   std::unique_ptr<AvatarEndpoint> server_;
   std::unique_ptr<HTTPSession> avatarRequests_;

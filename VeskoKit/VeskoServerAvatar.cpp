@@ -52,9 +52,10 @@ void VeskoServer::handleAvatar(const std::shared_ptr<VeskoPeer>& peer) {
   const auto port = avatarPortOf(peer->port());
   if (!port || !peer->avatar().empty()) return;
   peer->setAvatar("loading");
-  // Taken apart where that keeps nobody waiting: a picture may be large.
-  avatarRequests_->get({peer->ip(), *port, AvatarEndpoint::path, maximumPicture, fetchPatience},
-                       DispatchQueue::global(), [weak = weak_from_this(), peer](std::optional<HTTPResponse> response) {
+  // Taken apart where that keeps nobody waiting, and one after the other: a picture may be small on its way and large
+  // in memory.
+  avatarRequests_->get({peer->ip(), *port, AvatarEndpoint::path, maximumPicture, fetchPatience}, pictureQueue_,
+                       [weak = weak_from_this(), peer](std::optional<HTTPResponse> response) {
                          if (!response || response->status != statusOk) return;
                          if (!isSanePng(response->body, maximumSide)) return;
                          const auto self = weak.lock();
