@@ -2,9 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <string_view>
@@ -125,20 +127,24 @@ std::vector<std::string> accountPicturePaths() {
 }
 
 struct AccountPicture::Cache {
+  std::function<std::vector<std::string>()> findPaths;
   std::mutex mutex;
-  std::vector<PictureFile> files;
+  std::map<std::string, PictureFile> files;  // by path
 };
 
-AccountPicture::AccountPicture(std::vector<std::string> paths) : cache_(std::make_unique<Cache>()) {
-  for (auto& path : paths) cache_->files.emplace_back(std::move(path));
+AccountPicture::AccountPicture(std::function<std::vector<std::string>()> findPaths)
+    : cache_(std::make_unique<Cache>()) {
+  cache_->findPaths = std::move(findPaths);
 }
 
 AccountPicture::~AccountPicture() = default;
 
 std::optional<std::string> AccountPicture::png() {
   const std::scoped_lock lock(cache_->mutex);
-  for (auto& file : cache_->files) {
-    if (const auto& png = file.png()) return png;
+  const auto paths = cache_->findPaths();
+  std::erase_if(cache_->files, [&](const auto& file) { return std::ranges::find(paths, file.first) == paths.end(); });
+  for (const auto& path : paths) {
+    if (const auto& png = cache_->files.try_emplace(path, path).first->second.png()) return png;
   }
   return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,11 +12,13 @@ namespace vesko {
 /// `.face` and `.face.icon` of the home folder.
 [[nodiscard]] std::vector<std::string> accountPicturePaths();
 
-/// The current user's picture as PNG, from the first of `paths` that holds one; none when none does. Looks at the files
-/// anew with each call, and decodes one again only when its size or its time of modification has changed. Any thread.
+/// The current user's picture as PNG, from the first path that holds one; none when none does. Looks for the paths and
+/// at their files anew with each call, and decodes one again only when its size or its time of modification has
+/// changed. Any thread.
 class AccountPicture {
  public:
-  explicit AccountPicture(std::vector<std::string> paths = accountPicturePaths());
+  /// `findPaths` tells where the picture may be.
+  explicit AccountPicture(std::function<std::vector<std::string>()> findPaths = accountPicturePaths);
   ~AccountPicture();
   AccountPicture(const AccountPicture&) = delete;
   AccountPicture& operator=(const AccountPicture&) = delete;

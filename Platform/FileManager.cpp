@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -98,6 +99,12 @@ std::string downloadsDirectory(const std::string& home, const std::string& confi
 
 std::string downloadsDirectory(std::error_code& error) {
   return downloadsDirectory(environmentValue("HOME"), environmentValue("XDG_CONFIG_HOME"), error);
+}
+
+std::optional<std::string> contentsAtPath(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return std::nullopt;
+  return std::string{std::istreambuf_iterator<char>(file), {}};
 }
 
 void replaceFileAtPath(const std::string& path, std::string_view bytes, std::error_code& error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -21,6 +22,9 @@ void createDirectoryAtPath(const std::string& path, std::error_code& error);
 
 /// The same for the environment of this process.
 [[nodiscard]] std::string downloadsDirectory(std::error_code& error);
+
+/// All bytes of the file at `path`, which is a small one of the system's; none when it cannot be opened. Any thread.
+[[nodiscard]] std::optional<std::string> contentsAtPath(const std::string& path);
 
 /// Puts a file with these bytes at `path`, in place of what may be there; until it is whole, that stays. Any thread.
 void replaceFileAtPath(const std::string& path, std::string_view bytes, std::error_code& error);

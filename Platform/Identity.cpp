@@ -4,10 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <iterator>
 
 #include "Platform/Account.h"
+#include "Platform/FileManager.h"
 #include "Platform/TextEncoding.h"
 
 namespace vesko::Identity {
@@ -59,8 +58,7 @@ std::string fullUserName() {
 }
 
 std::string computerName() {
-  std::ifstream file("/etc/machine-info", std::ios::binary);
-  const std::string contents{std::istreambuf_iterator<char>(file), {}};
+  const std::string contents = FileManager::contentsAtPath("/etc/machine-info").value_or("");
   std::string name = assignedValue(contents, "PRETTY_HOSTNAME");
   if (name.empty()) name = withReplacements(hostName());
   return name.empty() ? "localhost" : name;

@@ -15,6 +15,9 @@ struct InterfaceAddress {
   bool isRunning = false;  ///< has a link
   bool isLoopback = false;
 
+  /// True when other machines may be reached by it: it is up and running, and neither loopback nor without a netmask.
+  [[nodiscard]] bool isUsable() const noexcept { return isUp && isRunning && !isLoopback && !netmask.empty(); }
+
   friend bool operator==(const InterfaceAddress&, const InterfaceAddress&) = default;
 };
 

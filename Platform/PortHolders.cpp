@@ -4,12 +4,11 @@
 #include <array>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
 #include "Platform/Account.h"
+#include "Platform/FileManager.h"
 
 namespace vesko {
 namespace {
@@ -40,10 +39,7 @@ bool holdsPort(std::string_view local, std::uint16_t port) {
   return address.size() == shortAddress || isEverything || isMapped;
 }
 
-std::string contentsOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
+std::string contentsOf(const std::string& path) { return FileManager::contentsAtPath(path).value_or(""); }
 
 std::string nameOfUser(std::uint32_t user) {
   std::error_code unknown;

@@ -13,9 +13,7 @@ std::optional<std::string> NetworkTools::getCBUserImage() { return AccountPictur
 std::vector<NetworkTools::InterfaceEntry> NetworkTools::getIFAddresses() {
   std::vector<InterfaceEntry> entries;
   for (auto& one : NetworkInterfaces::all()) {
-    if (one.isUp && one.isRunning && !one.isLoopback && !one.netmask.empty()) {
-      entries.push_back({std::move(one.name), std::move(one.address), std::move(one.netmask)});
-    }
+    if (one.isUsable()) entries.push_back({std::move(one.name), std::move(one.address), std::move(one.netmask)});
   }
   return entries;
 }

@@ -46,11 +46,6 @@ bool EventQueue::isInterrupted() const {
   return isInterrupted_;
 }
 
-bool EventQueue::isFinished() const {
-  const std::scoped_lock lock(mutex_);
-  return isFinished_;
-}
-
 std::optional<Event> EventQueue::nextWaiting() {
   const std::scoped_lock lock(mutex_);
   return takeFirst();

@@ -29,7 +29,6 @@ class EventQueue : public EventSink {
   [[nodiscard]] std::optional<Event> next(std::optional<std::chrono::steady_clock::time_point> deadline);
 
   [[nodiscard]] bool isInterrupted() const;
-  [[nodiscard]] bool isFinished() const;
 
   /// The oldest event; none when there is none.
   [[nodiscard]] std::optional<Event> nextWaiting();

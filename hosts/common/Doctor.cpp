@@ -11,10 +11,6 @@ namespace {
 
 using Level = Finding::Level;
 
-bool isUsable(const InterfaceAddress& interface) {
-  return interface.isUp && interface.isRunning && !interface.isLoopback && !interface.netmask.empty();
-}
-
 bool leadsToMachines(InterfaceKind kind) { return kind != InterfaceKind::container && kind != InterfaceKind::tunnel; }
 
 const char* nameOf(InterfaceKind kind) {
@@ -47,7 +43,7 @@ Finding findingAboutUnusable(const InterfaceAddress& interface) {
 
 Finding findingAboutInterface(const InterfaceAddress& interface, InterfaceKind kind) {
   Finding finding;
-  if (!isUsable(interface)) {
+  if (!interface.isUsable()) {
     finding = findingAboutUnusable(interface);
   } else {
     const NetInfo info = infoOf(interface);
@@ -132,7 +128,7 @@ std::vector<Finding> findingsAboutInterfaces(const std::vector<InterfaceAddress>
     if (interface.isLoopback) continue;
     const InterfaceKind kind = kindOf(interface.name);
     findings.push_back(findingAboutInterface(interface, kind));
-    if (!isUsable(interface)) continue;
+    if (!interface.isUsable()) continue;
     usable.push_back(interface);
     leadsSomewhere = leadsSomewhere || (leadsToMachines(kind) && hasBroadcast(interface));
   }
@@ -211,7 +207,7 @@ std::vector<FirewallProbe> firewallProbes(const std::vector<InterfaceAddress>& i
                                           const KindOfInterface& kindOf, const std::vector<ServicePort>& ports) {
   std::vector<FirewallProbe> probes;
   for (auto interface : interfaces) {
-    if (!isUsable(interface) || !leadsToMachines(kindOf(interface.name))) continue;
+    if (!interface.isUsable() || !leadsToMachines(kindOf(interface.name))) continue;
     interface.name = deviceOf(interface);
     const auto isThis = [&](const FirewallProbe& probe) { return probe.interface.name == interface.name; };
     if (std::ranges::any_of(probes, isThis)) continue;

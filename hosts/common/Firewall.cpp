@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "Platform/Command.h"
+#include "Platform/FileManager.h"
 #include "Platform/Identity.h"
 
 namespace vesko {
@@ -15,12 +14,6 @@ namespace {
 
 /// A firewall's program answers within a second; one that does not has something wrong that is not ours to wait for.
 constexpr std::chrono::seconds patience{5};
-
-std::optional<std::string> contentsOf(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
-  return std::string{std::istreambuf_iterator<char>(file), {}};
-}
 
 /// What a program prints, without the line's end; none when it fails.
 std::optional<std::string> answerOf(const std::vector<std::string>& command) {
@@ -120,10 +113,11 @@ bool FirewallFacts::isUfwActive() const { return Identity::assignedValue(ufwSett
 FirewallFacts readFirewallFacts(const std::vector<std::string>& interfaces) {
   FirewallFacts facts;
   readNftables(facts);
-  facts.hasLegacyRules = contentsOf("/proc/net/ip_tables_names").value_or("").find("filter") != std::string::npos;
-  facts.ufwSettings = contentsOf("/etc/ufw/ufw.conf").value_or("");
-  facts.ufwDefaults = contentsOf("/etc/default/ufw").value_or("");
-  facts.ufwRules = contentsOf("/etc/ufw/user.rules");
+  facts.hasLegacyRules =
+      FileManager::contentsAtPath("/proc/net/ip_tables_names").value_or("").find("filter") != std::string::npos;
+  facts.ufwSettings = FileManager::contentsAtPath("/etc/ufw/ufw.conf").value_or("");
+  facts.ufwDefaults = FileManager::contentsAtPath("/etc/default/ufw").value_or("");
+  facts.ufwRules = FileManager::contentsAtPath("/etc/ufw/user.rules");
   readFirewalld(facts, interfaces);
   return facts;
 }

@@ -29,9 +29,16 @@ TEST(AccountPicture, TakesTheFirstFileThatIsAPicture) {
   ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
   folder.write("large", red);
   std::filesystem::resize_file(folder.path("large"), (16U << 20) + 1);
-  AccountPicture picture({folder.path("missing"), folder.makeFolder("folder"), folder.path("pipe"), "/dev/zero",
-                          folder.write("text", "no picture"), folder.write("empty", ""), folder.path("large"),
-                          folder.path("first"), folder.path("second")});
+  const std::vector<std::string> paths = {folder.path("missing"),
+                                          folder.makeFolder("folder"),
+                                          folder.path("pipe"),
+                                          "/dev/zero",
+                                          folder.write("text", "no picture"),
+                                          folder.write("empty", ""),
+                                          folder.path("large"),
+                                          folder.path("first"),
+                                          folder.path("second")};
+  AccountPicture picture([&] { return paths; });
   EXPECT_EQ(picture.png(), std::nullopt);
   folder.write("second", red);
   EXPECT_EQ(picture.png(), encoded(red));
@@ -53,7 +60,10 @@ TEST(AccountPicture, DecodesAFileAgainOnlyWhenItChanged) {
     folder.write("picture", contents);
     std::filesystem::last_write_time(path, when);
   };
-  AccountPicture picture({path});
+  std::vector<std::string> paths;
+  AccountPicture picture([&] { return paths; });
+  EXPECT_EQ(picture.png(), std::nullopt);
+  paths = {path};
   EXPECT_EQ(picture.png(), encoded(red));
   writeAt(green, time);
   EXPECT_EQ(picture.png(), encoded(red));
