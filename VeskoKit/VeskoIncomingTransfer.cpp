@@ -53,6 +53,8 @@ class VeskoIncomingTransfer::SocketEvents final : public GCDAsyncSocketDelegate 
   std::weak_ptr<VeskoIncomingTransfer> transfer_;
 };
 
+void VeskoIncomingTransferGuard::incomingTransferAwaitsDecision(VeskoIncomingTransfer& transfer) { transfer.proceed(); }
+
 VeskoIncomingTransfer::VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
                                              std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
                                              std::shared_ptr<DispatchQueue> queue,
@@ -118,6 +120,10 @@ void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
   totalSize = metadata.totalSize;
   Log::line("Incoming transfer elements=", metadata.elementCount, metadata.totalSize);
   reportProgress(0, 0);
+  if (totalSize > settings_.maximumSize) {
+    fail(VeskoFailureReason::limit, {});
+    return;
+  }
   doNextFile();
 }
 
@@ -170,9 +176,43 @@ void VeskoIncomingTransfer::didReadName() {
 void VeskoIncomingTransfer::didReadSize(const Data& data) {
   const std::uint64_t sizeField = TransferStream::decodeSizeField(data);
   Log::line("Incoming item size: ", sizeField);
-  const bool isFolder = sizeField == TransferStream::folderMark;
-  currentElementSize = isFolder ? 0 : sizeField;
-  if (isFolder ? prepareFolder() : prepareBody()) doNextChunk();
+  isFolder_ = sizeField == TransferStream::folderMark;
+  currentElementSize = isFolder_ ? 0 : sizeField;
+  if (settings_.guard && decision_ == Decision::open) {
+    decision_ = Decision::awaited;
+    settings_.guard->incomingTransferAwaitsDecision(*this);
+  } else {
+    takeElement();
+  }
+}
+
+template <class Act>
+void VeskoIncomingTransfer::decide(Act act) {
+  queue_->async([self = shared_from_this(), act] {
+    if (self->ended_ || self->decision_ != Decision::awaited) return;
+    self->decision_ = Decision::made;
+    act(*self);
+  });
+}
+
+void VeskoIncomingTransfer::proceed(std::uint64_t maximumSize) {
+  decide([maximumSize](VeskoIncomingTransfer& self) {
+    self.settings_.maximumSize = std::min(self.settings_.maximumSize, maximumSize);
+    self.takeElement();
+  });
+}
+
+void VeskoIncomingTransfer::refuse() {
+  decide([](VeskoIncomingTransfer& self) { self.fail(VeskoFailureReason::refused, {}); });
+}
+
+void VeskoIncomingTransfer::takeElement() {
+  // What is announced binds nobody: each body counts before its first byte is read.
+  if (currentElementSize > settings_.maximumSize - byteFinished) {
+    fail(VeskoFailureReason::limit, {});
+    return;
+  }
+  if (isFolder_ ? prepareFolder() : prepareBody()) doNextChunk();
 }
 
 bool VeskoIncomingTransfer::prepareFolder() {
@@ -300,7 +340,7 @@ void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operatio
   if (ended_) return;
   auto outcome = reason == VeskoFailureReason::cancelled
                      ? TransferFailure::cancelled()
-                     : TransferFailure::make(reason, std::move(operation), error, currentName());
+                     : TransferFailure::make(reason, std::move(operation), error, buffer_ ? "" : currentName());
   if (socket_) socket_->disconnectWithReset();
   if (std::exchange(currentFile_, nullptr)) storage_->discardLastFile();
   if (settings_.keepPartial) {

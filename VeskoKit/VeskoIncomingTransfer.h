@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,10 +55,29 @@ class VeskoIncomingTransferDelegate {
   virtual void incomingTransferDidSaveItems(VeskoIncomingTransfer& /*transfer*/, const std::string& /*path*/) {}
 };
 
+/// Decides who and what is let in. Called on the queue that all incoming transfers of a service share: what takes long
+/// belongs elsewhere.
+class VeskoIncomingTransferGuard {
+ public:
+  virtual ~VeskoIncomingTransferGuard() = default;
+
+  /// A connection has come from `address` (IPv4, dotted decimal). False: it is reset before anything is read, and
+  /// nobody hears of a transfer.
+  [[nodiscard]] virtual bool admitsConnectionFrom(const std::string& /*address*/) { return true; }
+
+  /// The header of a transfer's first element has arrived, and nothing is stored yet. The transfer reads nothing more
+  /// until its `proceed` or `refuse` is called, here or later. Once; never for a transfer without elements.
+  virtual void incomingTransferAwaitsDecision(VeskoIncomingTransfer& transfer);
+};
+
 /// What a service decides for its incoming transfers.
 struct VeskoIncomingTransferSettings {
-  std::string downloadsFolder;  ///< where items go; empty: the current user's downloads folder
-  bool keepPartial = false;     ///< keep what had fully arrived when a transfer fails
+  static constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
+
+  std::string downloadsFolder;            ///< where items go; empty: the current user's downloads folder
+  bool keepPartial = false;               ///< keep what had fully arrived when a transfer fails
+  std::uint64_t maximumSize = unlimited;  ///< bytes of all bodies; one that announces or brings more fails
+  std::shared_ptr<VeskoIncomingTransferGuard> guard;
   std::shared_ptr<VeskoTransferOutcomeDelegate> outcomeDelegate;
 };
 
@@ -118,6 +138,12 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// removed (or kept, by the settings), and the outcome is "cancelled". Any thread.
   void cancel();
 
+  /// The guard's answer: the transfer goes on, to bring at most `maximumSize` bytes or what the settings say, if that
+  /// is less; or it ends in the outcome "refused", and the connection is reset. Without effect while no decision is
+  /// awaited. Any thread.
+  void proceed(std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited);
+  void refuse();
+
   /// True from the outcome on. Any thread.
   [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
@@ -138,11 +164,16 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
  private:
   class SocketEvents;
 
+  enum class Decision : std::uint8_t { open, awaited, made };
+
   void didReadMetadata(const Data& data);
   void didReadNameByte(const Data& data);
   void didReadName();
   void didReadSize(const Data& data);
   void didReadBody(const Data& data);
+  template <class Act>
+  void decide(Act act);
+  void takeElement();
   [[nodiscard]] bool prepareFolder();
   [[nodiscard]] bool prepareBody();
   [[nodiscard]] bool accept(std::error_code error, bool dropped);
@@ -171,6 +202,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::shared_ptr<FileHandle> currentFile_;
   std::shared_ptr<FileHandle> droppedBody_;  // where the body of an element goes that could not be created
   std::optional<std::string> buffer_;        // the text being received
+  bool isFolder_ = false;                    // the current element
+  Decision decision_ = Decision::open;
   std::vector<VeskoSkippedElement> dropped_;
   std::size_t droppedCount_ = 0;
   std::atomic<bool> ended_{false};

@@ -80,6 +80,11 @@ void VeskoServer::setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcom
   incomingOutcomeDelegate_ = std::move(delegate);
 }
 
+void VeskoServer::setIncomingGuard(std::shared_ptr<VeskoIncomingTransferGuard> guard) {
+  const std::scoped_lock lock(mutex_);
+  incomingGuard_ = std::move(guard);
+}
+
 std::vector<std::shared_ptr<VeskoTransfer>> VeskoServer::pendingTransfers() const {
   const std::scoped_lock lock(mutex_);
   return pendingTransfers_;

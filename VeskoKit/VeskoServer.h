@@ -101,6 +101,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Keep what had fully arrived when an incoming transfer fails. Set it before `startServer`.
   bool keepPartial = false;
 
+  /// Bytes that one incoming transfer may announce or bring. Set it before `startServer`.
+  std::uint64_t maximumIncomingSize = VeskoIncomingTransferSettings::unlimited;
+
   /// The program's user interface, for alerts; without one they go to standard error. Set it before `startServer`.
   std::shared_ptr<NSApp> application;
 
@@ -110,6 +113,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// The observers given to each new incoming transfer. Any thread; they count for connections accepted from now on.
   void setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate);
   void setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate);
+
+  /// Who decides what is let in; without one everything is. Any thread; it counts for connections accepted from now on.
+  void setIncomingGuard(std::shared_ptr<VeskoIncomingTransferGuard> guard);
 
   /// Sweeps the storage folders of dead transfers and opens the endpoints. One that cannot be opened is shown to the
   /// user and listed in `failedEndpoints`; the start goes on with the next.
@@ -237,6 +243,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   PeerTable peers_;
   std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate_;
   std::shared_ptr<VeskoTransferOutcomeDelegate> incomingOutcomeDelegate_;
+  std::shared_ptr<VeskoIncomingTransferGuard> incomingGuard_;
   std::vector<std::shared_ptr<VeskoTransfer>> pendingTransfers_;
   std::vector<std::shared_ptr<VeskoIncomingTransfer>> pendingIncomingTransfers_;
 };

@@ -37,12 +37,18 @@ void VeskoServer::startListener() {
 }
 
 void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::shared_ptr<GCDAsyncSocket> newSocket) {
-  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, nullptr};
+  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize, nullptr, nullptr};
   std::shared_ptr<VeskoIncomingTransferDelegate> delegate;
   {
     const std::scoped_lock lock(mutex_);
     delegate = incomingDelegate_;
     settings.outcomeDelegate = incomingOutcomeDelegate_;
+    settings.guard = incomingGuard_;
+  }
+  if (settings.guard && !settings.guard->admitsConnectionFrom(newSocket->connectedHost())) {
+    // A close in good order would tell the sender that all is well.
+    newSocket->disconnectWithReset();
+    return;
   }
   auto transfer = VeskoIncomingTransfer::make(std::move(newSocket), generateRandomStringWithLength(keyLength),
                                               std::move(delegate), incomingQueue_, std::move(settings));

@@ -40,6 +40,7 @@ void Console::print(std::string_view text) {
   clearBar();
   const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
   if (!isWritten) outputFailed_ = true;
+  showQuestion();
 }
 
 std::string Console::inColour(Colour colour, std::string_view text) const {
@@ -48,9 +49,30 @@ std::string Console::inColour(Colour colour, std::string_view text) const {
   return codes.at(static_cast<std::size_t>(colour)) + std::string(text) + "\033[0m";
 }
 
-void Console::note(std::string_view line) {
+void Console::note(std::string_view line) { write(Log::escaped(line) + '\n'); }
+
+void Console::write(const std::string& text) {
   clearBar();
-  writeError(Log::escaped(line) + '\n');
+  writeError(text);
+  showQuestion();
+}
+
+void Console::keepAsking(std::string_view question) {
+  clearBar();
+  question_ = question;
+  showQuestion();
+}
+
+void Console::showQuestion() {
+  if (question_.empty()) return;
+  writeError(question_);
+  barColumns_ = columnsOf(question_);
+}
+
+void Console::stopAsking(bool isLineEnded) {
+  if (!question_.empty() && !isLineEnded) writeError("\n");
+  question_.clear();
+  barColumns_ = 0;
 }
 
 void Console::ask(std::string_view question) {
@@ -59,12 +81,12 @@ void Console::ask(std::string_view question) {
 }
 
 void Console::complain(std::string_view line) {
-  clearBar();
   const std::string name = hasColour_ ? "\033[1;31mvesko:\033[0m " : "vesko: ";
-  writeError(name + Log::escaped(line) + '\n');
+  write(name + Log::escaped(line) + '\n');
 }
 
 void Console::showBar(std::string_view line) {
+  if (!question_.empty()) return;
   const std::size_t width = columnsOf(line);
   const std::size_t leftover = barColumns_ > width ? barColumns_ - width : 0;
   writeError('\r' + std::string(line) + std::string(leftover, ' ') + '\r');

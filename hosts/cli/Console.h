@@ -45,6 +45,13 @@ class Console {
   /// Writes a question to standard error; the answer is typed behind it.
   void ask(std::string_view question);
 
+  /// Writes a question that stays the last line, below whatever is printed, until `stopAsking`; meanwhile no bar is
+  /// shown.
+  void keepAsking(std::string_view question);
+
+  /// The question has been settled: by a line typed behind it, which has ended its line, or not.
+  void stopAsking(bool isLineEnded);
+
   /// The same as `note` for what went wrong: named by the program, in colour where the terminal and the user take it.
   void complain(std::string_view line);
 
@@ -53,11 +60,15 @@ class Console {
   void clearBar();
 
  private:
+  void write(const std::string& text);
+  void showQuestion();
+
   const bool outputIsTerminal_;
   const bool errorIsTerminal_;
   const bool hasColour_;
   bool outputFailed_ = false;
-  std::size_t barColumns_ = 0;
+  std::size_t barColumns_ = 0;  // of the last line, bar or question
+  std::string question_;
 };
 
 }  // namespace vesko

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 
 namespace vesko {
 namespace {
@@ -19,6 +20,7 @@ struct Parsed {
   SendOptions send;
   TextOptions text;
   ReceiveOptions receive;
+  std::vector<std::string> allowed;
   PeersOptions peers;
   double wait = defaultWait.count();
 };
@@ -52,6 +54,23 @@ CLI::App& addCommand(CLI::App& app, const char* name, const char* description, C
   return command;
 }
 
+/// What is wrong with it; "" when nothing is.
+std::string checkNetwork(const std::string& text) {
+  return parseNetwork(text) ? "" : "\"" + text + "\" is neither an IPv4 address nor a network such as 192.168.1.0/24";
+}
+
+/// Makes the plain number of it. What is wrong with it; "" when nothing is.
+std::string readSize(std::string& text) {
+  const std::string complaint = "\"" + text + "\" is no number of bytes such as 1500, 500M or 2Gi";
+  // The parser would take "-1" for the largest number there is.
+  if (text.empty() || text.front() < '0' || text.front() > '9') return complaint;
+  try {
+    return CLI::AsSizeValue(true)(text).empty() ? "" : complaint;
+  } catch (const CLI::ValidationError&) {
+    return complaint;
+  }
+}
+
 void describe(CLI::App& app, Parsed& parsed) {
   app.require_subcommand(1);
   app.footer(exitCodes);
@@ -71,6 +90,18 @@ void describe(CLI::App& app, Parsed& parsed) {
   receive.add_flag("--once", parsed.receive.once, "End after the first transfer");
   receive.add_flag("--keep-partial", parsed.receive.keepPartial,
                    "Keep what had fully arrived of a transfer that fails");
+  receive
+      .add_option("--allow", parsed.allowed,
+                  "Let in only this address or network, such as 192.168.1.0/24; may be repeated")
+      ->allow_extra_args(false)
+      ->check(checkNetwork)
+      ->type_name("ADDRESS|NETWORK");
+  receive
+      .add_option("--max-size", parsed.receive.maximumSize,
+                  "Refuse transfers of more than that; 500M and 2Gi are understood")
+      ->transform(CLI::Validator(readSize, ""))
+      ->type_name("BYTES");
+  receive.add_flag("--ask", parsed.receive.ask, "Ask at the terminal about each transfer before anything is stored");
 
   CLI::App& peers = addCommand(app, "peers", "List the machines that can be sent to", parsed.common);
   addWait(peers, parsed.wait);
@@ -99,6 +130,8 @@ std::vector<std::string> argumentsOf(int argumentCount, const char* const* argum
 }
 
 Options optionsOf(const CLI::App& app, Parsed parsed) {
+  std::ranges::transform(parsed.allowed, std::back_inserter(parsed.receive.allowed),
+                         [](const std::string& text) { return parseNetwork(text).value(); });
   parsed.send.wait = parsed.text.wait = parsed.peers.wait = Wait(parsed.wait);
   if (app.got_subcommand("send")) return {std::move(parsed.common), std::move(parsed.send)};
   if (app.got_subcommand("peers")) return {std::move(parsed.common), parsed.peers};

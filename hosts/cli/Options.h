@@ -9,6 +9,7 @@
 
 #include "VeskoKit/VeskoServer.h"
 #include "hosts/cli/ExitCode.h"
+#include "hosts/common/NumberRange.h"
 
 namespace vesko {
 
@@ -39,6 +40,9 @@ struct ReceiveOptions {
   std::string directory;  ///< empty: the user's downloads folder
   bool once = false;
   bool keepPartial = false;
+  std::vector<NumberRange> allowed;                                      ///< addresses and networks; none: everybody
+  std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited;  ///< bytes
+  bool ask = false;
 };
 
 struct PeersOptions {

@@ -1,8 +1,10 @@
 #include "hosts/cli/ReceiveCommand.h"
 
+#include <optional>
 #include <system_error>
 
 #include "Platform/FileManager.h"
+#include "hosts/cli/Questions.h"
 #include "hosts/common/Session.h"
 
 namespace vesko {
@@ -25,9 +27,15 @@ ExitCode findFolder(Program& program, const ReceiveOptions& options, std::string
 }  // namespace
 
 ExitCode runReceive(Program& program, const ReceiveOptions& options) {
+  if (options.ask && !(Console::inputIsTerminal() && program.console.showsBars())) {
+    program.console.complain("--ask needs a terminal to ask at");
+    return ExitCode::usage;
+  }
   SessionSettings settings;
   settings.port = program.options.port;
   settings.keepPartial = options.keepPartial;
+  settings.maximumSize = options.maximumSize;
+  settings.admission = {options.allowed, options.ask};
   if (options.once) settings.incomingLimit = 1;
   if (const ExitCode code = findFolder(program, options, settings.downloadsFolder); code != ExitCode::success) {
     return code;
@@ -35,6 +43,11 @@ ExitCode runReceive(Program& program, const ReceiveOptions& options) {
   Run run(program);
   run.handleInterrupts(ExitCode::success);
   Session session(run.events(), settings);
+  std::optional<Questions> questions;
+  if (options.ask) {
+    questions.emplace(program.console, [&](TransferId id, bool accepted) { session.answer(id, accepted); });
+    run.alsoTell([&](const Event& event) { questions->take(event); });
+  }
   if (!session.startReceiving()) {
     run.takeWaitingEvents();
     return ExitCode::startup;

@@ -40,6 +40,7 @@ void Run::windDown(Session& session) {
 }
 
 void Run::take(const Event& event) {
+  if (listener_) listener_(event);
   program_.reporter.report(event);
   std::visit(Overloaded{[this](const TransferStartedEvent&) { ++running_; },
                         [this](const FinishedEvent& end) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "hosts/cli/Console.h"
 #include "hosts/cli/EventQueue.h"
@@ -33,6 +34,9 @@ class Run {
   /// Where the session's events go.
   [[nodiscard]] const std::shared_ptr<EventQueue>& events() const noexcept { return events_; }
 
+  /// Has `listener` called with each event that is taken, before it is reported.
+  void alsoTell(std::function<void(const Event&)> listener) { listener_ = std::move(listener); }
+
   /// From now on an interruption ends `takeEvents`; a run that does not come to its end then ends with `overdue`.
   void handleInterrupts(ExitCode overdue);
 
@@ -55,6 +59,7 @@ class Run {
 
   Program& program_;
   std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>();
+  std::function<void(const Event&)> listener_;
   std::size_t running_ = 0;
   bool isFirstIncomplete_ = false;
   std::optional<ExitCode> firstEnd_;

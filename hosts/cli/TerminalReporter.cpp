@@ -94,6 +94,10 @@ void TerminalReporter::on(const FailedEvent& event) {
 
 void TerminalReporter::on(const SkippedEvent& event) { console_.complain("left out " + event.message); }
 
+void TerminalReporter::on(const RefusedEvent& event) {
+  note("refused a connection from " + event.ip + ", which is not allowed");
+}
+
 void TerminalReporter::note(const std::string& line) {
   if (!isQuiet_) console_.note(line);
 }

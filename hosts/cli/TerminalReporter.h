@@ -45,6 +45,9 @@ class TerminalReporter : public Reporter {
   void on(const FinishedEvent& event);
   void on(const FailedEvent& event);
   void on(const SkippedEvent& event);
+  void on(const RefusedEvent& event);
+  void on(const QuestionEvent& /*event*/) {}
+  void on(const AnswerEvent& /*event*/) {}
 
   void note(const std::string& line);
   void measure(const ProgressEvent& event);

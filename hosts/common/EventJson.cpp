@@ -82,6 +82,21 @@ Json objectOf(const SkippedEvent& event) {
           {"message", event.message}};
 }
 
+Json objectOf(const RefusedEvent& event) { return {{"event", "refused"}, {"ip", event.ip}}; }
+
+Json objectOf(const QuestionEvent& event) {
+  return {{"event", "question"},
+          {"transfer", event.transfer},
+          {"ip", event.ip},
+          {"elementCount", event.elementCount},
+          {"totalSize", event.totalSize},
+          {"name", event.name}};
+}
+
+Json objectOf(const AnswerEvent& event) {
+  return {{"event", "answer"}, {"transfer", event.transfer}, {"accepted", event.isAccepted}};
+}
+
 }  // namespace
 
 std::string jsonLine(const Event& event) {

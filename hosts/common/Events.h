@@ -112,9 +112,29 @@ struct SkippedEvent {
   std::string message;  ///< one sentence that names it and the cause; control characters are not escaped
 };
 
+/// A connection was refused since its address is not among those allowed. Once for each address.
+struct RefusedEvent {
+  std::string ip;
+};
+
+/// The user is to say whether a transfer may go on; it waits, and others do not.
+struct QuestionEvent {
+  TransferId transfer = 0;
+  std::string ip;
+  std::uint64_t elementCount = 0;
+  std::uint64_t totalSize = 0;  ///< bytes that the sender claims, and that it will be held to
+  std::string name;             ///< the first element; empty for a text
+};
+
+/// A question has been settled: by the user or, with no, by time.
+struct AnswerEvent {
+  TransferId transfer = 0;
+  bool isAccepted = false;
+};
+
 using Event = std::variant<ReadyEvent, StartupFailureEvent, PeerAppearedEvent, PeerUpdatedEvent, PeerDisappearedEvent,
                            TransferStartedEvent, ProgressEvent, TextReceivedEvent, ItemsSavedEvent, FinishedEvent,
-                           FailedEvent, SkippedEvent>;
+                           FailedEvent, SkippedEvent, RefusedEvent, QuestionEvent, AnswerEvent>;
 
 /// The transfer an event belongs to; none for those of the service.
 [[nodiscard]] inline std::optional<TransferId> transferOf(const Event& event) noexcept {

@@ -8,6 +8,7 @@
 #include "Platform/Command.h"
 #include "Platform/FileManager.h"
 #include "Platform/Identity.h"
+#include "hosts/common/NumberRange.h"
 
 namespace vesko {
 namespace {
@@ -70,10 +71,7 @@ bool isWithin(std::uint16_t port, std::string_view range, char between) {
 }
 
 bool includesSource(std::string_view source, const FirewallProbe& probe, bool& isCertain) {
-  const auto slash = source.find('/');
-  const auto bits =
-      slash == std::string_view::npos ? std::optional(32U) : numberIn<std::uint32_t>(source.substr(slash + 1));
-  const auto range = bits ? networkRange(source.substr(0, slash), *bits) : std::nullopt;
+  const auto range = parseNetwork(source);
   const auto network = networkRange(probe.interface);
   isCertain = range && network && (range->contains(*network) || !range->touches(*network));
   return !isCertain || range->contains(*network);

@@ -1,7 +1,6 @@
 #include "hosts/common/NftablesPacket.h"
 
 #include <algorithm>
-#include <charconv>
 #include <nlohmann/json.hpp>
 
 namespace vesko {
@@ -74,30 +73,6 @@ const Json& NftablesJson::member(const Json& object, const char* key) {
 std::string NftablesJson::textOf(const Json& object, const char* key) {
   const Json& text = member(object, key);
   return text.is_string() ? text.get<std::string>() : std::string();
-}
-
-std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits) noexcept {
-  std::uint32_t value = 0;
-  const char* at = address.data();
-  const char* const end = at + address.size();
-  for (int octet = 0; octet < 4; ++octet) {
-    if (octet > 0 && (at == end || *at++ != '.')) return std::nullopt;
-    std::uint8_t part = 0;
-    const auto [next, error] = std::from_chars(at, end, part);
-    if (error != std::errc()) return std::nullopt;
-    value = value << 8U | part;
-    at = next;
-  }
-  if (at != end || bits > 32) return std::nullopt;
-  const std::uint32_t hosts = bits == 32 ? 0 : largest >> bits;
-  return NumberRange{value & ~hosts, value | hosts};
-}
-
-std::optional<NumberRange> networkRange(const InterfaceAddress& interface) noexcept {
-  const auto address = networkRange(interface.address);
-  const auto mask = networkRange(interface.netmask);
-  if (!address || !mask) return std::nullopt;
-  return NumberRange{address->first & mask->first, address->first | ~mask->first};
 }
 
 Certainty PacketField::equals(const Json& value) const {

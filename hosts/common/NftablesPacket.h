@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "hosts/common/Nftables.h"
+#include "hosts/common/NumberRange.h"
 
 namespace vesko {
 

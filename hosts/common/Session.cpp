@@ -43,13 +43,20 @@ Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std:
       server_(std::make_shared<VeskoServer>(settings_.port, settings_.port, clock)),
       peerObserver_(std::make_shared<PeerObserver>(hub_)),
       observer_(std::make_shared<TransferObserver>(hub_, server_, clock, settings_.incomingLimit)),
+      admission_(std::make_shared<Admission>(
+          settings_.admission, hub_,
+          [observer = observer_](const VeskoIncomingTransfer& transfer) { return observer->idOf(transfer); },
+          server_->incomingDispatchQueue())),
       announcer_(std::make_shared<Announcer>(server_)) {
   server_->downloadsFolder = settings_.downloadsFolder;
   server_->keepPartial = settings_.keepPartial;
+  server_->maximumIncomingSize = settings_.maximumSize;
   server_->application = std::make_shared<QuietApplication>();
   server_->setDelegate(peerObserver_);
   server_->setIncomingDelegate(observer_);
   server_->setIncomingOutcomeDelegate(observer_);
+  const AdmissionRules& rules = settings_.admission;
+  if (rules.asks || !rules.allowed.empty()) server_->setIncomingGuard(admission_);
 }
 
 Session::~Session() {
@@ -116,6 +123,8 @@ VeskoFailureReason Session::reasonAgainstText(std::string_view text) noexcept {
   if (text.size() > VeskoText::maximumLength) return VeskoFailureReason::limit;
   return isValidUtf8(text) ? VeskoFailureReason::none : VeskoFailureReason::invalidText;
 }
+
+void Session::answer(TransferId transfer, bool accepted) { admission_->answer(transfer, accepted); }
 
 void Session::cancelAll() { observer_->cancelAll(); }
 

@@ -12,6 +12,7 @@
 #include "Platform/Clock.h"
 #include "VeskoKit/VeskoItem.h"
 #include "VeskoKit/VeskoServer.h"
+#include "hosts/common/Admission.h"
 #include "hosts/common/EventHub.h"
 #include "hosts/common/Events.h"
 #include "hosts/common/PeerAddress.h"
@@ -30,6 +31,8 @@ struct SessionSettings {
   std::string downloadsFolder;                    ///< where received items go; empty: the user's downloads folder
   bool keepPartial = false;                       ///< keep what had fully arrived of a failed transfer
   std::uint64_t incomingLimit = unlimited;        ///< transfers to let in; later ones are broken off at once
+  std::uint64_t maximumSize = unlimited;          ///< bytes that one received transfer may have
+  AdmissionRules admission;                       ///< whom to let in
 };
 
 /// What is going to be sent; no items when all of it had to be left out.
@@ -85,6 +88,9 @@ class Session {
   /// Starts to send, which needs no listener. Requires: `transfer` has items.
   void send(PreparedTransfer transfer, const PeerAddress& peer);
 
+  /// Answers a `QuestionEvent`; without effect once it has been answered. Any thread.
+  void answer(TransferId transfer, bool accepted);
+
   /// Why `text` cannot be sent: `invalidText` or `limit`; `none` when it can.
   [[nodiscard]] static VeskoFailureReason reasonAgainstText(std::string_view text) noexcept;
 
@@ -99,6 +105,7 @@ class Session {
   const std::shared_ptr<VeskoServer> server_;
   const std::shared_ptr<PeerObserver> peerObserver_;
   const std::shared_ptr<TransferObserver> observer_;
+  const std::shared_ptr<Admission> admission_;
   std::shared_ptr<Announcer> announcer_;
   std::shared_ptr<ControlServer> control_;
   std::error_code controlObstacle_;

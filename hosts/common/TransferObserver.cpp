@@ -30,6 +30,11 @@ TransferId TransferObserver::nextId() {
   return ++lastId_;
 }
 
+TransferId TransferObserver::idOf(const VeskoIncomingTransfer& transfer) {
+  const std::scoped_lock lock(mutex_);
+  return running_.at(&transfer).id;
+}
+
 void TransferObserver::noteStarted(TransferId id, std::string name, VeskoTransfer& transfer) {
   const std::scoped_lock lock(mutex_);
   running_[&transfer] = {id, false, cancellerOf(transfer), &transfer.items(), clock_->monotonicNow()};

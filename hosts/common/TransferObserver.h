@@ -33,6 +33,9 @@ class TransferObserver : public VeskoTransferDelegate,
 
   [[nodiscard]] TransferId nextId();
 
+  /// The number of an incoming transfer that is running.
+  [[nodiscard]] TransferId idOf(const VeskoIncomingTransfer& transfer);
+
   /// Publishes the start of an outgoing transfer; to be called before its start.
   void noteStarted(TransferId id, std::string name, VeskoTransfer& transfer);
 
