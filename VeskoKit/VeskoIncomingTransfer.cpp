@@ -115,6 +115,7 @@ void VeskoIncomingTransfer::socketDidReadData(GCDAsyncSocket& /*socket*/, const 
 }
 
 void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
+  noteReception();
   const TransferStream::Metadata metadata = TransferStream::decodeMetadata(data);
   elementCount = metadata.elementCount;
   totalSize = metadata.totalSize;
@@ -174,6 +175,7 @@ void VeskoIncomingTransfer::didReadName() {
 }
 
 void VeskoIncomingTransfer::didReadSize(const Data& data) {
+  noteReception();
   const std::uint64_t sizeField = TransferStream::decodeSizeField(data);
   Log::line("Incoming item size: ", sizeField);
   isFolder_ = sizeField == TransferStream::folderMark;
@@ -273,6 +275,7 @@ void VeskoIncomingTransfer::readBody(std::uint64_t length) {
 }
 
 void VeskoIncomingTransfer::didReadBody(const Data& data) {
+  noteReception();
   if (buffer_) buffer_->append(data.view());
   partialSize = 0;
   lastReportedPartialSize = 0;
@@ -285,6 +288,7 @@ void VeskoIncomingTransfer::didReadBody(const Data& data) {
 void VeskoIncomingTransfer::socketDidReadPartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t length,
                                                              std::int64_t tag) {
   if (tag != tagFileBody || ended_) return;
+  noteReception();
   partialSize += length;
   if (partialSize < lastReportedPartialSize + partialReportInterval) return;
   lastReportedPartialSize = partialSize;
@@ -335,6 +339,8 @@ void VeskoIncomingTransfer::socketDidDisconnect(GCDAsyncSocket& /*socket*/, cons
 void VeskoIncomingTransfer::cancel() {
   queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
 }
+
+void VeskoIncomingTransfer::giveWay() { fail(VeskoFailureReason::limit, "waiting while newer connections came in"); }
 
 void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
   if (ended_) return;

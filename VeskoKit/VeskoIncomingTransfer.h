@@ -79,6 +79,9 @@ struct VeskoIncomingTransferSettings {
   std::uint64_t maximumSize = unlimited;  ///< bytes of all bodies; one that announces or brings more fails
   std::shared_ptr<VeskoIncomingTransferGuard> guard;
   std::shared_ptr<VeskoTransferOutcomeDelegate> outcomeDelegate;
+
+  /// Counts what the transfers of one service receive, on their queue.
+  std::shared_ptr<std::uint64_t> receptions = std::make_shared<std::uint64_t>(0);
 };
 
 /// The receiving end of one transfer: reads the stream from an accepted connection and stores what it carries.
@@ -144,6 +147,13 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void proceed(std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited);
   void refuse();
 
+  /// Orders the transfers that share a count of receptions by when they last received something that counts: the
+  /// metadata, a header or bytes of a body. 0 before that. On the transfer's queue only.
+  [[nodiscard]] std::uint64_t lastReception() const noexcept { return lastReception_; }
+
+  /// Breaks the transfer off to make room for newer ones, unless it has already ended. On the transfer's queue only.
+  void giveWay();
+
   /// True from the outcome on. Any thread.
   [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
@@ -180,6 +190,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void readBody(std::uint64_t length);
   void completeElement();
   void finish();
+  void noteReception() noexcept { lastReception_ = ++*settings_.receptions; }
   void reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent);
   void fail(VeskoFailureReason reason, std::string operation, std::error_code error = {});
   void end(VeskoTransferOutcome outcome);
@@ -206,6 +217,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   Decision decision_ = Decision::open;
   std::vector<VeskoSkippedElement> dropped_;
   std::size_t droppedCount_ = 0;
+  std::uint64_t lastReception_ = 0;
   std::atomic<bool> ended_{false};
 };
 

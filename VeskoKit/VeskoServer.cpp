@@ -1,9 +1,11 @@
 #include "VeskoKit/VeskoServer.h"
 
+#include <algorithm>
 #include <iostream>
 #include <utility>
 
 #include "Platform/Clock.h"
+#include "Platform/DescriptorLimit.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/FileManager.h"
 #include "Platform/GCDAsyncSocket.h"
@@ -17,11 +19,24 @@
 
 namespace vesko {
 
+namespace {
+
+/// Descriptors that a transfer may hold: its connection, its file, three folders, and one for a moment; the rest is the
+/// share of everything else in the process.
+constexpr std::uint64_t descriptorsForTransfer = 8;
+
+/// More transfers at once than people start, few enough to look through with each connection.
+constexpr std::uint64_t mostIncomingTransfers = 512;
+
+}  // namespace
+
 VeskoServer::VeskoServer() : VeskoServer(defaultPort, defaultPort) {}
 
 VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shared_ptr<Clock> clock)
     : localTcpPort(tcpPort),
       localUdpPort(udpPort),
+      maximumIncomingTransfers(
+          std::clamp<std::uint64_t>(DescriptorLimit::current() / descriptorsForTransfer, 1, mostIncomingTransfers)),
       broadcastQueue_(DispatchQueue::serial("broadcast", clock ? clock : Clock::system())),
       incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())),
       pictureQueue_(DispatchQueue::serial("pictures")) {

@@ -104,6 +104,11 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Bytes that one incoming transfer may announce or bring. Set it before `startServer`.
   std::uint64_t maximumIncomingSize = VeskoIncomingTransferSettings::unlimited;
 
+  /// Incoming transfers alive at once, at least 1. When one more connection comes, the transfer that has received
+  /// nothing for the longest time is broken off, so that connections that only take up room cost each other theirs. By
+  /// default as many as the process's descriptors are enough for, 512 at most. Set it before `startServer`.
+  std::size_t maximumIncomingTransfers;
+
   /// The program's user interface, for alerts; without one they go to standard error. Set it before `startServer`.
   std::shared_ptr<NSApp> application;
 
@@ -212,6 +217,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void startAvatarEndpoint();
   void startListener();
   void showFailure(VeskoFailedEndpoint failure);
+  void makeRoomForIncoming();
 
   // Discovery, on the "broadcast" queue but for the first two.
   void send(const std::string& datagram, const std::string& dest, std::uint16_t port);
@@ -235,7 +241,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   std::shared_ptr<GCDAsyncUdpSocket> udpSocket_;
   std::shared_ptr<SocketEvents> events_;
   std::shared_ptr<GCDAsyncSocket> listenSocket_;
-  AnswerBudget answers_;  // the "broadcast" queue's
+  AnswerBudget answers_;                                                     // the "broadcast" queue's
+  std::vector<std::weak_ptr<VeskoIncomingTransfer>> liveIncomingTransfers_;  // the "incoming" queue's, oldest first
+  std::shared_ptr<std::uint64_t> receptions_ = std::make_shared<std::uint64_t>(0);
   std::vector<VeskoFailedEndpoint> failedEndpoints_;
 
   mutable std::mutex mutex_;  // guards what follows: the host's threads and the two queues share it

@@ -37,7 +37,8 @@ void VeskoServer::startListener() {
 }
 
 void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::shared_ptr<GCDAsyncSocket> newSocket) {
-  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize, nullptr, nullptr};
+  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize,
+                                         nullptr,         nullptr,     receptions_};
   std::shared_ptr<VeskoIncomingTransferDelegate> delegate;
   {
     const std::scoped_lock lock(mutex_);
@@ -50,10 +51,24 @@ void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::sh
     newSocket->disconnectWithReset();
     return;
   }
+  makeRoomForIncoming();
   auto transfer = VeskoIncomingTransfer::make(std::move(newSocket), generateRandomStringWithLength(keyLength),
                                               std::move(delegate), incomingQueue_, std::move(settings));
+  liveIncomingTransfers_.push_back(transfer);
   const std::scoped_lock lock(mutex_);
   pendingIncomingTransfers_.push_back(std::move(transfer));
+}
+
+void VeskoServer::makeRoomForIncoming() {
+  if (liveIncomingTransfers_.size() < maximumIncomingTransfers) return;
+  std::shared_ptr<VeskoIncomingTransfer> idlest;
+  std::erase_if(liveIncomingTransfers_, [&](const auto& listed) {
+    const auto transfer = listed.lock();
+    if (!transfer || transfer->hasEnded()) return true;
+    if (!idlest || transfer->lastReception() < idlest->lastReception()) idlest = transfer;
+    return false;
+  });
+  if (idlest && liveIncomingTransfers_.size() >= maximumIncomingTransfers) idlest->giveWay();
 }
 
 void VeskoServer::startTransfer(const std::shared_ptr<VeskoTransfer>& transfer) {

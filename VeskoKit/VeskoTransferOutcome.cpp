@@ -25,7 +25,7 @@ constexpr std::array reasonTexts = {
     ReasonText{connectionLost, "connectionLost", "the connection was lost", true},
     ReasonText{unsafeName, "unsafeName", "a name like this could lead out of the receiving folder"},
     ReasonText{invalidText, "invalidText", "not valid UTF-8"},
-    ReasonText{limit, "limit", "larger, longer or deeper than is accepted"},
+    ReasonText{limit, "limit", "larger, longer, deeper or more than is accepted"},
     ReasonText{noSpace, "noSpace", "no space left on the disk"},
     ReasonText{storage, "storage", "it cannot be stored", true},
     ReasonText{sourceChanged, "sourceChanged", "the file changed while it was being sent", true},

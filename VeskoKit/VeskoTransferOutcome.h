@@ -23,7 +23,7 @@ enum class VeskoFailureReason : std::uint8_t {
   connectionLost,     ///< the connection ended before the stream did
   unsafeName,         ///< a name that could lead out of the folder received into
   invalidText,        ///< a name or snippet that is not UTF-8
-  limit,              ///< larger, longer or deeper than is accepted
+  limit,              ///< larger, longer, deeper or more than is accepted
   noSpace,            ///< no room on the disk, or no quota left
   storage,            ///< the disk or folder received into failed otherwise
   sourceChanged,      ///< a file shrank, vanished or was replaced while it was being sent

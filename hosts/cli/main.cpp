@@ -1,9 +1,11 @@
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <system_error>
 #include <thread>
 
 #include "Platform/Clock.h"
+#include "Platform/DescriptorLimit.h"
 #include "Platform/DispatchQueue.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/DoctorCommand.h"
@@ -17,6 +19,10 @@
 
 namespace vesko {
 namespace {
+
+/// Descriptors this program asks for: more than all its transfers at once can use, far below what would burden a
+/// system.
+constexpr std::uint64_t wantedDescriptors = 65'536;
 
 bool openLog(const std::string& file, Console& console) {
   try {
@@ -63,6 +69,7 @@ ExitCode runGuarded(const Options& options, Interrupts& interrupts) {
 }  // namespace vesko
 
 int main(int argumentCount, char** arguments) {
+  vesko::DescriptorLimit::raise(vesko::wantedDescriptors);
   vesko::Interrupts interrupts;
   // This program's own thread waits for events; what the library delivers to the main queue makes events too.
   std::thread([] { vesko::MainQueue::shared()->run(); }).detach();

@@ -1,5 +1,7 @@
 #include <sys/mount.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "tests/hosts/CliFixture.h"
@@ -28,6 +30,18 @@ class CliReceiveTest : public CliTest {
     return resultOf(*receiver);
   }
 };
+
+TEST_F(CliReceiveTest, AsksForAllTheDescriptorsItMayHave) {
+  const auto port = std::to_string(RawListener(false).port());
+  auto setup = setupFor({"receive", "--dir", folder_.makeFolder("in"), "--port", port});
+  const Arguments shell{"/bin/sh", "-c", "ulimit -Sn 100; echo $$; exec \"$0\" \"$@\""};
+  setup.arguments.insert(setup.arguments.begin(), shell.begin(), shell.end());
+  Process receiver(setup);
+  ASSERT_TRUE(receiver.waitForErrors("listening on"));
+  rlimit limit{};
+  ASSERT_EQ(::prlimit(std::stoi(receiver.output()), RLIMIT_NOFILE, nullptr, &limit), 0);
+  EXPECT_EQ(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, 65'536));
+}
 
 TEST_F(CliReceiveTest, TellsProgramsAllThereIsToKnow) {
   const auto receiver = startReceiver({"--json", "--log", folder_.path("log")});

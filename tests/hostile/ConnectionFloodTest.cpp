@@ -1,0 +1,88 @@
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Platform/DescriptorLimit.h"
+#include "tests/hostile/HostileFixture.h"
+
+namespace vesko {
+namespace {
+
+using StreamBytes::file;
+using StreamBytes::header;
+using StreamBytes::metadata;
+
+TEST_F(HostileTest, TheLongestSilentTransferGivesWay) {
+  server_->maximumIncomingTransfers = 3;
+  const auto connectAndSend = [&](std::string_view stream, const char* event) {
+    const auto before = recorder_->count(event);
+    auto sender = connect();
+    EXPECT_TRUE(sender.send(stream));
+    EXPECT_TRUE(recorder_->waitFor(event, before + 1));
+    return sender;
+  };
+  const auto start = metadata(2, 2) + file("a", "1");
+  const auto expectGone = [&](RawConnection& sender) {
+    EXPECT_EQ(sender.receiveAll(), "");
+    EXPECT_EQ(sender.error(), std::errc::connection_reset);
+  };
+  auto first = connectAndSend(start, "Finished file");
+  auto second = connectAndSend(start, "Finished file");
+  auto third = connectAndSend(start.substr(0, 15), "[start]");
+  auto fourth = connectAndSend("", "[start]");
+  expectGone(third);
+  const auto outcome = recorder_->lastOutcome();
+  EXPECT_EQ(outcome.reason, VeskoFailureReason::limit);
+  EXPECT_EQ(outcome.description(),
+            "waiting while newer connections came in: larger, longer, deeper or more than is accepted");
+
+  auto fifth = connectAndSend(metadata(1, 1), "Incoming transfer elements= 1");
+  expectGone(fourth);
+  ASSERT_TRUE(first.send(header("b", 1)));
+  ASSERT_TRUE(recorder_->waitFor("Incoming item size", 3));
+  auto sixth = connectAndSend("", "[start]");
+  expectGone(second);
+  ASSERT_TRUE(first.send("2"));
+  ASSERT_TRUE(fifth.send(file("c", "3")));
+  ASSERT_TRUE(recorder_->waitFor("[outcome finished]", 2));
+  EXPECT_EQ(recorder_->count("[outcome failed"), 3U);
+
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(connectAndSend("", "[start]").send("x")) << "those that ended take no room";
+  EXPECT_EQ(recorder_->count("[outcome failed limit]"), 3U);
+}
+
+TEST_F(HostileTest, AsManyTransfersAsTheDescriptorsAreEnoughFor) {
+  EXPECT_GE(server_->maximumIncomingTransfers, 1U);
+  EXPECT_LE(server_->maximumIncomingTransfers, 512U);
+  EXPECT_LE(server_->maximumIncomingTransfers * 6, DescriptorLimit::current());
+}
+
+TEST_F(HostileTest, SilentConnectionsCostOnlyEachOther) {
+  constexpr std::size_t silentCount = 3000;
+  constexpr std::size_t fileCount = 1000;
+  DescriptorLimit::raise(2 * silentCount);
+  server_->maximumIncomingTransfers = 64;
+  recordOnlyOutcomes();
+  auto sender = connect();
+  ASSERT_TRUE(sender.send(metadata(fileCount, 0)));
+  std::vector<RawConnection> silent;
+  silent.reserve(silentCount);
+  for (std::size_t i = 0; i < silentCount; ++i) {
+    silent.push_back(connect());
+    if (i % 3 == 0 && i / 3 + 1 < fileCount) {
+      ASSERT_TRUE(sender.send(file("folder/" + std::to_string(i / 3), std::string(i, 'x'))));
+    }
+  }
+  const auto brokenOff = silentCount + 1 - server_->maximumIncomingTransfers;
+  ASSERT_TRUE(recorder_->waitFor("[outcome failed limit]", brokenOff));
+  ASSERT_TRUE(sender.send(file("folder/last", "last")));
+  ASSERT_TRUE(recorder_->waitFor("[outcome finished]"));
+  EXPECT_EQ(recorder_->count("[outcome"), brokenOff + 1);
+  EXPECT_EQ(folder_.entries("downloads/folder").size(), fileCount);
+  EXPECT_EQ(folder_.read("downloads/folder/500"), std::string(1500, 'x'));
+}
+
+}  // namespace
+}  // namespace vesko
