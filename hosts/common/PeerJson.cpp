@@ -17,9 +17,11 @@ using std::chrono::system_clock;
 constexpr std::string_view timePattern = "0000-00-00T00:00:00Z";
 
 std::string textOf(system_clock::time_point time) {
-  const auto day = std::chrono::floor<std::chrono::days>(time);
+  // A day begins outside of what the clock can count where the clock's own count does within it.
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+  const auto day = std::chrono::floor<std::chrono::days>(seconds);
   const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::seconds>(time - day));
+  const std::chrono::hh_mm_ss clock(seconds - day);
   std::array<char, 64> text;
   std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
                 static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),

@@ -65,9 +65,15 @@ TEST(EventJson, KeepsEveryCharacterOfATextOnOneLine) {
 }
 
 TEST(EventJson, ReadsWhatItWritesOfPeers) {
+  using std::chrono::system_clock;
   PeerView early = somePeer();
   early.since = {};
-  for (const auto& peers : {std::vector<PeerView>{}, std::vector{somePeer()}, std::vector{somePeer(), early}}) {
+  PeerView first = somePeer();
+  first.since = std::chrono::ceil<std::chrono::seconds>(system_clock::time_point::min());
+  PeerView last = somePeer();
+  last.since = std::chrono::floor<std::chrono::seconds>(system_clock::time_point::max());
+  for (const auto& peers :
+       {std::vector<PeerView>{}, std::vector{somePeer()}, std::vector{somePeer(), early}, std::vector{first, last}}) {
     EXPECT_EQ(parsePeers(jsonArray(peers)), peers);
   }
   PeerView gone;
