@@ -14,3 +14,11 @@ if(VESKO_SANITIZE)
     target_compile_options(vesko_sanitizers INTERFACE -Wno-maybe-uninitialized -Wno-tsan)
   endif()
 endif()
+
+if(VESKO_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "The fuzzers need clang: -DCMAKE_CXX_COMPILER=clang++, or the preset \"fuzz\"")
+  endif()
+  # A fuzzer judges its inputs by the branches they take, in whatever source these are.
+  string(APPEND CMAKE_CXX_FLAGS " -fsanitize=fuzzer-no-link")
+endif()

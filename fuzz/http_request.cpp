@@ -1,0 +1,109 @@
+// Requests to the server of pictures, over loopback.
+
+#include <sched.h>
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <string>
+
+#include "Platform/DefaultHTTPServer.h"
+#include "Platform/HTTPTarget.h"
+#include "Platform/SelectorEventLoop.h"
+#include "Platform/TextEncoding.h"
+#include "VeskoKit/AvatarEndpoint.h"
+#include "fuzz/support/Check.h"
+#include "fuzz/support/Input.h"
+#include "fuzz/support/LogCheck.h"
+#include "fuzz/support/Sending.h"
+
+namespace vesko::fuzz {
+namespace {
+
+const std::string picture = "\x89PNG";
+
+void checkQuoted(const std::string& text) {
+  const auto quoted = quotedForm(text);
+  check(quoted.size() >= 2 && quoted.front() == '"' && quoted.back() == '"', "quoted text has quotes round it");
+  check(isValidUtf8(quoted), "quoted text is text");
+  const auto isControl = [](char character) { return static_cast<unsigned char>(character) < 0x20; };
+  check(std::ranges::none_of(quoted, isControl), "quoted text holds no control characters");
+}
+
+/// Answers as the service does, whose own endpoint would listen on every network while the fuzzer runs.
+void answer(const DefaultHTTPServer::Environment& environment, const DefaultHTTPServer::StartResponse& startResponse,
+            const DefaultHTTPServer::SendBody& sendBody) {
+  check(!environment.at("REQUEST_METHOD").empty(), "every request has a method");
+  const auto& path = environment.at("PATH_INFO");
+  if (path == AvatarEndpoint::path) {
+    startResponse("200 OK", {{"Content-Length", std::to_string(picture.size())}});
+    sendBody(picture);
+  } else {
+    checkQuoted(path);
+    startResponse("400 Bad Request", {});
+    sendBody(quotedForm(path));
+  }
+  sendBody({});
+}
+
+class Server {
+ public:
+  Server() {
+    std::error_code error;
+    check(server_.start(error), "the server listens", [&] { return error.message(); });
+    loop_->runForever();
+  }
+  ~Server() { loop_->stop(); }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  /// All that is answered to `first` and `second`, which may arrive apart from each other.
+  [[nodiscard]] std::string answerTo(std::string_view first, std::string_view second) const {
+    const FileDescriptor connection(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto address = loopback(server_.port());
+    const auto* const where = reinterpret_cast<const sockaddr*>(&address);
+    check(::connect(connection.get(), where, sizeof address) == 0, "the server can be reached");
+    closeByReset(connection.get());
+    if (!first.empty()) {
+      (void)sendAll(connection.get(), first);
+      ::sched_yield();
+    }
+    return exchange(connection.get(), second);
+  }
+
+ private:
+  const std::shared_ptr<SelectorEventLoop> loop_ = std::make_shared<SelectorEventLoop>();
+  DefaultHTTPServer server_{loop_, "127.0.0.1", 0, answer};
+};
+
+void checkAnswers(std::string_view answers) {
+  while (!answers.empty()) {
+    const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n" + picture;
+    if (answers.starts_with(ok)) {
+      answers.remove_prefix(ok.size());
+      continue;
+    }
+    // Ended by the end of the connection, so it is the last.
+    constexpr std::string_view badRequest = "HTTP/1.1 400 Bad Request\r\n\r\n\"";
+    check(answers.starts_with(badRequest) && answers.ends_with('"'), "an answer is one of the two",
+          [answers] { return std::string(answers); });
+    break;
+  }
+}
+
+}  // namespace
+}  // namespace vesko::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
+  using namespace vesko::fuzz;
+  static const Server server;
+  listenToLog(false);
+  Input input(bytes, length);
+  // How many bytes come first; from 128 on, sixteen times as many as the rest of the number says.
+  const std::size_t choice = input.takeByte();
+  (void)vesko::pathOfTarget(input.rest());
+  checkQuoted(std::string(input.rest()));
+  const auto first = input.take(choice < 128 ? choice : (choice - 128) * 16);
+  checkAnswers(server.answerTo(first, input.rest()));
+  return 0;
+}

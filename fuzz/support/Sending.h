@@ -1,0 +1,65 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Platform/FileDescriptor.h"
+#include "fuzz/support/Check.h"
+
+/// The other side of a connection, which waits for what it wants.
+namespace vesko::fuzz {
+
+/// No answer is waited for longer: the input is kept as one that hangs, long before the fuzzer's own time-out.
+constexpr timeval patience{15, 0};
+
+/// False when the other side has closed already.
+inline bool sendAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto count = ::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (count <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+inline std::string receiveAll(int descriptor) {
+  std::string received;
+  std::array<char, 16384> buffer;
+  ssize_t count = 0;
+  while ((count = ::recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
+    received.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  check(count == 0 || errno != EAGAIN, "the connection is closed by the other side");
+  return received;
+}
+
+/// What comes back until the end, after `bytes` and the end of them have been sent.
+inline std::string exchange(int descriptor, std::string_view bytes) {
+  ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  (void)sendAll(descriptor, bytes);
+  ::shutdown(descriptor, SHUT_WR);
+  return receiveAll(descriptor);
+}
+
+inline sockaddr_in loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+/// Closing it is a reset, which leaves nothing behind: of thousands a second, the system would run out.
+inline void closeByReset(int descriptor) {
+  const linger none{1, 0};
+  ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+}
+
+}  // namespace vesko::fuzz
