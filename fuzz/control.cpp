@@ -47,14 +47,14 @@ class Host {
   }
 
   /// All that is answered to `bytes`.
-  [[nodiscard]] static std::string answerTo(std::string_view bytes) {
+  [[nodiscard]] static std::string answerTo(std::string_view bytes, std::uint8_t choice) {
     const FileDescriptor connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     controlPath(port).copy(address.sun_path, sizeof address.sun_path - 1);
     const auto* const where = reinterpret_cast<const sockaddr*>(&address);
     check(::connect(connection.get(), where, sizeof address) == 0, "the host can be reached");
-    return exchange(connection.get(), bytes);
+    return exchange(connection.get(), bytes, choice);
   }
 
  private:
@@ -87,9 +87,9 @@ std::vector<std::string> expectedAnswers(std::string_view bytes, bool& isCutOff)
   return events;
 }
 
-void checkServer(std::string_view bytes) {
+void checkServer(std::string_view bytes, std::uint8_t choice) {
   static const Host host;
-  const std::string answer = Host::answerTo(bytes);
+  const std::string answer = Host::answerTo(bytes, choice);
   bool isCutOff = false;
   const auto expected = expectedAnswers(bytes, isCutOff);
   check(answer.empty() || answer.ends_with('\n'), "an answer is whole lines");
@@ -136,8 +136,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t len
   listenToLog(false);
   Input input(bytes, length);
   // Reading lines takes far less time than having them answered.
-  if (input.takeByte() % 4 == 0) {
-    checkServer(input.rest());
+  if (const auto options = input.takeByte(); options % 4 == 0) {
+    checkServer(input.rest(), static_cast<std::uint8_t>(options / 4));
   } else {
     checkParsers(input.rest());
   }

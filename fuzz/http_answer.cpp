@@ -38,7 +38,7 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   /// What becomes of a request that is answered by `bytes`, and then by the end of the connection, or by a reset.
-  [[nodiscard]] std::optional<HTTPResponse> get(std::string_view bytes, bool endsInReset) {
+  [[nodiscard]] std::optional<HTTPResponse> get(std::string_view bytes, std::uint8_t choice, bool endsInReset) {
     std::optional<HTTPResponse> result;
     int completions = 0;
     session_.get({"127.0.0.1", port_, "/virno/avatar", maximumBody, std::chrono::seconds(patience.tv_sec)}, queue_,
@@ -46,7 +46,7 @@ class Session {
                    result = std::move(response);
                    ++completions;
                  });
-    answer(bytes, endsInReset);
+    answer(bytes, choice, endsInReset);
     queue_->runOne();
     queue_->drain();
     check(completions == 1, "a request is completed once");
@@ -54,13 +54,13 @@ class Session {
   }
 
  private:
-  void answer(std::string_view bytes, bool endsInReset) const {
+  void answer(std::string_view bytes, std::uint8_t choice, bool endsInReset) const {
     const FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     check(static_cast<bool>(connection), "a request comes");
     std::array<char, 1024> request;
     check(::recv(connection.get(), request.data(), request.size(), 0) > 0, "a request is sent");
     closeByReset(connection.get());
-    (void)sendAll(connection.get(), bytes);
+    sendInPieces(connection.get(), bytes, choice);
     if (endsInReset) return;
     ::shutdown(connection.get(), SHUT_WR);
     (void)receiveAll(connection.get());
@@ -101,7 +101,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t len
   // Pictures are also looked at as they are: that way a change in one leads somewhere at once.
   if ((options & 1) == 0) {
     checkPicture(input.rest());
-  } else if (const auto response = session.get(input.rest(), (options & 6) == 6)) {
+    return 0;
+  }
+  const auto choice = input.takeByte();
+  if (const auto response = session.get(input.rest(), choice, (options & 6) == 6)) {
     check(response->status >= 200 && response->status <= 999, "an answer has a status");
     check(response->body.size() <= std::min(maximumBody, length), "a body is bounded");
     checkPicture(response->body);

@@ -1,7 +1,5 @@
 // Requests to the server of pictures, over loopback.
 
-#include <sched.h>
-
 #include <algorithm>
 #include <charconv>
 #include <memory>
@@ -57,18 +55,14 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  /// All that is answered to `first` and `second`, which may arrive apart from each other.
-  [[nodiscard]] std::string answerTo(std::string_view first, std::string_view second) const {
+  /// All that is answered to `bytes`.
+  [[nodiscard]] std::string answerTo(std::string_view bytes, std::uint8_t choice) const {
     const FileDescriptor connection(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto address = loopback(server_.port());
     const auto* const where = reinterpret_cast<const sockaddr*>(&address);
     check(::connect(connection.get(), where, sizeof address) == 0, "the server can be reached");
     closeByReset(connection.get());
-    if (!first.empty()) {
-      (void)sendAll(connection.get(), first);
-      ::sched_yield();
-    }
-    return exchange(connection.get(), second);
+    return exchange(connection.get(), bytes, choice);
   }
 
  private:
@@ -99,11 +93,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t len
   static const Server server;
   listenToLog(false);
   Input input(bytes, length);
-  // How many bytes come first; from 128 on, sixteen times as many as the rest of the number says.
-  const std::size_t choice = input.takeByte();
+  const auto choice = input.takeByte();
   (void)vesko::pathOfTarget(input.rest());
   checkQuoted(std::string(input.rest()));
-  const auto first = input.take(choice < 128 ? choice : (choice - 128) * 16);
-  checkAnswers(server.answerTo(first, input.rest()));
+  checkAnswers(server.answerTo(input.rest(), choice));
   return 0;
 }
