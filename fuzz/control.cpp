@@ -128,18 +128,20 @@ void checkParsers(std::string_view line) {
   check(parseJson(controlErrorLine(line)).is_object(), "any message makes an answer");
 }
 
-}  // namespace
-}  // namespace vesko::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
-  using namespace vesko::fuzz;
+void run(Input input) {
   listenToLog(false);
-  Input input(bytes, length);
   // Reading lines takes far less time than having them answered.
   if (const auto options = input.takeByte(); options % 4 == 0) {
     checkServer(input.rest(), static_cast<std::uint8_t>(options / 4));
   } else {
     checkParsers(input.rest());
   }
+}
+
+}  // namespace
+}  // namespace vesko::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
+  vesko::fuzz::run({bytes, length});
   return 0;
 }

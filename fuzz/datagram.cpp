@@ -158,22 +158,24 @@ class Session {
   std::map<std::string, Heard> heard_;
 };
 
-}  // namespace
-}  // namespace vesko::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
-  using namespace vesko::fuzz;
-  Input input(bytes, length);
+void run(Input input) {
   listenToLog((input.takeByte() & 7) == 7);
   checkCodec(input.rest());
-  checkEncoding(input.rest(), static_cast<std::uint16_t>(length));
+  checkEncoding(input.rest(), static_cast<std::uint16_t>(input.rest().size()));
   Session session;
   while (!input.empty()) {
     const auto address = takeAddress(input);
     // A length that fills its byte stands for all that is left.
     const std::size_t size = input.takeByte();
-    session.hear(input.take(size == 0xFF ? length : size), address);
+    session.hear(input.take(size == 0xFF ? std::string_view::npos : size), address);
   }
   session.checkTable();
+}
+
+}  // namespace
+}  // namespace vesko::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
+  vesko::fuzz::run({bytes, length});
   return 0;
 }

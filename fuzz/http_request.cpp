@@ -85,17 +85,20 @@ void checkAnswers(std::string_view answers) {
   }
 }
 
+void run(Input input) {
+  static const Server server;
+  listenToLog(false);
+  const auto choice = input.takeByte();
+  const auto path = pathOfTarget(input.rest());
+  check(path.size() <= std::max<std::size_t>(input.rest().size(), 1), "a path is no longer than its target");
+  checkQuoted(path);
+  checkAnswers(server.answerTo(input.rest(), choice));
+}
+
 }  // namespace
 }  // namespace vesko::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
-  using namespace vesko::fuzz;
-  static const Server server;
-  listenToLog(false);
-  Input input(bytes, length);
-  const auto choice = input.takeByte();
-  (void)vesko::pathOfTarget(input.rest());
-  checkQuoted(std::string(input.rest()));
-  checkAnswers(server.answerTo(input.rest(), choice));
+  vesko::fuzz::run({bytes, length});
   return 0;
 }

@@ -163,13 +163,8 @@ void checkContents(const Observer& observer, std::string_view stream, const std:
   check(found == without(path, expected.tree), "what arrived is what was sent");
 }
 
-}  // namespace
-}  // namespace vesko::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
-  using namespace vesko::fuzz;
+void run(Input input) {
   static const Surroundings surroundings;
-  Input input(bytes, length);
   const Options options(input.takeByte());
   listenToLog(options.isLogged);
   const auto observer = std::make_shared<Observer>();
@@ -179,5 +174,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t len
   if (observer->isFinished() && observer->outcome->droppedCount == 0) checkContents(*observer, input.rest(), downloads);
   checkDelivered(*observer, downloads);
   surroundings.checkUntouched();
+}
+
+}  // namespace
+}  // namespace vesko::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
+  vesko::fuzz::run({bytes, length});
   return 0;
 }

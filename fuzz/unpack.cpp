@@ -123,15 +123,8 @@ void checkSubstring(std::string_view text, std::size_t first, std::size_t last) 
   check(!isValidUtf8(text) || isValidUtf8(part), "a part of a text is text");
 }
 
-}  // namespace
-}  // namespace fuzz
-}  // namespace vesko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
-  using namespace vesko;
-  using namespace vesko::fuzz;
+void run(Input input) {
   constexpr std::array encodings = {TextEncoding::utf8, TextEncoding::cp1252, TextEncoding::utf16LittleEndian};
-  Input input(bytes, length);
   const auto options = input.takeByte();
   listenToLog((options & 0xC0) == 0xC0);
   const auto encoding = encodings[options % encodings.size()];
@@ -140,5 +133,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t len
   const auto format = input.takeUpTo('\0');
   checkUnpack(format, Data(input.rest()), encoding);
   checkPack(format, input, encoding);
+}
+
+}  // namespace
+}  // namespace fuzz
+}  // namespace vesko
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t length) {
+  vesko::fuzz::run({bytes, length});
   return 0;
 }
