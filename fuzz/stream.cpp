@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <iterator>
@@ -38,8 +39,9 @@ class Observer final : public VeskoIncomingTransferDelegate, public VeskoTransfe
   void incomingTransferDidStart(VeskoIncomingTransfer& /*transfer*/) override {
     check(!std::exchange(hasStarted, true), "a transfer starts once");
   }
-  void incomingTransferDidFinish(VeskoIncomingTransfer& /*transfer*/) override {
+  void incomingTransferDidFinish(VeskoIncomingTransfer& transfer) override {
     checkUnderWay();
+    check(elements == transfer.elementCount, "a transfer finishes with its last element");
     check(!std::exchange(hasFinished, true), "a transfer finishes once");
   }
   void incomingTransferDidProgress(VeskoIncomingTransfer& transfer, std::uint64_t elementCount,
@@ -52,6 +54,7 @@ class Observer final : public VeskoIncomingTransferDelegate, public VeskoTransfe
     const bool isInside =
         currentPath.value_or("").empty() || currentPath->starts_with(transfer.currentBasePath() + "/");
     check(isInside, "what arrives is inside of the storage folder");
+    elements = finishedElements;
     bytes = finishedBytes;
   }
   void incomingTransferDidReceiveText(VeskoIncomingTransfer& /*transfer*/, const std::string& received) override {
@@ -75,6 +78,7 @@ class Observer final : public VeskoIncomingTransferDelegate, public VeskoTransfe
 
   bool hasStarted = false;
   bool hasFinished = false;
+  std::uint64_t elements = 0;
   std::uint64_t bytes = 0;
   std::optional<std::string> text;
   std::optional<std::string> saved;
@@ -120,6 +124,8 @@ void checkOutcome(const Observer& observer, const Options& options) {
   check(observer.isFinished() || !observer.saved, "a transfer that failed has saved nothing");
   check(outcome.keptPath.empty() || options.keepPartial, "what is partial is kept only where that was asked for");
   check(observer.isFinished() || !outcome.description().empty(), "a failure is described");
+  check(outcome.dropped.size() == std::min(outcome.droppedCount, VeskoTransferOutcome::maximumListed),
+        "what was dropped is listed, up to a limit");
 }
 
 /// Looks at what is in the downloads folder, takes it away, and looks again.
