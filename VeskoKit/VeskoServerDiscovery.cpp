@@ -19,6 +19,14 @@ constexpr std::int64_t sendTag = 0;
 
 constexpr std::chrono::seconds answerWindow{1};
 
+/// Bytes of the table, before anything in it is escaped, that are told with each datagram: the table of a large
+/// network. That of a crowd would take longer to write than its datagrams to arrive.
+constexpr std::size_t maximumLogged = 16 * 1024;
+
+/// Whether an address is one of 0.0.0.0/8 (RFC 6890). Datagrams may come with it, but what is sent there stays on this
+/// machine, which would meet itself.
+bool isNobody(std::string_view host) { return host.starts_with("0."); }
+
 }  // namespace
 
 class VeskoServer::DatagramEvents final : public GCDAsyncUdpSocketDelegate {
@@ -86,7 +94,7 @@ void VeskoServer::send(const std::string& datagram, const std::string& dest, std
 void VeskoServer::udpSocketDidReceiveData(std::string_view data, std::string_view address) {
   std::string sender;
   std::uint16_t sourcePort = 0;
-  if (!GCDAsyncUdpSocket::getHost(sender, sourcePort, address) || isLocalPeer(sender)) return;
+  if (!GCDAsyncUdpSocket::getHost(sender, sourcePort, address) || isNobody(sender) || isLocalPeer(sender)) return;
   auto datagram = decodeDiscoveryDatagram(data);
   if (!datagram) return;
   if (auto* const hello = std::get_if<DiscoveryHello>(&*datagram)) {
@@ -160,11 +168,15 @@ std::shared_ptr<VeskoPeer> VeskoServer::peerWithKey(const std::string& key) cons
 void VeskoServer::logPeers() const {
   if (!Log::isEnabled()) return;
   std::string table;
+  std::size_t untold = peers_.size();
   for (const auto& [key, peer] : peers_) {
+    if (table.size() >= maximumLogged) break;
+    --untold;
     table += table.empty() ? "" : ", ";
     table +=
         '"' + key + "\": " + peer->ip() + ':' + std::to_string(peer->port()) + " \"" + peer->systemSignature() + '"';
   }
+  if (untold > 0) table += ", and " + std::to_string(untold) + " more";
   Log::line("[" + (table.empty() ? ":" : table) + "]");
 }
 
