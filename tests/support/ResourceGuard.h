@@ -1,0 +1,84 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "Platform/DispatchQueue.h"
+#include "tests/support/QueueTasks.h"
+
+namespace vesko {
+
+/// Bytes of memory that the process has in use.
+inline std::size_t residentMemory() {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  std::size_t kibibytes = 0;
+  while (status >> word && word != "VmRSS:") {
+  }
+  status >> kibibytes;
+  return kibibytes * 1024;
+}
+
+/// Whether `residentMemory` says what the program itself uses: sanitizers keep what was freed.
+constexpr bool countsMemory =
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    false;
+#else
+    true;
+#endif
+#else
+    true;
+#endif
+
+/// Fails a test that ends with other numbers of open descriptors and threads than it began with. As a fixture's first
+/// base it begins before everything else, and ends after it.
+class ResourceGuard {
+ public:
+  ResourceGuard(const ResourceGuard&) = delete;
+  ResourceGuard& operator=(const ResourceGuard&) = delete;
+
+ protected:
+  ResourceGuard() {
+    waitForTasks(DispatchQueue::serial("first"));  // the queues' threads are there for good
+    descriptors_ = descriptors();
+    threads_ = threads();
+  }
+
+  ~ResourceGuard() {
+    // Who has let go of a connection does not wait for its end, and a thread that was joined is listed a little longer.
+    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!isRestored() && std::chrono::steady_clock::now() < bound) std::this_thread::yield();
+    EXPECT_EQ(descriptors(), descriptors_);
+    EXPECT_EQ(threads(), threads_);
+  }
+
+ private:
+  static std::size_t entriesOf(const char* folder) {
+    std::error_code error;
+    std::size_t count = 0;
+    // A thread that ends meanwhile ends the reading of a list of threads, too.
+    for (std::filesystem::directory_iterator entry(folder, error); !error && entry != end(entry);
+         entry.increment(error)) {
+      ++count;
+    }
+    return count;
+  }
+  static std::size_t descriptors() { return entriesOf("/proc/self/fd"); }
+  static std::size_t threads() { return entriesOf("/proc/self/task"); }
+  [[nodiscard]] bool isRestored() const { return descriptors() == descriptors_ && threads() == threads_; }
+
+  std::size_t descriptors_ = 0;
+  std::size_t threads_ = 0;
+};
+
+}  // namespace vesko
