@@ -79,6 +79,8 @@ std::string RawConnection::receive(std::size_t length) {
   return bytes;
 }
 
+void RawConnection::shutdown() const noexcept { ::shutdown(descriptor_.get(), SHUT_WR); }
+
 void RawConnection::reset() noexcept {
   setOption(descriptor_.get(), SOL_SOCKET, SO_LINGER, linger{.l_onoff = 1, .l_linger = 0});
   descriptor_.reset();

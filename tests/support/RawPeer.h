@@ -26,6 +26,9 @@ class RawConnection {
   /// Why the last receiving ended; none for the orderly end of the stream.
   [[nodiscard]] const std::error_code& error() const noexcept { return error_; }
 
+  /// Ends what is sent; the other side can go on.
+  void shutdown() const noexcept;
+
   void close() noexcept { descriptor_.reset(); }
   void reset() noexcept;
 
