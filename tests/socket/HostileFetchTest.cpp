@@ -209,7 +209,7 @@ TEST_F(HostileFetchTest, WhatNeverEndsTakesLittleMemory) {
     for (auto& connection : connections) connection.send(beginning);
     std::size_t sent = 0;
     while (!connections.empty() && sent < most) {
-      std::erase_if(connections, [&](RawConnection& connection) { return !connection.send(repeated); });
+      std::erase_if(connections, [&more = repeated](RawConnection& connection) { return !connection.send(more); });
       sent += repeated.size();
     }
     EXPECT_LT(sent, most);
