@@ -8,10 +8,9 @@ namespace {
 
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// The bytes that up to four characters stand for, without padding, are put at the end of `decoded`; false when a
+/// The bytes that two to four characters stand for, without padding, are put at the end of `decoded`; false when a
 /// character is none of the alphabet, or stands for more than whole bytes.
 bool appendGroup(std::string_view group, std::string& decoded) {
-  if (group.size() < 2) return false;
   std::uint32_t bits = 0;
   for (const char character : group) {
     const auto value = alphabet.find(character);
