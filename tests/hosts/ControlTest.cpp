@@ -58,6 +58,7 @@ TEST(ControlMessage, TakesRequestsOfItsVersionAndNothingElse) {
   for (const char* line :
        {"", "{", "null", "[]", "7", "\"peers\"", "{}", R"({"request":"peers"})", R"({"request":"peers","version":2})",
         R"({"request":"peers","version":"1"})", R"({"request":"peers","version":1.0})", R"({"request":1,"version":1})",
+        R"({"request":"avatar","version":1})", R"({"request":"avatar","version":1,"key":1})",
         R"({"request":"quit","version":1})", R"({"request":["peers"],"version":1})",
         "{\"request\":\"\xff\",\"version\":1}"}) {
     EXPECT_EQ(parseControlRequest(line), std::nullopt) << line;
@@ -74,6 +75,17 @@ TEST(ControlMessage, ReadsThePeersItWrites) {
         std::string(R"({"event":"peers","version":1,"peers":[{"key":"a"}]})"),
         std::string(R"({"event":"peers","version":2,"peers":[]})"), std::string("[]")}) {
     EXPECT_EQ(parseControlPeers(line), std::nullopt) << line;
+  }
+}
+
+TEST(ControlMessage, ReadsThePictureItWrites) {
+  const ControlAvatar some{"a", "data:"};
+  EXPECT_EQ(parseControlAvatar(controlAvatarLine(some)), some);
+  for (const std::string& line :
+       {controlAnnouncedLine(), std::string(R"({"event":"avatar","version":2,"key":"a","avatar":""})"),
+        std::string(R"({"event":"avatar","version":1,"avatar":""})"),
+        std::string(R"({"event":"avatar","version":1,"key":"a"})"), std::string("{")}) {
+    EXPECT_EQ(parseControlAvatar(line), std::nullopt) << line;
   }
 }
 

@@ -145,17 +145,10 @@ TEST(BinUtils, UnhexlifySaysWhatIsNoDigit) {
     std::string text;
     std::string line;
   } cases[] = {
-      {"0x10", other + "1..<2"},
-      {" a b g", other + "2..<3"},
-      {"ab\tcd", other + "2..<3"},
-      {"ab\n", other + "2..<3"},
-      {"\0"s, other + "0..<1"},
-      {"/:@G`g", other + "0..<1"},
-      {"a\u00a0b", other + "1..<2"},
-      {"aa\uff11", other + "2..<3"},
-      {"aa\ufb00", other + "2..<3"},
-      {"\xff", other + "0..<1"},
-      {"abc", "-- found odd number of hex characters: 3"},
+      {"0x10", other + "1..<2"},     {" a b g", other + "2..<3"},   {"ab\tcd", other + "2..<3"},
+      {"ab\n", other + "2..<3"},     {"\0"s, other + "0..<1"},      {"/:@G`g", other + "0..<1"},
+      {"{", other + "0..<1"},        {"a\u00a0b", other + "1..<2"}, {"aa\uff11", other + "2..<3"},
+      {"aa\ufb00", other + "2..<3"}, {"\xff", other + "0..<1"},     {"abc", "-- found odd number of hex characters: 3"},
       {"a bc d g", other + "4..<5"},
   };
   for (const auto& [text, line] : cases) {

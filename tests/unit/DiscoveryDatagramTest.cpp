@@ -43,6 +43,8 @@ TEST(DiscoveryDatagram, CutsLongSignaturesBetweenCharacters) {
     EXPECT_EQ(encodeDiscoveryDatagram(DiscoveryHello{true, {}, signature}), "\1" + cut);
     EXPECT_EQ(decodeDiscoveryDatagram("\1" + signature), DiscoveryDatagram(DiscoveryHello{true, {}, cut}));
   }
+  const std::string noCharacters(signatureLimit + 1, '\x80');
+  EXPECT_EQ(encodeDiscoveryDatagram(DiscoveryHello{true, {}, noCharacters}), "\1") << "there is nowhere to cut";
 }
 
 }  // namespace
