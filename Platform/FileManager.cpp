@@ -1,6 +1,7 @@
 #include "Platform/FileManager.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -63,6 +64,20 @@ std::optional<std::string> downloadsOfLine(std::string_view line, const std::str
   return withoutTrailingSlashes(belowHome ? home + *value : *value);
 }
 
+struct stat statusOf(const std::string& path, std::error_code& error) {
+  struct stat status {};
+  error = ::stat(path.c_str(), &status) == 0 ? std::error_code() : lastSystemError();
+  return status;
+}
+
+/// No error when a folder is at `path`.
+std::error_code obstacleToFolder(const std::string& path) {
+  std::error_code error;
+  const auto status = statusOf(path, error);
+  if (!error && !S_ISDIR(status.st_mode)) error = std::make_error_code(std::errc::not_a_directory);
+  return error;
+}
+
 std::string downloadsOfUserDirectories(const std::string& file, const std::string& home) {
   std::string downloads;
   std::ifstream stream(file);
@@ -76,11 +91,28 @@ std::string downloadsOfUserDirectories(const std::string& file, const std::strin
 
 bool fileExistsAtPath(const std::string& path) {
   std::error_code error;
-  return std::filesystem::exists(path, error);
+  (void)statusOf(path, error);
+  return !error;
+}
+
+std::uint64_t sizeOfFileAtPath(const std::string& path, std::error_code& error) {
+  const auto status = statusOf(path, error);
+  if (error) return 0;
+  if (S_ISDIR(status.st_mode)) error = std::make_error_code(std::errc::is_a_directory);
+  if (!error && !S_ISREG(status.st_mode)) error = std::make_error_code(std::errc::not_supported);
+  return error ? 0 : static_cast<std::uint64_t>(status.st_size);
 }
 
 void createDirectoryAtPath(const std::string& path, std::error_code& error) {
-  std::filesystem::create_directories(path, error);
+  error = obstacleToFolder(path);
+  if (error != std::errc::no_such_file_or_directory) return;
+  const auto parent = std::filesystem::path(path).parent_path().string();
+  error.clear();
+  if (!parent.empty()) createDirectoryAtPath(parent, error);
+  if (error || ::mkdir(path.c_str(), S_IRWXU | S_IRWXG | S_IRWXO) == 0) return;
+  error = lastSystemError();
+  // Somebody else may have been quicker.
+  if (error == std::errc::file_exists && !obstacleToFolder(path)) error.clear();
 }
 
 std::string downloadsDirectory(const std::string& home, const std::string& configHome, std::error_code& error) {
@@ -121,9 +153,7 @@ void replaceFileAtPath(const std::string& path, std::string_view bytes, std::err
 }
 
 std::error_code obstacleToStoringIn(const std::string& path) {
-  std::error_code error;
-  const bool isFolder = std::filesystem::is_directory(path, error);
-  if (!error && !isFolder) error = std::make_error_code(std::errc::not_a_directory);
+  std::error_code error = obstacleToFolder(path);
   if (!error && ::access(path.c_str(), W_OK | X_OK) != 0) error = lastSystemError();
   return error;
 }

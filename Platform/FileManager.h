@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,10 @@ namespace vesko::FileManager {
 
 /// True when anything is at `path`, links followed. Any thread.
 [[nodiscard]] bool fileExistsAtPath(const std::string& path);
+
+/// The length in bytes of the regular file at `path`, links followed; 0, with `error` set, when that cannot be had. Any
+/// thread.
+[[nodiscard]] std::uint64_t sizeOfFileAtPath(const std::string& path, std::error_code& error);
 
 /// Makes the folder at `path` and every missing one above it; an existing folder is accepted. Any thread.
 void createDirectoryAtPath(const std::string& path, std::error_code& error);

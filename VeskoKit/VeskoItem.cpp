@@ -1,11 +1,11 @@
 #include "VeskoKit/VeskoItem.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 #include "Platform/Data.h"
 #include "Platform/FileHandle.h"
+#include "Platform/FileManager.h"
 #include "Platform/SocketError.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/TransferStream.h"
@@ -57,8 +57,8 @@ VeskoFile::VeskoFile(std::shared_ptr<const VeskoItemFolder> folder, const Length
 
 VeskoFile::Length VeskoFile::lengthOfFile(const std::string& path) {
   std::error_code error;
-  const std::uintmax_t length = std::filesystem::file_size(path, error);
-  return {error ? 0 : length, error};
+  const std::uint64_t length = FileManager::sizeOfFileAtPath(path, error);
+  return {length, error};
 }
 
 Data VeskoFile::nextChunk() {
