@@ -48,14 +48,14 @@ class GCDAsyncSocketDelegate {
   }
 
   /// The connection, or the attempt to make it, has ended. Once and last; without an error when this side asked for it
-  /// and nothing went wrong.
+  /// and nothing went wrong. With one, it was reset, so that the other side does not take it for a whole stream either.
   virtual void socketDidDisconnect(GCDAsyncSocket& /*socket*/, const SocketError& /*error*/) {}
 };
 
 /// A TCP socket (IPv4) with queued reads and writes, each carrying a tag.
 ///
 /// Operations may be called on any thread and return at once. Reads are served in the order they were issued, and so
-/// are writes. All work on the connection is done on the delegate queue; destroying the socket closes it without a
+/// are writes. All work on the connection is done on the delegate queue; destroying the socket resets it without a
 /// word.
 class GCDAsyncSocket {
  public:

@@ -36,7 +36,10 @@ std::shared_ptr<GCDAsyncSocket> GCDAsyncSocket::make(std::weak_ptr<GCDAsyncSocke
 StreamSocket::StreamSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate, std::shared_ptr<DispatchQueue> delegateQueue)
     : delegate_(std::move(delegate)), queue_(std::move(delegateQueue)) {}
 
-StreamSocket::~StreamSocket() = default;
+StreamSocket::~StreamSocket() {
+  // Whoever sends would take an orderly end for the news that all has arrived.
+  if (state_ == State::connected) SocketCalls::resetOnClose(descriptor_.get());
+}
 
 void StreamSocket::onQueue(std::function<void(StreamSocket&)> work) {
   if (queue_->isCurrent()) {
@@ -142,12 +145,11 @@ void StreamSocket::acceptWaiting() {
 
 void StreamSocket::adopt(FileDescriptor descriptor, std::string host) {
   const auto delegate = delegate_.lock();
-  if (!delegate) return;
   auto accepted = std::make_shared<StreamSocket>(std::weak_ptr<GCDAsyncSocketDelegate>(), queue_);
   accepted->host_ = std::move(host);
   accepted->localPort_ = SocketCalls::localPort(descriptor.get());
   const std::error_code unwatched = accepted->open(std::move(descriptor), State::connected);
-  if (!unwatched) delegate->socketDidAcceptNewSocket(*this, std::move(accepted));
+  if (delegate && !unwatched) delegate->socketDidAcceptNewSocket(*this, std::move(accepted));
 }
 
 void StreamSocket::disconnect() {
@@ -225,7 +227,8 @@ void StreamSocket::checkDraining() {
 void StreamSocket::close(const SocketError& error, bool reset) {
   if (state_ == State::fresh || state_ == State::closed) return;
   state_ = State::closed;
-  if (reset) SocketCalls::resetOnClose(descriptor_.get());
+  // An orderly end would tell the other side that nothing was lost.
+  if (reset || error) SocketCalls::resetOnClose(descriptor_.get());
   alarm_.reset();
   source_.reset();
   descriptor_.reset();
