@@ -75,7 +75,7 @@ class GCDAsyncSocket {
   [[nodiscard]] virtual bool connectToHost(const std::string& host, std::uint16_t port, SocketError& error) = 0;
 
   /// Listens on `port` of every interface; 0 lets the system choose one. False, with `error` set, when it cannot. While
-  /// the process has no descriptor or memory to spare for a connection, accepting pauses and goes on by itself.
+  /// that fails, for want of a descriptor or memory, say, accepting pauses and goes on by itself.
   [[nodiscard]] virtual bool acceptOnPort(std::uint16_t port, SocketError& error) = 0;
 
   /// Queues a read of exactly `length` bytes (at least 1) into memory. `timeout`: seconds from the moment that the read

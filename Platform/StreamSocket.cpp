@@ -20,7 +20,8 @@ constexpr int acceptBatch = 64;
 /// Reads of what nobody wants, in one go before other work on the queue gets its turn.
 constexpr int drainBatch = 16;
 
-/// How long accepting rests when the process has no descriptor left: the connections wait in the system's backlog.
+/// How long accepting rests when it keeps failing, as it does when the process has no descriptor left: the connections
+/// wait in the system's backlog.
 constexpr std::chrono::milliseconds acceptPause{100};
 
 /// How often a closing connection is asked whether it still drains.
@@ -55,11 +56,16 @@ void StreamSocket::setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) {
 
 std::error_code StreamSocket::open(FileDescriptor descriptor, State state) {
   std::error_code error;
+  auto source = queue_->makeSource(descriptor.get(), error);
+  take(std::move(descriptor), std::move(source), state);
+  return error;
+}
+
+void StreamSocket::take(FileDescriptor descriptor, std::unique_ptr<DispatchSource> source, State state) {
   source_.reset();
   descriptor_ = std::move(descriptor);
-  source_ = queue_->makeSource(descriptor_.get(), error);
+  source_ = std::move(source);
   state_ = state;
-  return error;
 }
 
 bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, SocketError& error) {
@@ -112,32 +118,33 @@ void StreamSocket::finishConnect(std::uint16_t port) {
 bool StreamSocket::acceptOnPort(std::uint16_t port, SocketError& error) {
   std::error_code code;
   auto descriptor = std::make_shared<FileDescriptor>(SocketCalls::listen(port, code));
+  // Watched from here, so that the caller hears when that cannot be done: a listener has nobody else to tell.
+  auto source = std::make_shared<std::unique_ptr<DispatchSource>>();
+  if (!code) *source = queue_->makeSource(descriptor->get(), code);
   error = {code ? Operation::listen : Operation::none, code};
   if (code) return false;
   localPort_ = SocketCalls::localPort(descriptor->get());
-  onQueue([descriptor](StreamSocket& self) {
-    if (const std::error_code unwatched = self.open(std::move(*descriptor), State::listening)) {
-      self.close({Operation::listen, unwatched});
-    } else {
-      self.acceptWaiting();
-    }
+  onQueue([descriptor, source](StreamSocket& self) {
+    self.take(std::move(*descriptor), std::move(*source), State::listening);
+    self.acceptWaiting();
   });
   return true;
 }
 
 void StreamSocket::acceptWaiting() {
+  std::error_code code;
   for (int i = 0; i < acceptBatch && state_ == State::listening; ++i) {
     std::string host;
-    std::error_code code;
     FileDescriptor accepted = SocketCalls::accept(descriptor_.get(), host, code);
-    if (isShortageOfResources(code)) {
-      wakeIn(acceptPause);
-      return;
-    }
-    if (code == std::errc::operation_would_block) break;
+    // Other errors may be those of one connection, and the next one is fine.
+    if (code == std::errc::operation_would_block || isShortageOfResources(code)) break;
     if (accepted) adopt(std::move(accepted), std::move(host));
   }
   if (state_ != State::listening) return;
+  if (code && code != std::errc::operation_would_block) {
+    wakeIn(acceptPause);
+    return;
+  }
   source_->whenReadable([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->acceptWaiting();
   });

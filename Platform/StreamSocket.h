@@ -52,6 +52,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   // StreamSocket.cpp: the life of a connection
   void onQueue(std::function<void(StreamSocket&)> work);
   [[nodiscard]] std::error_code open(FileDescriptor descriptor, State state);
+  void take(FileDescriptor descriptor, std::unique_ptr<DispatchSource> source, State state);
   void beginConnect(std::uint16_t port);
   void finishConnect(std::uint16_t port);
   void acceptWaiting();
