@@ -97,11 +97,9 @@ class TreeRemoval {
 
   void removeEntry(int folder, std::string name) {
     if (::unlinkat(folder, name.c_str(), 0) == 0) return;
-    if (errno == EISDIR) {
-      enter(folder, std::move(name));
-    } else {
-      note(lastSystemError());
-    }
+    if (errno != EISDIR) return note(lastSystemError());
+    // An empty folder needs no descriptors, which may be what has run out.
+    if (::unlinkat(folder, name.c_str(), AT_REMOVEDIR) != 0) enter(folder, std::move(name));
   }
 
   void enter(int parent, std::string name) {
@@ -201,6 +199,11 @@ void DirectoryHandle::removeFile(const std::string& name, std::error_code& error
   setOnFailure(::unlinkat(descriptor_.get(), name.c_str(), 0), error);
 }
 
+void DirectoryHandle::removeEmptyFolder(const std::string& name, std::error_code& error) const {
+  assert(isComponent(name));
+  setOnFailure(::unlinkat(descriptor_.get(), name.c_str(), AT_REMOVEDIR), error);
+}
+
 void DirectoryHandle::removeTree(const std::string& name, std::error_code& error) const {
   assert(isComponent(name));
   error = TreeRemoval(descriptor_.get()).run(name);
@@ -233,10 +236,12 @@ FileIdentity DirectoryHandle::identity(std::error_code& error) const {
   return error ? FileIdentity{} : identityOf(status);
 }
 
-bool DirectoryHandle::leadsTo(const std::string& name, const DirectoryHandle& folder) const {
-  std::error_code error;
+bool DirectoryHandle::leadsTo(const std::string& name, const DirectoryHandle& folder, std::error_code& error) const {
   const auto found = attributes(name, false, error);
-  if (error) return false;
+  if (error) {
+    if (error == std::errc::no_such_file_or_directory) error.clear();
+    return false;
+  }
   const auto identity = folder.identity(error);
   return !error && found.identity == identity;
 }

@@ -56,6 +56,9 @@ class DirectoryHandle {
   /// Removes anything but a folder.
   void removeFile(const std::string& name, std::error_code& error) const;
 
+  /// Removes a folder that is empty.
+  void removeEmptyFolder(const std::string& name, std::error_code& error) const;
+
   /// Removes whatever has this name, with everything inside, following no link. Goes on after a failure and reports the
   /// first one; nothing there is no failure.
   void removeTree(const std::string& name, std::error_code& error) const;
@@ -71,8 +74,9 @@ class DirectoryHandle {
 
   [[nodiscard]] FileIdentity identity(std::error_code& error) const;
 
-  /// True when the entry is `folder` itself, not a link to it or what somebody has put in its place.
-  [[nodiscard]] bool leadsTo(const std::string& name, const DirectoryHandle& folder) const;
+  /// True when the entry is `folder` itself; false when it is gone, a link to it or what somebody has put in its place
+  /// or, with `error` set, when that cannot be told.
+  [[nodiscard]] bool leadsTo(const std::string& name, const DirectoryHandle& folder, std::error_code& error) const;
 
   /// True when the held folder belongs to the user this process runs as.
   [[nodiscard]] bool isOwnedByUser() const;

@@ -27,7 +27,7 @@ std::string nameForSeveral(std::chrono::system_clock::time_point startTime) {
 bool isAbandoned(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
   std::error_code error;
   // Asked last: until the lock is ours the transfer may be alive, and deliver the folder under another name.
-  return folder.isOwnedByUser() && folder.tryLock(error) && base.leadsTo(name, folder);
+  return folder.isOwnedByUser() && folder.tryLock(error) && base.leadsTo(name, folder, error);
 }
 
 }  // namespace
@@ -35,10 +35,9 @@ bool isAbandoned(const DirectoryHandle& base, const std::string& name, const Dir
 std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
   error.clear();
   if (!root_) return std::nullopt;
-  if (!base_->leadsTo(name_, *root_)) {
-    error = std::make_error_code(std::errc::no_such_file_or_directory);
-    return std::nullopt;
-  }
+  const bool isInPlace = base_->leadsTo(name_, *root_, error);
+  if (!isInPlace && !error) error = std::make_error_code(std::errc::no_such_file_or_directory);
+  if (error) return std::nullopt;
   const auto entries = root_->contents(error);
   if (error) return std::nullopt;
   std::string delivered;
@@ -56,8 +55,11 @@ std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
 void ReceivedItemStorage::remove() {
   if (!root_) return;
   std::error_code error;
-  // What cannot be removed now is left to the next sweep.
-  if (base_->leadsTo(name_, *root_)) base_->removeTree(name_, error);
+  // What cannot be removed even by a second attempt is left to the next sweep.
+  for (int attempt = 0; attempt < removalAttempts; ++attempt) {
+    if (base_->leadsTo(name_, *root_, error)) base_->removeTree(name_, error);
+    if (!error) break;
+  }
   close();
 }
 

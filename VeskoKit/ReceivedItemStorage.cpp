@@ -41,12 +41,12 @@ ReceivedItemStorage::Preparation preparation(std::error_code error, std::shared_
   return {isOfName ? Verdict::dropped : Verdict::failed, nullptr, error};
 }
 
-/// Locks the folder against sweepers, unless the file system has no locks, and so no sweepers either. False when one
-/// was quicker: it takes the folder for a dead transfer's and removes it.
-bool claim(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
-  std::error_code error;
+/// Locks the folder against sweepers, unless the file system has no locks, and so no sweepers either. False, without an
+/// error, when one was quicker: it takes the folder for a dead transfer's and removes it.
+bool claim(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder,
+           std::error_code& error) {
   const bool isLockedByAnother = !folder.tryLock(error) && !error;
-  return !isLockedByAnother && base.leadsTo(name, folder);
+  return !isLockedByAnother && base.leadsTo(name, folder, error);
 }
 
 void makeFolder(const DirectoryHandle& parent, const std::string& name, std::error_code& error) {
@@ -102,9 +102,13 @@ std::error_code ReceivedItemStorage::makeStorageFolder() {
     if (error == std::errc::file_exists) continue;
     if (error) return error;
     auto folder = base_->openFolder(name_, error);
-    if (error && error != std::errc::no_such_file_or_directory) return error;
-    if (folder && claim(*base_, name_, *folder)) {
+    if (folder && claim(*base_, name_, *folder, error)) {
       parent_ = root_ = std::move(folder);
+      return error;
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+      std::error_code ignored;
+      base_->removeEmptyFolder(name_, ignored);
       return error;
     }
   }
@@ -167,9 +171,14 @@ ReceivedItemStorage::Preparation ReceivedItemStorage::prepareFile(std::string_vi
   return preparation(error, std::move(file));
 }
 
-void ReceivedItemStorage::discardLastFile() {
+bool ReceivedItemStorage::discardLastFile() {
+  const auto file = std::exchange(lastFile_, {});
   std::error_code error;
-  if (!lastFile_.empty()) parent_->removeFile(std::exchange(lastFile_, {}), error);
+  for (int attempt = 0; !file.empty() && attempt < removalAttempts; ++attempt) {
+    parent_->removeFile(file, error);
+    if (!error) break;
+  }
+  return !error;
 }
 
 }  // namespace vesko

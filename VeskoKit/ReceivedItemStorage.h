@@ -60,8 +60,9 @@ class ReceivedItemStorage {
   /// `size` bytes that the disk has no room for fails with `std::errc::no_space_on_device` before anything is created.
   [[nodiscard]] Preparation prepareFile(std::string_view name, std::uint64_t size);
 
-  /// Removes the file prepared last, whose body did not arrive whole.
-  void discardLastFile();
+  /// Removes the file prepared last, whose body did not arrive whole. False when it cannot: nothing may be settled
+  /// then.
+  [[nodiscard]] bool discardLastFile();
 
   /// Moves what arrived into the downloads folder: a single top-level entry under its own name, several inside a folder
   /// "Received by Vesko at " and the start time, with a counter from 2 on in parentheses where the name is taken. Never
@@ -77,6 +78,9 @@ class ReceivedItemStorage {
   static std::size_t sweep(const std::string& basePath);
 
  private:
+  /// The failure that ended the transfer may be the one that stands in the way of a removal, and pass.
+  static constexpr int removalAttempts = 2;
+
   void chooseName();
   [[nodiscard]] std::error_code makeStorageFolder();
   [[nodiscard]] bool hasRoomFor(std::uint64_t size);

@@ -348,8 +348,8 @@ void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operatio
                      ? TransferFailure::cancelled()
                      : TransferFailure::make(reason, std::move(operation), error, buffer_ ? "" : currentName());
   if (socket_) socket_->disconnectWithReset();
-  if (std::exchange(currentFile_, nullptr)) storage_->discardLastFile();
-  if (settings_.keepPartial) {
+  const bool isRestWhole = !std::exchange(currentFile_, nullptr) || storage_->discardLastFile();
+  if (settings_.keepPartial && isRestWhole) {
     std::error_code unsettled;
     outcome.keptPath = storage_->settle(unsettled).value_or("");
   }

@@ -217,8 +217,8 @@ TEST_F(ReceivedItemStorageTest, LeavesNothingBehindUnlessSettled) {
     ReceivedItemStorage storage(downloads(), evening, randomText);
     for (const auto& name : whole) EXPECT_EQ(store(storage, name), Verdict::stored);
     EXPECT_EQ(store(storage, "half"), Verdict::stored);
-    storage.discardLastFile();
-    storage.discardLastFile();
+    EXPECT_TRUE(storage.discardLastFile());
+    EXPECT_TRUE(storage.discardLastFile());
     EXPECT_EQ(settled(storage), whole.empty() ? "" : downloads() + "/whole");
     EXPECT_EQ(delivered(), whole);
   }
