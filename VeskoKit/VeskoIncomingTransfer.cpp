@@ -317,14 +317,15 @@ void VeskoIncomingTransfer::completeElement() {
 
 void VeskoIncomingTransfer::finish() {
   Log::line("Finished transfer");
-  socket_->disconnect();
-  socket_.reset();
   std::error_code error;
   const std::optional<std::string> path = storage_->settle(error);
   if (error) {
     fail(TransferFailure::reasonOfStorage(error), "moving what arrived to its place", error);
     return;
   }
+  // Not before everything has its place: the sender takes the orderly end for the news of that.
+  socket_->disconnect();
+  socket_.reset();
   if (path && delegate_) delegate_->incomingTransferDidSaveItems(*this, *path);
   if (delegate_) delegate_->incomingTransferDidFinish(*this);
   end({});
