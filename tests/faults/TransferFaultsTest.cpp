@@ -1,0 +1,98 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "tests/faults/TransferLoop.h"
+
+namespace vesko {
+namespace {
+
+/// What may go wrong, with the calls that it may happen to in a transfer.
+struct FaultClass {
+  int error;
+  std::vector<std::string_view> calls;
+};
+
+const std::array shortagesAndDefects = {
+    FaultClass{ENOSPC, {"mkdirat", "openat creating", "pwrite", "renameat2"}},
+    FaultClass{EDQUOT, {"mkdirat", "openat creating", "pwrite", "renameat2"}},
+    FaultClass{EIO,
+               {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstat", "fstatat", "renameat2",
+                "readdir", "fstatvfs", "pread", "pwrite", "sendfile"}},
+    FaultClass{EACCES, {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstatat", "renameat2"}},
+    FaultClass{EMFILE, {"open", "openat", "openat creating", "socket", "accept4"}},
+    FaultClass{ENOMEM,
+               {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstat", "fstatat", "renameat2",
+                "fdopendir", "socket", "accept4", "recv", "send", "sendfile", "epoll_ctl"}},
+    FaultClass{ENOBUFS, {"socket", "accept4", "connect", "send", "setsockopt", "getsockopt", "getsockname"}},
+    FaultClass{ECONNRESET, {"recv", "send", "sendfile"}},
+    FaultClass{ENOLCK, {"flock"}},
+};
+
+/// What no transfer may mind.
+const std::array disturbances = {
+    FaultClass{EINTR,
+               {"open", "openat", "openat creating", "fstatvfs", "flock", "pread", "pwrite", "recv", "send", "sendfile",
+                "accept4"}},
+    FaultClass{SystemFaults::fewerBytes, {"pread", "pwrite", "recv", "send", "sendfile"}},
+};
+
+class TransferFaultsTest : public TransferLoop, public testing::WithParamInterface<const char*> {
+ protected:
+  TransferFaultsTest() { begin(GetParam()); }
+};
+
+using StorageFaultsTest = TransferFaultsTest;
+
+TEST_P(TransferFaultsTest, EachCallFailsOnce) {
+  for (const auto& [error, calls] : shortagesAndDefects) {
+    for (const auto call : calls) failEachInTurn(error, {call}, 1);
+  }
+}
+
+TEST_P(TransferFaultsTest, FromOneCallOnAllFail) {
+  for (const auto& [error, calls] : shortagesAndDefects) {
+    auto lasting = calls;
+    // A listener without descriptors waits for better times, see below.
+    std::erase(lasting, "accept4");
+    failEachInTurn(error, lasting, SystemFaults::forever);
+  }
+}
+
+TEST_P(TransferFaultsTest, GoesOnWhereNothingIsLost) {
+  for (const auto& [error, calls] : disturbances) {
+    for (const auto call : calls) {
+      failEachInTurn(error, {call}, 3);
+      if (error == SystemFaults::fewerBytes) (void)strikes({error, {call}, 1, SystemFaults::forever});
+    }
+  }
+}
+
+/// Without renaming that never replaces, which not every file system has, the names are reserved first.
+TEST_P(StorageFaultsTest, EachCallFailsOnAnOldFileSystem) {
+  standing_ = {EINVAL, {"renameat2"}, 1, SystemFaults::forever};
+  failEachInTurn(EINTR, {"openat creating"}, 1);
+  for (const int error : {ENOSPC, EIO}) {
+    for (const auto call : {"mkdirat", "openat creating", "fstatat", "renameat", "unlinkat"}) {
+      const bool isOfSpace = error == ENOSPC;
+      if (!isOfSpace || call != std::string_view("unlinkat")) failEachInTurn(error, {call}, 1);
+    }
+  }
+  failEachInTurn(ENOSPC, {"mkdirat", "openat creating", "pwrite", "renameat"}, SystemFaults::forever);
+}
+
+/// Somebody may have removed the downloads folder.
+TEST_P(StorageFaultsTest, EachCallFailsWhereTheFolderIsMissing) {
+  removesDownloads_ = true;
+  for (const int error : {ENOSPC, EDQUOT, EIO, EACCES}) {
+    for (const std::size_t count : {std::size_t{1}, SystemFaults::forever}) failEachInTurn(error, {"mkdir"}, count);
+  }
+  failEachInTurn(EIO, {"stat"}, 1);
+}
+
+const auto nameOf = [](const auto& parameter) { return std::string(parameter.param); };
+INSTANTIATE_TEST_SUITE_P(Of, TransferFaultsTest, testing::Values("file", "folder", "several", "text"), nameOf);
+INSTANTIATE_TEST_SUITE_P(Of, StorageFaultsTest, testing::Values("file", "several"), nameOf);
+
+}  // namespace
+}  // namespace vesko
