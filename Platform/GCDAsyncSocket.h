@@ -99,6 +99,7 @@ class GCDAsyncSocket {
 
   /// Ends the connection once every queued write is complete: says that nothing follows (half-close), waits for the
   /// other side to close, as long as sent bytes are still being taken and then `drainSeconds` at most, and closes.
+  /// Another side that ends before it has taken everything has to take the rest, or the end is an error.
   virtual void disconnectAfterWriting() = 0;
 
   /// The other side's address in dotted-decimal form; empty while there is none. On the delegate queue only.

@@ -37,7 +37,7 @@ struct Address {
 /// Starts connecting; `std::errc::operation_in_progress` when the end of the attempt has to be waited for.
 void connect(int descriptor, const Address& address, std::error_code& error);
 
-/// How an attempt to connect ended.
+/// How an attempt to connect ended, or what has happened to a connection since; each error is told once.
 [[nodiscard]] std::error_code connectResult(int descriptor);
 
 /// A socket that listens at `where`, taking over from connections of an earlier process that are still dying.

@@ -24,6 +24,9 @@ constexpr int drainBatch = 16;
 /// wait in the system's backlog.
 constexpr std::chrono::milliseconds acceptPause{100};
 
+/// What the system counts for the end of what is sent, until the other side has acknowledged it (bytes).
+constexpr std::uint64_t endOfStreamLength = 1;
+
 /// How often a closing connection is asked whether it still drains.
 constexpr std::chrono::milliseconds drainInterval{500};
 
@@ -212,6 +215,9 @@ void StreamSocket::drain() {
     waitReadable();
   } else if (code || writer_.gatheredBytes() > 0) {
     close({Operation::write, code ? code : make_error_code(SocketErrc::endOfStream)});
+  } else if (undrainedBytes() > endOfStreamLength) {
+    // It has gone, or has just nothing to say: that shows when it takes the rest, or refuses it.
+    otherSideHasEnded_ = true;
   } else {
     close({});
   }
@@ -222,8 +228,16 @@ void StreamSocket::checkDraining() {
   const std::uint64_t left = undrainedBytes();
   if (left < undrained_) drainedAt_ = now;
   undrained_ = left;
-  if (now - drainedAt_ < Seconds(drainSeconds)) {
+  const std::error_code refused =
+      otherSideHasEnded_ ? SocketCalls::connectResult(descriptor_.get()) : std::error_code();
+  if (refused) {
+    close({Operation::write, refused});
+  } else if (otherSideHasEnded_ && left <= endOfStreamLength) {
+    close({});
+  } else if (now - drainedAt_ < Seconds(drainSeconds)) {
     wakeIn(drainInterval);
+  } else if (otherSideHasEnded_) {
+    close({Operation::write, SocketErrc::endOfStream});
   } else if (writer_.gatheredBytes() > 0) {
     close({Operation::write, std::make_error_code(std::errc::timed_out)});
   } else {

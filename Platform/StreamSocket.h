@@ -103,6 +103,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   std::unique_ptr<Alarm> alarm_;
   std::optional<Time> alarmTime_;
 
+  bool otherSideHasEnded_ = false;  ///< while it has not taken everything
   std::uint64_t undrained_ = 0;
   Time drainedAt_;
 };

@@ -53,7 +53,7 @@ class HostileControlTest : private ResourceGuard, public testing::Test {
   [[nodiscard]] static std::string answerTo(std::string_view bytes, bool isAll = true) {
     RawConnection connection = connect();
     connection.send(bytes);
-    if (isAll) connection.shutdown();
+    if (isAll) connection.endSending();
     std::string answer = connection.receiveAll();
     EXPECT_NE(connection.error(), std::errc::resource_unavailable_try_again) << "it is still open";
     return answer;

@@ -133,6 +133,35 @@ TEST_F(SocketTest, AFinishedConnectionDoesNotWaitForeverForAnOtherSideThatStopsR
   EXPECT_GT(finished, 0);
 }
 
+TEST_F(SocketTest, AnOtherSideThatEndsBeforeItHasTakenEverythingIsNotBelieved) {
+  enum class Answer { takesTheRest, reset, silence };
+  const struct {
+    Answer answer;
+    std::string end;
+  } cases[] = {{Answer::takesTheRest, "none"}, {Answer::reset, "write: "}, {Answer::silence, "write: "}};
+  const std::string data(1024 * 1024, 'x');  // what one side holds for sending, but not the other unread
+  for (const auto& [answer, end] : cases) {
+    SCOPED_TRACE(static_cast<int>(answer));
+    RawConnection peer = connect();
+    socket_->writeData(Data(data), -1, 1);
+    socket_->disconnectAfterWriting();
+    ASSERT_TRUE(events_->waitFor("wrote 1"));
+    peer.endSending();
+    waitForTasks(queue_);
+    EXPECT_EQ(events_->count("disconnected"), 0U);
+    if (answer == Answer::takesTheRest) {
+      EXPECT_EQ(peer.receiveAll().size(), data.size());
+    }
+    if (answer == Answer::reset) peer.reset();
+    for (int i = 0; i < 3 && events_->count("disconnected") == 0; ++i) {
+      waitForTasks(queue_);
+      clock_->advance(answer == Answer::silence ? 11s : 1s);
+    }
+    ASSERT_TRUE(events_->waitFor("disconnected"));
+    EXPECT_TRUE(events_->all().back().starts_with("disconnected " + end)) << events_->all().back();
+  }
+}
+
 TEST_F(SocketTest, ListenersAcceptUntilTheyAreDisconnected) {
   SocketError error;
   ASSERT_TRUE(socket_->acceptOnPort(0, error));

@@ -55,7 +55,7 @@ class HostileFetchTest : private ResourceGuard, public VeskoServerTest {
   void answer(std::string_view bytes) const {
     RawConnection connection = accept();
     connection.send(bytes);
-    connection.shutdown();
+    connection.endSending();
     (void)connection.receiveAll();
   }
 

@@ -155,7 +155,7 @@ TEST_F(HostileHttpTest, NonsenseGetsAnAnswerOrNone) {
     for (const std::size_t pieceLength : {std::size_t{1}, std::string::npos}) {
       RawConnection connection = open();
       connection.send(bytes, pieceLength);
-      connection.shutdown();
+      connection.endSending();
       const std::string answer = connection.receiveAll();
       EXPECT_EQ(answer.substr(0, answer.find("\r\n")), status.empty() ? "" : "HTTP/1.1 " + status);
       EXPECT_EQ(answer.find("HTTP/1.1", 1), std::string::npos) << "one request, one answer";

@@ -79,7 +79,7 @@ std::string RawConnection::receive(std::size_t length) {
   return bytes;
 }
 
-void RawConnection::shutdown() const noexcept { ::shutdown(descriptor_.get(), SHUT_WR); }
+void RawConnection::endSending() const noexcept { ::shutdown(descriptor_.get(), SHUT_WR); }
 
 void RawConnection::reset() noexcept {
   setOption(descriptor_.get(), SOL_SOCKET, SO_LINGER, linger{.l_onoff = 1, .l_linger = 0});

@@ -27,7 +27,7 @@ class RawConnection {
   [[nodiscard]] const std::error_code& error() const noexcept { return error_; }
 
   /// Ends what is sent; the other side can go on.
-  void shutdown() const noexcept;
+  void endSending() const noexcept;
 
   void close() noexcept { descriptor_.reset(); }
   void reset() noexcept;
