@@ -41,10 +41,15 @@ std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
   const auto entries = root_->contents(error);
   if (error) return std::nullopt;
   std::string delivered;
-  if (entries.size() == 1) delivered = moveToFreeName(*root_, entries.front(), *base_, entries.front(), error);
-  if (entries.size() > 1) delivered = moveToFreeName(*base_, name_, *base_, nameForSeveral(startTime_), error);
+  // What has the name of a storage folder must not lie where one would: it would be swept away.
+  const bool needsFolder = entries.size() > 1 || (!entries.empty() && ReceivedItemNames::isStorageName(entries[0]));
+  if (needsFolder) {
+    delivered = moveToFreeName(*base_, name_, *base_, nameForSeveral(startTime_), error);
+  } else if (!entries.empty()) {
+    delivered = moveToFreeName(*root_, entries.front(), *base_, entries.front(), error);
+  }
   if (error) return std::nullopt;
-  if (entries.size() > 1) {
+  if (needsFolder) {
     close();
   } else {
     remove();

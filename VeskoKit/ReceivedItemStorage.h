@@ -64,10 +64,10 @@ class ReceivedItemStorage {
   /// then.
   [[nodiscard]] bool discardLastFile();
 
-  /// Moves what arrived into the downloads folder: a single top-level entry under its own name, several inside a folder
-  /// "Received by Vesko at " and the start time, with a counter from 2 on in parentheses where the name is taken. Never
-  /// replaces anything. The final path; "" when nothing was in the storage folder; none when it was never made, or with
-  /// `error` set (then the storage folder still stands).
+  /// Moves what arrived into the downloads folder: a single top-level entry under its own name, several, and one that
+  /// is named as storage folders are, inside a folder "Received by Vesko at " and the start time, with a counter from 2
+  /// on in parentheses where the name is taken. Never replaces anything. The final path; "" when nothing was in the
+  /// storage folder; none when it was never made, or with `error` set (then the storage folder still stands).
   [[nodiscard]] std::optional<std::string> settle(std::error_code& error);
 
   /// Removes the storage folder with all it holds.
