@@ -1,6 +1,12 @@
 #pragma once
 
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
+#include <string_view>
 
 #include "tests/socket/VeskoServerFixture.h"
 #include "tests/support/OpenHandles.h"
@@ -11,18 +17,57 @@ namespace vesko {
 /// open when it is gone.
 class HostileTest : public OpenHandles, public VeskoServerTest {
  protected:
+  /// What is below a folder, by relative path: the contents of files, "/" for folders, "-> target" for links.
+  using Tree = std::map<std::string, std::string>;
+
+  enum class End : bool { close, reset };
+
   /// Has only outcomes recorded, for streams that tell of more than is worth keeping.
   void recordOnlyOutcomes() {
     Log::setSink(nullptr);
     server_->setIncomingDelegate(nullptr);
   }
 
+  /// As `receive`, with a choice of how the connection ends.
+  [[nodiscard]] bool receiveUntil(std::string_view stream, End end, const std::string& outcome) {
+    recorder_->take();
+    auto sender = connect();
+    sender.send(stream);
+    end == End::reset ? sender.reset() : sender.close();
+    return endsWith(outcome);
+  }
+
+  [[nodiscard]] Tree deliveredTree() const { return treeOf(folder_.path("downloads")); }
+
+  /// Reports that only a transfer which comes to its end may make.
+  [[nodiscard]] std::size_t toldSuccesses() const {
+    return recorder_->count("[finished]") + recorder_->count("[saved") + recorder_->count("[text");
+  }
+
   /// The service does what it is for, and the transfers before have left nothing half done.
   void expectGoodService() {
-    EXPECT_TRUE(receive(StreamBytes::metadata(1, 5) + StreamBytes::file("good", "whole"), "finished"));
-    EXPECT_EQ(folder_.read("downloads/good"), "whole");
-    for (const auto& name : delivered()) EXPECT_NE(name.find(".Vesko"), 0U) << name;
+    for (const auto& name : delivered()) EXPECT_FALSE(name.starts_with(".Vesko")) << name;
     clear();
+    EXPECT_TRUE(receive(StreamBytes::metadata(1, 5) + StreamBytes::file("good", "whole"), "finished"));
+    EXPECT_EQ(deliveredTree(), (Tree{{"good", "whole"}}));
+    clear();
+  }
+
+  [[nodiscard]] static Tree treeOf(const std::string& folder) {
+    namespace fs = std::filesystem;
+    Tree tree;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+      auto& what = tree[entry.path().lexically_relative(folder).string()];
+      if (entry.is_symlink()) {
+        what = "-> " + fs::read_symlink(entry.path()).string();
+      } else if (entry.is_directory()) {
+        what = "/";
+      } else {
+        std::ifstream stream(entry.path(), std::ios::binary);
+        what.assign(std::istreambuf_iterator<char>(stream), {});
+      }
+    }
+    return tree;
   }
 };
 

@@ -42,10 +42,11 @@ class EventList {
     return std::exchange(events_, {});
   }
 
-  /// True as soon as `count` events start with `prefix`; false when they do not within ten seconds.
-  [[nodiscard]] bool waitFor(std::string_view prefix, std::size_t count = 1) const {
+  /// True as soon as `count` events start with `prefix`; false when they do not within `patience`.
+  [[nodiscard]] bool waitFor(std::string_view prefix, std::size_t count = 1,
+                             std::chrono::seconds patience = std::chrono::seconds(10)) const {
     std::unique_lock lock(mutex_);
-    return added_.wait_for(lock, std::chrono::seconds(10), [&] {
+    return added_.wait_for(lock, patience, [&] {
       const auto starts = [&](const std::string& event) { return event.starts_with(prefix); };
       return static_cast<std::size_t>(std::ranges::count_if(events_, starts)) >= count;
     });
