@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+#include "tests/support/Coverage.h"
+
 namespace vesko {
 
 /// Runs `body` in a process of its own, which may give up rights and change what belongs to the process. True when it
@@ -19,6 +21,7 @@ template <class Body>
     // What it throws must not lead the child back into the parent's work.
     [&]() noexcept { body(); }();
     std::fflush(nullptr);
+    keepCoverage();
     ::_exit(testing::Test::HasFailure() ? 1 : 0);
   }
   int status = 0;
