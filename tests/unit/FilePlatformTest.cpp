@@ -109,12 +109,25 @@ void expectMovesWithoutReplacing() {
   }
 }
 
-/// Makes the kernel answer as for a file system that cannot rename without replacing.
-void refuseExclusiveRenames() {
+/// What is not there, and a folder into itself.
+void expectNothingOfAMoveThatFails() {
+  const TemporaryFolder folder;
+  const auto from = opened(folder.path());
+  const auto inner = opened(folder.makeFolder("folder"));
+  std::error_code error;
+  from->moveWithoutReplacing("missing", *inner, "new", error);
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+  from->moveWithoutReplacing("folder", *inner, "new", error);
+  EXPECT_EQ(error, std::errc::invalid_argument);
+  EXPECT_EQ(folder.entries("folder"), std::vector<std::string>()) << "the reserved name is free again";
+}
+
+/// Makes the kernel answer so, as for a file system that cannot rename without replacing.
+void refuseExclusiveRenames(unsigned answer) {
   sock_filter program[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | answer),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
   const sock_fprog filter = {std::size(program), program};
@@ -124,10 +137,14 @@ void refuseExclusiveRenames() {
 
 TEST(DirectoryHandleTest, MovesWithoutReplacing) {
   expectMovesWithoutReplacing();
-  EXPECT_TRUE(passesInChild([] {
-    refuseExclusiveRenames();
-    expectMovesWithoutReplacing();
-  }));
+  expectNothingOfAMoveThatFails();
+  for (const unsigned answer : {EINVAL, ENOSYS, EOPNOTSUPP}) {
+    EXPECT_TRUE(passesInChild([&] {
+      refuseExclusiveRenames(answer);
+      expectMovesWithoutReplacing();
+      expectNothingOfAMoveThatFails();
+    })) << answer;
+  }
 }
 
 TEST(DirectoryHandleTest, RemovesTreesWithoutRightsDeeperThanPathsAndDescriptorsReach) {

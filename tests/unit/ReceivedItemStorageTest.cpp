@@ -257,6 +257,7 @@ TEST_F(ReceivedItemStorageTest, KeepsToTheRightsAndModesOfTheUser) {
     EXPECT_EQ(fs::status(storage.path() + "/folder").permissions(), fs::perms(0750));
     fs::permissions(storage.path() + "/folder", fs::perms(0555));
     EXPECT_EQ(store(storage, "folder/file two"), Verdict::failed);
+    EXPECT_EQ(store(storage, "folder/inner/file"), Verdict::failed);
     fs::permissions(folder.path(), fs::perms(0555));
     std::error_code error;
     EXPECT_EQ(storage.settle(error), std::nullopt);
@@ -267,6 +268,22 @@ TEST_F(ReceivedItemStorageTest, KeepsToTheRightsAndModesOfTheUser) {
     EXPECT_EQ(prepared.error, std::errc::permission_denied);
     fs::permissions(folder.path(), fs::perms(0755));
   }));
+}
+
+TEST_F(ReceivedItemStorageTest, GivesUpWhereItsNamesAreAlwaysTaken) {
+  const std::string text(32, 'a');
+  int asked = 0;
+  ReceivedItemStorage storage(downloads(), evening, [&] {
+    ++asked;
+    return text;
+  });
+  // It leads nowhere, and so is not found before a folder is to take its place.
+  fs::create_symlink("nowhere", storage.path());
+  const auto prepared = storage.prepareFile("file", 1);
+  EXPECT_EQ(prepared.verdict, Verdict::failed);
+  EXPECT_EQ(prepared.error, std::errc::device_or_resource_busy);
+  EXPECT_EQ(asked, 16);
+  EXPECT_FALSE(folder_.exists("downloads/nowhere"));
 }
 
 TEST_F(ReceivedItemStorageTest, HoldsFewDescriptorsHoweverDeep) {
@@ -284,8 +301,13 @@ TEST_F(ReceivedItemStorageTest, SweepsOnlyStorageFoldersOfTheDead) {
   const std::string date = "20260102030405";
   const std::string text = std::string(31, 'Z') + "0";
   Names kept = {
-      name(date, text + "a"),           name(date, text.substr(1)), name("2026010203040x", text),
-      name(date, std::string(32, '-')), "x" + name(date, text),     ".vesko" + name(date, text).substr(6),
+      name(date, text + "a"),
+      name(date, text.substr(1)),
+      name("2026010203040x", text),
+      name(date, std::string(32, '-')),
+      name(date, std::string(32, '{')),
+      "x" + name(date, text),
+      ".vesko" + name(date, text).substr(6),
   };
   for (const auto& entry : kept) folder_.write("downloads/" + entry + "/file", "");
   kept.push_back(name(date, std::string(32, 'f')));
