@@ -1,14 +1,36 @@
 #include "hosts/cli/EventQueue.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace vesko {
 
+namespace {
+
+/// The machine that an event tells of; none for the other kinds.
+template <class AnyEvent>
+auto* peerIn(AnyEvent& event) noexcept {
+  return std::visit(
+      [](auto& any) -> decltype(&std::get<PeerUpdatedEvent>(event).peer) {
+        if constexpr (requires { any.peer; }) {
+          return &any.peer;
+        } else {
+          return nullptr;
+        }
+      },
+      event);
+}
+
+}  // namespace
+
 void EventQueue::publish(Event event) {
   {
     const std::scoped_lock lock(mutex_);
-    if (!replacedProgress(event)) events_.push_back(std::move(event));
+    if (!replacedProgress(event) && !mergedPeer(event)) {
+      events_.push_back(std::move(event));
+      if (const auto* const peer = peerIn(events_.back())) peers_[peer->key] = std::prev(events_.end());
+    }
   }
   changed_.notify_one();
 }
@@ -53,9 +75,28 @@ std::optional<Event> EventQueue::nextWaiting() {
 
 std::optional<Event> EventQueue::takeFirst() {
   if (events_.empty()) return std::nullopt;
+  if (const auto* const peer = peerIn(events_.front())) {
+    const auto last = peers_.find(peer->key);
+    if (last != peers_.end() && last->second == events_.begin()) peers_.erase(last);
+  }
   std::optional<Event> event = std::move(events_.front());
   events_.pop_front();
   return event;
+}
+
+bool EventQueue::mergedPeer(const Event& event) {
+  const auto* const peer = peerIn(event);
+  const auto last = peer != nullptr ? peers_.find(peer->key) : peers_.end();
+  if (last == peers_.end() || std::holds_alternative<PeerDisappearedEvent>(*last->second)) return false;
+  if (!std::holds_alternative<PeerDisappearedEvent>(event)) {
+    *peerIn(*last->second) = *peer;
+  } else if (std::holds_alternative<PeerUpdatedEvent>(*last->second)) {
+    *last->second = event;
+  } else {
+    events_.erase(last->second);
+    peers_.erase(last);
+  }
+  return true;
 }
 
 bool EventQueue::replacedProgress(Event& event) {

@@ -2,16 +2,19 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <optional>
+#include <string>
+#include <unordered_map>
 
 #include "hosts/common/Events.h"
 
 namespace vesko {
 
-/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal. Of progress
-/// not yet taken only the newest of each transfer is kept. Any thread.
+/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal. Of what was
+/// not yet taken only the newest progress of each transfer is kept, and of each machine that it left and how it is now:
+/// what the network says must not pile up behind who does not read. Any thread.
 class EventQueue : public EventSink {
  public:
   void publish(Event event) override;
@@ -36,10 +39,14 @@ class EventQueue : public EventSink {
  private:
   [[nodiscard]] std::optional<Event> takeFirst();
   [[nodiscard]] bool replacedProgress(Event& event);
+  [[nodiscard]] bool mergedPeer(const Event& event);
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<Event> events_;
+  std::list<Event> events_;
+
+  /// The last of them that tells of each machine, by its key.
+  std::unordered_map<std::string, std::list<Event>::iterator> peers_;
   bool isInterrupted_ = false;
   bool isInterruptionTold_ = false;
   bool isFinished_ = false;
