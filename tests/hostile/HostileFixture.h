@@ -9,13 +9,13 @@
 #include <string_view>
 
 #include "tests/socket/VeskoServerFixture.h"
-#include "tests/support/OpenHandles.h"
+#include "tests/support/ResourceGuard.h"
 
 namespace vesko {
 
 /// A service among senders that mean no good. Whatever they do, nothing outside its folder changes, and nothing stays
 /// open when it is gone.
-class HostileTest : public OpenHandles, public VeskoServerTest {
+class HostileTest : public ResourceGuard, public VeskoServerTest {
  protected:
   /// What is below a folder, by relative path: the contents of files, "/" for folders, "-> target" for links.
   using Tree = std::map<std::string, std::string>;
