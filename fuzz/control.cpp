@@ -1,13 +1,9 @@
 // What the user's other programs say to a host that runs, and what they make of its answers.
 
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -53,7 +49,8 @@ class Host {
     address.sun_family = AF_UNIX;
     controlPath(port).copy(address.sun_path, sizeof address.sun_path - 1);
     const auto* const where = reinterpret_cast<const sockaddr*>(&address);
-    check(::connect(connection.get(), where, sizeof address) == 0, "the host can be reached");
+    const int result = uninterrupted([&] { return ::connect(connection.get(), where, sizeof address); });
+    check(result == 0, "the host can be reached");
     return exchange(connection.get(), bytes, choice);
   }
 

@@ -2,9 +2,9 @@
 
 #include <netinet/in.h>
 
-#include <array>
 #include <chrono>
-#include <cstring>
+#include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>

@@ -1,6 +1,8 @@
 // Answers to the request for a picture, over loopback, and the pictures in them.
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -55,10 +57,12 @@ class Session {
 
  private:
   void answer(std::string_view bytes, std::uint8_t choice, bool endsInReset) const {
-    const FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const FileDescriptor connection(
+        uninterrupted([this] { return ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC); }));
     check(static_cast<bool>(connection), "a request comes");
     std::array<char, 1024> request;
-    check(::recv(connection.get(), request.data(), request.size(), 0) > 0, "a request is sent");
+    const auto count = uninterrupted([&] { return ::recv(connection.get(), request.data(), request.size(), 0); });
+    check(count > 0, "a request is sent");
     closeByReset(connection.get());
     sendInPieces(connection.get(), bytes, choice);
     if (endsInReset) return;

@@ -1,7 +1,7 @@
 // Requests to the server of pictures, over loopback.
 
 #include <algorithm>
-#include <charconv>
+#include <cerrno>
 #include <memory>
 #include <string>
 
@@ -60,7 +60,9 @@ class Server {
     const FileDescriptor connection(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto address = loopback(server_.port());
     const auto* const where = reinterpret_cast<const sockaddr*>(&address);
-    check(::connect(connection.get(), where, sizeof address) == 0, "the server can be reached");
+    // An interrupted attempt goes on by itself (connect(2)).
+    const bool isReached = ::connect(connection.get(), where, sizeof address) == 0 || errno == EINTR;
+    check(isReached, "the server can be reached");
     closeByReset(connection.get());
     return exchange(connection.get(), bytes, choice);
   }

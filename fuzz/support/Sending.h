@@ -6,14 +6,17 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "Platform/FileDescriptor.h"
+#include "Platform/SystemError.h"
 #include "fuzz/support/Check.h"
 
-/// The other side of a connection, which waits for what it wants.
+/// The other side of a connection, which waits for what it wants. The alarm by which a fuzzer watches over its time may
+/// interrupt any call.
 namespace vesko::fuzz {
 
 /// No answer is waited for longer: the input is kept as one that hangs, long before the fuzzer's own time-out.
@@ -22,7 +25,7 @@ constexpr timeval patience{15, 0};
 /// False when the other side has closed already.
 inline bool sendAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
-    const auto count = ::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const auto count = uninterrupted([&] { return ::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL); });
     if (count <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
@@ -45,7 +48,7 @@ inline std::string receiveAll(int descriptor) {
   std::string received;
   std::array<char, 16384> buffer;
   ssize_t count = 0;
-  while ((count = ::recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
+  while ((count = uninterrupted([&] { return ::recv(descriptor, buffer.data(), buffer.size(), 0); })) > 0) {
     received.append(buffer.data(), static_cast<std::size_t>(count));
   }
   check(count == 0 || errno != EAGAIN, "the connection is closed by the other side");
