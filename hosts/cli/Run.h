@@ -7,11 +7,11 @@
 #include <utility>
 
 #include "hosts/cli/Console.h"
-#include "hosts/cli/EventQueue.h"
 #include "hosts/cli/ExitCode.h"
 #include "hosts/cli/Interrupts.h"
 #include "hosts/cli/Options.h"
 #include "hosts/cli/Reporter.h"
+#include "hosts/common/EventQueue.h"
 
 namespace vesko {
 

@@ -2,21 +2,26 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <list>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_map>
 
 #include "hosts/common/Events.h"
 
 namespace vesko {
 
-/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal. Of what was
-/// not yet taken only the newest progress of each transfer is kept, and of each machine that it left and how it is now:
-/// what the network says must not pile up behind who does not read. Any thread.
+/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal.
+///
+/// Of progress not yet taken only the newest of each transfer is kept; and once `farBehind` events wait, so it is with
+/// what machines say: anybody can send that faster than any program tells of it. Any thread.
 class EventQueue : public EventSink {
  public:
+  /// So many events wait only where they come faster than they are told.
+  static constexpr std::size_t farBehind = 1000;
+
   void publish(Event event) override;
 
   /// Notes that the user wants an end, and wakes whoever waits.
@@ -37,16 +42,19 @@ class EventQueue : public EventSink {
   [[nodiscard]] std::optional<Event> nextWaiting();
 
  private:
+  using Waiting = std::list<Event>;
+
   [[nodiscard]] std::optional<Event> takeFirst();
+  void append(Event event);
   [[nodiscard]] bool replacedProgress(Event& event);
-  [[nodiscard]] bool mergedPeer(const Event& event);
+  [[nodiscard]] bool mergedIntoPeer(Event& event);
+  void forget(Waiting::iterator position);
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  std::list<Event> events_;
-
-  /// The last of them that tells of each machine, by its key.
-  std::unordered_map<std::string, std::list<Event>::iterator> peers_;
+  Waiting events_;
+  std::map<TransferId, Waiting::iterator> lastOfTransfers_;
+  std::map<std::string, Waiting::iterator> lastOfPeers_;
   bool isInterrupted_ = false;
   bool isInterruptionTold_ = false;
   bool isFinished_ = false;
