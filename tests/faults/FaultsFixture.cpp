@@ -1,5 +1,6 @@
 #include "tests/faults/FaultsFixture.h"
 
+#include <chrono>
 #include <fstream>
 #include <string_view>
 
@@ -73,6 +74,12 @@ FaultsTest::~FaultsTest() {
   stopServer();
   EXPECT_EQ(folder_.entries(), (std::vector<std::string>{"downloads", "sentinel", "sources"}));
   EXPECT_EQ(folder_.read("sentinel"), "untouched");
+}
+
+bool FaultsTest::waitForDescriptors(std::ptrdiff_t count) const {
+  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (openDescriptors() != count && std::chrono::steady_clock::now() < bound) waitForTasks(queue_);
+  return openDescriptors() == count;
 }
 
 void FaultsTest::startServer(SystemFaults& faults) {

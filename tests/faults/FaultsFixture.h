@@ -63,6 +63,11 @@ class FaultsTest : public testing::Test {
   [[nodiscard]] static std::ptrdiff_t openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
   }
+
+  /// True as soon as so many descriptors are open; false when they do not become as few within ten seconds. What a
+  /// service leaves to another thread to close may take a moment.
+  [[nodiscard]] bool waitForDescriptors(std::ptrdiff_t count) const;
+
   void startServer(SystemFaults& faults);
   void stopServer();
 

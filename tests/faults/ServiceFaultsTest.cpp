@@ -76,7 +76,7 @@ TEST_F(ServiceFaultsTest, EachCallOfTheStartFails) {
           startServer(none);
           EXPECT_EQ(folder_.entries("downloads"), Names()) << "the next start sweeps";
           stopServer();
-          EXPECT_EQ(openDescriptors(), descriptors);
+          EXPECT_TRUE(waitForDescriptors(descriptors));
         }
       }
     }

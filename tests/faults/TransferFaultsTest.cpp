@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ostream>
+#include <tuple>
 
 #include "tests/faults/TransferLoop.h"
 
@@ -9,58 +11,69 @@ namespace {
 
 /// What may go wrong, with the calls that it may happen to in a transfer.
 struct FaultClass {
+  const char* name;
   int error;
   std::vector<std::string_view> calls;
 };
 
+void PrintTo(const FaultClass& faultClass, std::ostream* stream) { *stream << faultClass.name; }
+
 const std::array shortagesAndDefects = {
-    FaultClass{ENOSPC, {"mkdirat", "openat creating", "pwrite", "renameat2"}},
-    FaultClass{EDQUOT, {"mkdirat", "openat creating", "pwrite", "renameat2"}},
-    FaultClass{EIO,
+    FaultClass{"ENOSPC", ENOSPC, {"mkdirat", "openat creating", "pwrite", "renameat2"}},
+    FaultClass{"EDQUOT", EDQUOT, {"mkdirat", "openat creating", "pwrite", "renameat2"}},
+    FaultClass{"EIO",
+               EIO,
                {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstat", "fstatat", "renameat2",
                 "readdir", "fstatvfs", "pread", "pwrite", "sendfile"}},
-    FaultClass{EACCES, {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstatat", "renameat2"}},
-    FaultClass{EMFILE, {"open", "openat", "openat creating", "socket", "accept4"}},
-    FaultClass{ENOMEM,
+    FaultClass{
+        "EACCES", EACCES, {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstatat", "renameat2"}},
+    FaultClass{"EMFILE", EMFILE, {"open", "openat", "openat creating", "socket", "accept4"}},
+    FaultClass{"ENOMEM",
+               ENOMEM,
                {"open", "openat", "openat creating", "mkdirat", "unlinkat", "stat", "fstat", "fstatat", "renameat2",
                 "fdopendir", "socket", "accept4", "recv", "send", "sendfile", "epoll_ctl"}},
-    FaultClass{ENOBUFS, {"socket", "accept4", "connect", "send", "setsockopt", "getsockopt", "getsockname"}},
-    FaultClass{ECONNRESET, {"recv", "send", "sendfile"}},
-    FaultClass{ENOLCK, {"flock"}},
+    FaultClass{"ENOBUFS", ENOBUFS, {"socket", "accept4", "connect", "send", "setsockopt", "getsockopt", "getsockname"}},
+    FaultClass{"ECONNRESET", ECONNRESET, {"recv", "send", "sendfile"}},
+    FaultClass{"ENOLCK", ENOLCK, {"flock"}},
 };
 
 /// What no transfer may mind.
 const std::array disturbances = {
-    FaultClass{EINTR,
+    FaultClass{"EINTR",
+               EINTR,
                {"open", "openat", "openat creating", "fstatvfs", "flock", "pread", "pwrite", "recv", "send", "sendfile",
                 "accept4"}},
-    FaultClass{SystemFaults::fewerBytes, {"pread", "pwrite", "recv", "send", "sendfile"}},
+    FaultClass{"fewer bytes", SystemFaults::fewerBytes, {"pread", "pwrite", "recv", "send", "sendfile"}},
 };
 
-class TransferFaultsTest : public TransferLoop, public testing::WithParamInterface<const char*> {
+class TransferFaultsTest : public TransferLoop,
+                           public testing::WithParamInterface<std::tuple<std::string, FaultClass>> {
  protected:
-  TransferFaultsTest() { begin(GetParam()); }
+  TransferFaultsTest() { begin(std::get<0>(GetParam())); }
+
+  const FaultClass& faults_ = std::get<1>(GetParam());
 };
 
-using StorageFaultsTest = TransferFaultsTest;
+class StorageFaultsTest : public TransferLoop, public testing::WithParamInterface<const char*> {
+ protected:
+  StorageFaultsTest() { begin(GetParam()); }
+};
+
+class DisturbedTransferTest : public StorageFaultsTest {};
 
 TEST_P(TransferFaultsTest, EachCallFailsOnce) {
-  for (const auto& [error, calls] : shortagesAndDefects) {
-    for (const auto call : calls) failEachInTurn(error, {call}, 1);
-  }
+  for (const auto call : faults_.calls) failEachInTurn(faults_.error, {call}, 1);
 }
 
 TEST_P(TransferFaultsTest, FromOneCallOnAllFail) {
-  for (const auto& [error, calls] : shortagesAndDefects) {
-    auto lasting = calls;
-    // A listener without descriptors waits for better times, see below.
-    std::erase(lasting, "accept4");
-    failEachInTurn(error, lasting, SystemFaults::forever);
-  }
+  auto lasting = faults_.calls;
+  // A listener without descriptors waits for better times.
+  std::erase(lasting, "accept4");
+  failEachInTurn(faults_.error, lasting, SystemFaults::forever);
 }
 
-TEST_P(TransferFaultsTest, GoesOnWhereNothingIsLost) {
-  for (const auto& [error, calls] : disturbances) {
+TEST_P(DisturbedTransferTest, GoesOnWhereNothingIsLost) {
+  for (const auto& [name, error, calls] : disturbances) {
     for (const auto call : calls) {
       failEachInTurn(error, {call}, 3);
       if (error == SystemFaults::fewerBytes) (void)strikes({error, {call}, 1, SystemFaults::forever});
@@ -91,7 +104,13 @@ TEST_P(StorageFaultsTest, EachCallFailsWhereTheFolderIsMissing) {
 }
 
 const auto nameOf = [](const auto& parameter) { return std::string(parameter.param); };
-INSTANTIATE_TEST_SUITE_P(Of, TransferFaultsTest, testing::Values("file", "folder", "several", "text"), nameOf);
+INSTANTIATE_TEST_SUITE_P(Of, TransferFaultsTest,
+                         testing::Combine(testing::Values("file", "folder", "several", "text"),
+                                          testing::ValuesIn(shortagesAndDefects)),
+                         [](const auto& parameter) {
+                           return std::get<0>(parameter.param) + std::get<1>(parameter.param).name;
+                         });
+INSTANTIATE_TEST_SUITE_P(Of, DisturbedTransferTest, testing::Values("file", "folder", "several", "text"), nameOf);
 INSTANTIATE_TEST_SUITE_P(Of, StorageFaultsTest, testing::Values("file", "several"), nameOf);
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tests/faults/TransferLoop.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -44,7 +45,7 @@ bool TransferLoop::strikes(const Fault& fault) {
   // What could not be removed for as long as the fault lasted is, now.
   if (fault.count == SystemFaults::forever) ReceivedItemStorage::sweep(downloads());
   EXPECT_EQ(folder_.entries("downloads"), std::vector<std::string>()) << "litter";
-  EXPECT_EQ(openDescriptors(), descriptors_);
+  EXPECT_TRUE(waitForDescriptors(descriptors_));
   EXPECT_TRUE(outcomes->areFinished() || (hasStruck && !isDisturbance(fault.error)));
   expectCause(fault, *outcomes);
   expectNextTransferWorks();
@@ -59,7 +60,7 @@ void TransferLoop::expectCause(const Fault& fault, const Outcomes& outcomes) con
   EXPECT_TRUE(sent == none || sent == connectionLost || (!isOfSpace && (sent == notReadable || sent == unreachable)));
   if (sent == none && received == none) return;
   // A connection that cannot be watched once it is accepted has nobody yet who could tell.
-  if (fault.calls.front() == "epoll_ctl") return;
+  if (!outcomes.received && std::ranges::find(fault.calls, "epoll_ctl") != fault.calls.end()) return;
   const bool senderTells = outcomes.sent.error.value() == fault.error;
   const bool receiverTells = outcomes.received && outcomes.received->error.value() == fault.error;
   EXPECT_TRUE(senderTells || receiverTells) << "nobody tells the cause";

@@ -41,7 +41,7 @@ class WalkFaultsTest : public FaultsTest {
       EXPECT_TRUE(found.contains(path) || std::ranges::any_of(leftOut, holds)) << path << " is missing";
     }
     EXPECT_TRUE(leftOut.empty() || fault.error != EINTR);
-    EXPECT_EQ(openDescriptors(), descriptors_);
+    EXPECT_TRUE(waitForDescriptors(descriptors_));
     return hasStruck;
   }
 

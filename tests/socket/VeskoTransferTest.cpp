@@ -1,8 +1,10 @@
 #include "VeskoKit/VeskoTransfer.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -230,6 +232,59 @@ TEST_F(VeskoTransferTest, AnElementThatCannotBeSentAsListedResetsTheConnection) 
       sparseFile("file", 60 * mebibyte), [this] { std::filesystem::remove(folder_.path("file")); }, 0);
   expectReset(
       {std::make_shared<VeskoItem>("file", 5, 5)}, [] {}, 0);  // has no body to give
+}
+
+TEST_F(VeskoTransferTest, AFileThatChangesArrivesAsOneFileOrNotAtAll) {
+  constexpr std::uint64_t size = 12 * mebibyte;  // the last chunk is not read before the change
+  const std::string path = folder_.path("file");
+  const auto replaceBy = [&](std::uint64_t length) {
+    folder_.write("other", std::string(length, 'n'));
+    std::filesystem::rename(folder_.path("other"), path);
+  };
+  const auto becomeFolder = [&] {
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+  };
+  const auto becomePipe = [&] {
+    std::filesystem::remove(path);
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  };
+  const auto grow = [&] { std::ofstream(path, std::ios::app) << "more"; };
+  const auto vanish = [&] { std::filesystem::remove(path); };
+  const struct {
+    const char* name;
+    std::function<void()> change;
+    char before;  ///< what all bytes are that arrive when it changes between listing and opening; 0: it fails
+    char within;  ///< when it changes while its body is being sent
+  } cases[] = {
+      {"grows", grow, 'o', 'o'},
+      {"vanishes", vanish, 0, 'o'},
+      {"becomes a folder", becomeFolder, 0, 'o'},
+      {"becomes a pipe", becomePipe, 0, 'o'},
+      {"is replaced by another", [&] { replaceBy(size); }, 'n', 'o'},
+      {"is replaced by a longer one", [&] { replaceBy(size + 1); }, 'n', 'o'},
+      {"is replaced by a shorter one", [&] { replaceBy(size - 1); }, 0, 'o'},
+  };
+  for (const auto& [name, change, before, within] : cases) {
+    for (const bool isWithin : {false, true}) {
+      SCOPED_TRACE(testing::Message() << name << (isWithin ? " within its body" : " before it is opened"));
+      std::filesystem::remove_all(path);
+      folder_.write("file", std::string(size, 'o'));
+      recorder_->take();
+      const auto transfer = make(VeskoTransfer::itemsForPaths({path}), listener_.port());
+      if (!isWithin) change();
+      RawConnection peer = start(*transfer);
+      const std::string beginning = StreamBytes::metadata(1, size) + StreamBytes::header("file", size);
+      std::string stream = isWithin ? peer.receive(beginning.size() + 1000) : std::string();
+      if (isWithin) change();
+      stream += peer.receiveAll();
+      const char expected = isWithin ? within : before;
+      EXPECT_EQ(peer.error(), expected == 0 ? std::errc::connection_reset : std::errc());
+      peer.close();
+      ASSERT_TRUE(endsWith(expected == 0 ? "failed sourceChanged" : "finished"));
+      EXPECT_TRUE(expected == 0 || stream == beginning + std::string(size, expected));
+    }
+  }
 }
 
 TEST_F(VeskoTransferTest, TheReceiverDecidesWhatTheEndWasWorth) {
