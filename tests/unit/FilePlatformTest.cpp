@@ -138,9 +138,9 @@ void refuseExclusiveRenames(unsigned answer) {
 TEST(DirectoryHandleTest, MovesWithoutReplacing) {
   expectMovesWithoutReplacing();
   expectNothingOfAMoveThatFails();
-  for (const unsigned answer : {EINVAL, ENOSYS, EOPNOTSUPP}) {
+  for (const int answer : {EINVAL, ENOSYS, EOPNOTSUPP}) {
     EXPECT_TRUE(passesInChild([&] {
-      refuseExclusiveRenames(answer);
+      refuseExclusiveRenames(static_cast<unsigned>(answer));
       expectMovesWithoutReplacing();
       expectNothingOfAMoveThatFails();
     })) << answer;
