@@ -22,6 +22,8 @@ class Sample(typing.NamedTuple):
 def take_sample(pid, operations, start):
     status = pathlib.Path(f"/proc/{pid}/status").read_text(encoding="ascii", errors="replace")
     numbers = {name: int(value) for name, value in re.findall(r"^(Threads|VmRSS):\s+(\d+)", status, re.MULTILINE)}
+    if "VmRSS" not in numbers:
+        raise ProcessLookupError(f"process {pid} has ended")
     processor = time.clock_gettime(~pid << 3 | 2)  # the clock of a process, as clock_getcpuclockid(3) says
     return Sample(operations, time.monotonic() - start, len(os.listdir(f"/proc/{pid}/fd")), numbers["Threads"],
                   numbers["VmRSS"] * 1024, processor)
@@ -64,7 +66,8 @@ def write_plot(samples, path):
              'font-family="sans-serif" font-size="12">', '<rect width="100%" height="100%" fill="white"/>']
     for row, (name, values) in enumerate(curves(samples).items()):
         top, high = 25 + row * (height + 40), max(values) or 1
-        points = " ".join(f"{left + width * index / max(1, len(values) - 1):.1f},{top + height * (1 - value / high):.1f}"
+        step = width / max(1, len(values) - 1)
+        points = " ".join(f"{left + step * index:.1f},{top + height * (1 - value / high):.1f}"
                           for index, value in enumerate(values))
         lines += [f'<text x="{left}" y="{top - 8}">{name}, over {samples[-1].operations:,} operations</text>',
                   f'<text x="{left - 5}" y="{top + 10}" text-anchor="end">{high:,.0f}</text>',

@@ -309,6 +309,17 @@ def wait_for_end(connection):
     return True
 
 
+@contextlib.contextmanager
+def standard_errors():
+    """A file for what programs say on standard error; a failure tells that too."""
+    with tempfile.TemporaryFile("w+", errors="replace") as file:
+        try:
+            yield file
+        except (Failure, OSError) as error:
+            file.seek(0)
+            raise Failure(f"{error}\n{file.read()}") from error
+
+
 def build():
     commands = [["cmake", "--build", "--preset", "release", "--target", "vesko"]]
     if not (BUILD / "build.ninja").exists():

@@ -18,6 +18,7 @@ HOST = "10.85.0.1"
 ADDRESSES = [f"10.85.0.{number}" for number in range(2, 252)]  # of those that speak to it
 AVATAR_PATH = "/virno/avatar"
 MOMENT = 0.02  # seconds that a silent connection lasts
+PICTURE_PATIENCE = 0.5
 
 
 class Deliveries:
@@ -78,8 +79,9 @@ class Deliveries:
 class Client:
     """One of several that act at the same time."""
 
-    def __init__(self, deliveries, control_path, seed):
+    def __init__(self, deliveries, pictures, control_path, seed):
         self.deliveries = deliveries
+        self.pictures = pictures
         self.control_path = control_path
         self.random = random.Random(seed)
 
@@ -190,14 +192,17 @@ def say_goodbye(client):
 def send_garbage(client):
     client.send_datagram(client.random.choice((
         b"", b"\1\xff\xfe", b"\4", b"\5\1", b"\0", b"\6" + client.bytes(100), client.bytes(1400),
-        b"\1" + bytes(50_000))))
+        b"\1\xff" + bytes(50_000))))
 
 
 def show_picture(client):
-    """As a machine that the host does not know, whose picture it fetches therefore."""
+    """As a machine that the host does not know, whose picture it fetches therefore. Waits for that, or fetches would
+    pile up; not for long, since datagrams may be lost."""
     address = client.address()
-    client.send_datagram(b"\3", address)
-    client.send_datagram(hello(client, (1, 2)), address)
+    with client.pictures.expected(address) as is_fetched:
+        client.send_datagram(b"\3", address)
+        client.send_datagram(hello(client, (1, 2)), address)
+        is_fetched.wait(PICTURE_PATIENCE)
 
 
 def read_answer(connection):
@@ -231,8 +236,9 @@ def fetch_picture(client):
 def send_bad_request(client):
     path = AVATAR_PATH.encode()
     contents = client.random.choice((
-        client.bytes(2000), b"GET / HTTP/1.1\r\n\r\n", b"GET /" + b"x" * 9000, b"\r\n" * 100, b"GET " + path + b"\r\n\r\n",
-        b"GET / HTTP/1.1\r\n" + b"A: b\r\n" * 2000 + b"\r\n", (b"GET " + path + b" HTTP/1.1\r\n\r\n") * 20,
+        client.bytes(2000), b"GET / HTTP/1.1\r\n\r\n", b"GET /" + b"x" * 9000, b"\r\n" * 100,
+        b"GET " + path + b"\r\n\r\n", b"GET / HTTP/1.1\r\n" + b"A: b\r\n" * 2000 + b"\r\n",
+        (b"GET " + path + b" HTTP/1.1\r\n\r\n") * 20,
         b"POST " + path + b" HTTP/1.1\r\nContent-Length: 99999999999999999999\r\n\r\n",
         b"POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\n" + bytes(2000),
         b"HEAD " + path + b" HTTP/1.0\r\n\r\n", b"GET /%ff%00%2e HTTP/1.1\r\nHost:\r\n\r\n"))
@@ -291,13 +297,26 @@ class Pictures(threading.Thread):
         # Wider than the host takes; as one piece, it is more than what it says.
         wide = good[0][:16] + struct.pack(">I", 5000) + good[0][20:]
         self.answers = [self.answer(body) for body in (*good, *good, wide, good[1][:60], b"GIF89a", b"")] + [
-            b"HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", b"HTTP/1.1 200 OK\r\nContent-Length: 5000000\r\n\r\n",
+            b"HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
+            b"HTTP/1.1 200 OK\r\nContent-Length: 5000000\r\n\r\n",
             b"HTTP/1.1 302 Found\r\nLocation: http://10.85.0.2:4645/\r\n\r\n", generator.randbytes(3000), b"",
             b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nfffffff\r\n" + bytes(9000),
             b"HTTP/1.1 200 OK\r\n" + b"A: b\r\n" * 3000]
         self.served = 0
         self.held = collections.deque()  # those that get no answer for a while
         self.lock = threading.Lock()
+        self.awaited = collections.defaultdict(list)  # by address: who waits for its picture to be fetched
+
+    @contextlib.contextmanager
+    def expected(self, address):
+        is_fetched = threading.Event()
+        with self.lock:
+            self.awaited[address].append(is_fetched)
+        try:
+            yield is_fetched
+        finally:
+            with self.lock:
+                self.awaited[address].remove(is_fetched)
 
     @staticmethod
     def answer(body):
@@ -307,6 +326,9 @@ class Pictures(threading.Thread):
         while True:
             connection, _ = self.listener.accept()
             self.served += 1
+            with self.lock:
+                for is_fetched in self.awaited[connection.getsockname()[0]]:
+                    is_fetched.set()
             if self.served % 100 == 0:
                 self.hold(connection)
                 continue
