@@ -17,6 +17,7 @@ class EventHub final : public EventSink {
   explicit EventHub(std::shared_ptr<EventSink> sink) : sink_(std::move(sink)) {}
 
   void publish(Event event) override;
+  [[nodiscard]] bool isOverwhelmed() const override { return sink_->isOverwhelmed(); }
 
   /// Keeps events back from now on, until `release` hands on `first` and then those.
   void hold();

@@ -18,6 +18,11 @@ const PeerView* peerIn(const Event& event) noexcept {
       event);
 }
 
+std::size_t textLengthOf(const Event& event) noexcept {
+  const auto* const received = std::get_if<TextReceivedEvent>(&event);
+  return received == nullptr ? 0 : received->text.size();
+}
+
 }  // namespace
 
 void EventQueue::publish(Event event) {
@@ -26,6 +31,11 @@ void EventQueue::publish(Event event) {
     if (!replacedProgress(event) && !mergedIntoPeer(event)) append(std::move(event));
   }
   changed_.notify_one();
+}
+
+bool EventQueue::isOverwhelmed() const {
+  const std::scoped_lock lock(mutex_);
+  return events_.size() >= maximumWaiting || textBytes_ >= maximumText;
 }
 
 void EventQueue::interrupt() {
@@ -69,12 +79,14 @@ std::optional<Event> EventQueue::nextWaiting() {
 std::optional<Event> EventQueue::takeFirst() {
   if (events_.empty()) return std::nullopt;
   forget(events_.begin());
+  textBytes_ -= textLengthOf(events_.front());
   std::optional<Event> event = std::move(events_.front());
   events_.pop_front();
   return event;
 }
 
 void EventQueue::append(Event event) {
+  textBytes_ += textLengthOf(event);
   const auto position = events_.insert(events_.end(), std::move(event));
   if (const auto transfer = transferOf(*position)) {
     lastOfTransfers_[*transfer] = position;

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "VeskoKit/VeskoItem.h"
 #include "hosts/common/Events.h"
 
 namespace vesko {
@@ -22,7 +23,13 @@ class EventQueue : public EventSink {
   /// So many events wait only where they come faster than they are told.
   static constexpr std::size_t farBehind = 1000;
 
+  /// Of what transfers tell nothing may be lost, so there are no new ones while this much waits: the second limit is
+  /// two of the longest texts, bytes.
+  static constexpr std::size_t maximumWaiting = 100'000;
+  static constexpr std::size_t maximumText = 2 * VeskoText::maximumLength;
+
   void publish(Event event) override;
+  [[nodiscard]] bool isOverwhelmed() const override;
 
   /// Notes that the user wants an end, and wakes whoever waits.
   void interrupt();
@@ -53,6 +60,7 @@ class EventQueue : public EventSink {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   Waiting events_;
+  std::size_t textBytes_ = 0;  // of the texts among them
   std::map<TransferId, Waiting::iterator> lastOfTransfers_;
   std::map<std::string, Waiting::iterator> lastOfPeers_;
   bool isInterrupted_ = false;

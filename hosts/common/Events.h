@@ -157,6 +157,9 @@ class EventSink {
   /// Called on any thread, for the events of one transfer in order and one at a time. Transfers wait for it: what takes
   /// long belongs elsewhere. It must not call the session.
   virtual void publish(Event event) = 0;
+
+  /// True while so much waits to be told that others' transfers are to be turned away. Any thread.
+  [[nodiscard]] virtual bool isOverwhelmed() const { return false; }
 };
 
 /// Calls the one of several functions that takes what a variant holds.

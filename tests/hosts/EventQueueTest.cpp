@@ -83,5 +83,19 @@ TEST(EventQueue, WhatHasBeenTakenIsTold) {
   EXPECT_EQ(waitingBehind(EventQueue::farBehind, queue, second), linesOf(second));
 }
 
+TEST(EventQueue, IsOverwhelmedUntilItIsReadOn) {
+  const auto expectLimit = [](std::size_t limit, const Event& event) {
+    EventQueue queue;
+    for (std::size_t i = 1; i < limit; ++i) queue.publish(event);
+    EXPECT_FALSE(queue.isOverwhelmed()) << limit;
+    queue.publish(event);
+    EXPECT_TRUE(queue.isOverwhelmed()) << limit;
+    EXPECT_TRUE(queue.nextWaiting());
+    EXPECT_FALSE(queue.isOverwhelmed()) << limit;
+  };
+  expectLimit(EventQueue::maximumWaiting, ItemsSavedEvent{1, "x"});
+  expectLimit(EventQueue::maximumText >> 20U, TextReceivedEvent{1, std::string(std::size_t{1} << 20U, 'x')});
+}
+
 }  // namespace
 }  // namespace vesko
