@@ -190,11 +190,16 @@ void VeskoIncomingTransfer::didReadSize(const Data& data) {
 
 template <class Act>
 void VeskoIncomingTransfer::decide(Act act) {
-  queue_->async([self = shared_from_this(), act] {
+  const auto settle = [self = shared_from_this(), act] {
     if (self->ended_ || self->decision_ != Decision::awaited) return;
     self->decision_ = Decision::made;
     act(*self);
-  });
+  };
+  if (queue_->isCurrent()) {
+    settle();
+  } else {
+    queue_->async(settle);
+  }
 }
 
 void VeskoIncomingTransfer::proceed(std::uint64_t maximumSize) {

@@ -12,6 +12,8 @@ Admission::Admission(AdmissionRules rules, std::shared_ptr<EventSink> sink, Iden
     : rules_(std::move(rules)), sink_(std::move(sink)), identify_(std::move(identify)), queue_(std::move(queue)) {}
 
 bool Admission::admitsConnectionFrom(const std::string& address) {
+  // Not even the news of it is made: that is what there is too much of.
+  if (sink_->isOverwhelmed()) return false;
   const auto number = networkRange(address);
   const auto includes = [&](const NumberRange& range) { return number && range.contains(*number); };
   if (rules_.allowed.empty() || std::ranges::any_of(rules_.allowed, includes)) return true;

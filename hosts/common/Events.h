@@ -158,7 +158,7 @@ class EventSink {
   /// long belongs elsewhere. It must not call the session.
   virtual void publish(Event event) = 0;
 
-  /// True while so much waits to be told that others' transfers are to be turned away. Any thread.
+  /// True while so much waits to be told that nobody is to be let in. Any thread.
   [[nodiscard]] virtual bool isOverwhelmed() const { return false; }
 };
 

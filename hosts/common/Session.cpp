@@ -55,8 +55,7 @@ Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std:
   server_->setDelegate(peerObserver_);
   server_->setIncomingDelegate(observer_);
   server_->setIncomingOutcomeDelegate(observer_);
-  const AdmissionRules& rules = settings_.admission;
-  if (rules.asks || !rules.allowed.empty()) server_->setIncomingGuard(admission_);
+  server_->setIncomingGuard(admission_);
 }
 
 Session::~Session() {

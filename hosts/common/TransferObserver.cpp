@@ -93,7 +93,7 @@ void TransferObserver::incomingTransferDidStart(VeskoIncomingTransfer& transfer)
     const TransferId id = ++lastId_;
     running_[&transfer] = {id, true, cancellerOf(transfer), nullptr, clock_->monotonicNow()};
     sink_->publish(TransferStartedEvent{id, TransferDirection::in, transfer.remoteAddress(), {}});
-    isWelcome = incomingLeft_ != 0 && !sink_->isOverwhelmed();
+    isWelcome = incomingLeft_ != 0;
     if (isWelcome) --incomingLeft_;
   }
   if (!isWelcome) transfer.cancel();
