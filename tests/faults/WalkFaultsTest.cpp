@@ -35,8 +35,8 @@ class WalkFaultsTest : public FaultsTest {
       EXPECT_TRUE(hasStruck && error) << element;
     }
     for (const auto& [path, contents] : chosen.expected) {
-      const auto holds = [&](const VeskoSkippedElement& skipped) {
-        return (folder_.path("sources/" + path) + '/').starts_with(skipped.element + '/');
+      const auto holds = [this, name = path](const VeskoSkippedElement& skipped) {
+        return (folder_.path("sources/" + name) + '/').starts_with(skipped.element + '/');
       };
       EXPECT_TRUE(found.contains(path) || std::ranges::any_of(leftOut, holds)) << path << " is missing";
     }
