@@ -230,19 +230,19 @@ void StreamSocket::checkDraining() {
   undrained_ = left;
   const std::error_code refused =
       otherSideHasEnded_ ? SocketCalls::connectResult(descriptor_.get()) : std::error_code();
+  const bool isTaken = otherSideHasEnded_ && left <= endOfStreamLength;
+  SocketError error;
   if (refused) {
-    close({Operation::write, refused});
-  } else if (otherSideHasEnded_ && left <= endOfStreamLength) {
-    close({});
-  } else if (now - drainedAt_ < Seconds(drainSeconds)) {
+    error = {Operation::write, refused};
+  } else if (!isTaken && now - drainedAt_ < Seconds(drainSeconds)) {
     wakeIn(drainInterval);
-  } else if (otherSideHasEnded_) {
-    close({Operation::write, SocketErrc::endOfStream});
+    return;
+  } else if (!isTaken && otherSideHasEnded_) {
+    error = {Operation::write, SocketErrc::endOfStream};
   } else if (writer_.gatheredBytes() > 0) {
-    close({Operation::write, std::make_error_code(std::errc::timed_out)});
-  } else {
-    close({});
+    error = {Operation::write, std::make_error_code(std::errc::timed_out)};
   }
+  close(error);
 }
 
 void StreamSocket::close(const SocketError& error, bool reset) {
