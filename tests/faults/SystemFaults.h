@@ -11,7 +11,7 @@ namespace vesko {
 
 /// Makes calls of the operating system fail, for as long as it lives.
 ///
-/// The linker leads each call named in `wrappedCalls` to a function of the same name with "__wrap_" before it, which
+/// The linker leads each call of `wrappedCalls` to a function of the same name with "__wrap_" before it, which
 /// asks here first: production code knows nothing of it. Faults strike on every thread but the one that made this
 /// object, whose own calls count only inside `asProduct`. One at a time.
 class SystemFaults {
@@ -51,8 +51,8 @@ class SystemFaults {
   /// not within ten seconds.
   [[nodiscard]] bool waitUntilAllAreAccepted() const;
 
-  /// The names of all wrapped calls. "openat" and "openat creating" are two; as are the options of `epoll_ctl` and
-  /// `setsockopt` that cannot fail for lack of anything and so are left alone.
+  /// The names of all wrapped calls; "openat creating" is one that makes a file. Two are left alone, for they cannot
+  /// fail in earnest: `epoll_ctl` but for adding, and `setsockopt` for SO_LINGER.
   [[nodiscard]] static std::vector<std::string> wrappedCalls();
 
  private:
