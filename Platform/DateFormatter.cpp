@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <mutex>
 #include <optional>
 
 namespace vesko {
@@ -29,14 +30,21 @@ std::optional<int> fieldOfLetter(char letter, const std::tm& time) {
   }
 }
 
-}  // namespace
-
-std::string DateFormatter::stringFromDate(std::chrono::system_clock::time_point date) const {
-  const auto seconds = std::chrono::system_clock::to_time_t(date);
+std::tm localTime(std::time_t seconds) {
+  // The C library guards the process's time zone with a lock that thread checkers do not see.
+  static std::mutex timeZone;
+  const std::scoped_lock lock(timeZone);
   std::tm time{};
   // localtime_r looks at the time zone only once, and a service outlives a journey.
   ::tzset();
   ::localtime_r(&seconds, &time);
+  return time;
+}
+
+}  // namespace
+
+std::string DateFormatter::stringFromDate(std::chrono::system_clock::time_point date) const {
+  const std::tm time = localTime(std::chrono::system_clock::to_time_t(date));
   std::string text;
   for (std::size_t start = 0, end = 0; start < dateFormat_.size(); start = end) {
     const char letter = dateFormat_[start];

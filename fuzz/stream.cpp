@@ -109,8 +109,11 @@ void receive(std::string_view stream, const Options& options, const std::string&
   };
   const auto socket = std::make_shared<MemorySocket>(stream, options.piece, whenDry);
   open = socket;
-  const auto transfer =
-      VeskoIncomingTransfer::make(socket, "key", observer, queue, {downloads, options.keepPartial, observer});
+  VeskoIncomingTransferSettings settings;
+  settings.downloadsFolder = downloads;
+  settings.keepPartial = options.keepPartial;
+  settings.outcomeDelegate = observer;
+  const auto transfer = VeskoIncomingTransfer::make(socket, "key", observer, queue, settings);
   receiving = transfer;
   while (socket->step()) queue->drain();
   queue->drain();
