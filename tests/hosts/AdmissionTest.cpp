@@ -55,8 +55,8 @@ TEST_F(AdmissionTest, QuestionsAreBoundedAndWhoeverGivesUpIsGone) {
   for (std::size_t i = 0; i < Admission::maximumQuestions; ++i) {
     senders.push_back(connect());
     senders.back().send(metadata(1, 2) + StreamBytes::header("asked", 2) + "x");
+    ASSERT_TRUE(events_->waitFor("question", i + 1)) << "they are numbered in the order of their senders";
   }
-  ASSERT_TRUE(events_->waitFor("question", Admission::maximumQuestions));
   ASSERT_TRUE(receive(metadata(1, 1) + file("one too many", "x"), "failed refused"));
   EXPECT_EQ(events_->count("question one too many"), 0U);
 
