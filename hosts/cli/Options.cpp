@@ -61,7 +61,7 @@ std::string checkNetwork(const std::string& text) {
 
 /// Makes the plain number of it. What is wrong with it; "" when nothing is.
 std::string readSize(std::string& text) {
-  const std::string complaint = "\"" + text + "\" is no number of bytes such as 1500, 500M or 2Gi";
+  std::string complaint = "\"" + text + "\" is no number of bytes such as 1500, 500M or 2Gi";
   // The parser would take "-1" for the largest number there is.
   if (text.empty() || text.front() < '0' || text.front() > '9') return complaint;
   try {
