@@ -81,4 +81,21 @@ void FileHandle::writeData(std::string_view bytes, std::error_code& error) {
   }
 }
 
+std::uint64_t FileHandle::writeFromPipe(int readingEnd, std::uint64_t length, std::error_code& error) {
+  error.clear();
+  std::uint64_t done = 0;
+  while (done < length) {
+    auto position = static_cast<off_t>(offset_);
+    const auto count = uninterrupted(
+        [&] { return ::splice(readingEnd, nullptr, descriptor_.get(), &position, length - done, SPLICE_F_MOVE); });
+    if (count <= 0) {
+      error = count < 0 ? lastSystemError() : std::make_error_code(std::errc::io_error);
+      break;
+    }
+    offset_ += static_cast<std::uint64_t>(count);
+    done += static_cast<std::uint64_t>(count);
+  }
+  return done;
+}
+
 }  // namespace vesko

@@ -39,6 +39,11 @@ class FileHandle : public std::enable_shared_from_this<FileHandle> {
   /// less.
   void writeData(std::string_view bytes, std::error_code& error);
 
+  /// Moves `length` bytes that stand in a pipe to the current offset, without copying them where the system can, moves
+  /// the offset past them and returns the count; with `error` set, that may be less. `std::errc::invalid_argument`: the
+  /// file system does not take bytes that way.
+  [[nodiscard]] std::uint64_t writeFromPipe(int readingEnd, std::uint64_t length, std::error_code& error);
+
   [[nodiscard]] std::uint64_t offsetInFile() const noexcept { return offset_; }
 
   /// Closes the file now; further use fails with `std::errc::bad_file_descriptor`.

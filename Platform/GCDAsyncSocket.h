@@ -86,6 +86,11 @@ class GCDAsyncSocket {
   virtual void readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
                                 std::int64_t tag) = 0;
 
+  /// Queues a read into memory of what arrives next: 1 byte at least, `maximumLength` (at least 1) at most, and never
+  /// beyond the first `last`. Whether it ended with that byte is seen from the bytes. `timeout` as above, so a reader
+  /// that asks again after each read grants it anew for every byte that comes alone.
+  virtual void readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) = 0;
+
   /// Queues `data` (at least 1 byte) for writing. A write is complete when its bytes have been handed over: to the
   /// system, or to a buffer that gathers small writes while the system keeps accepting them and is flushed before the
   /// socket waits for anything. `timeout`: seconds, as above; its expiry asks the delegate first.

@@ -13,6 +13,7 @@
 namespace vesko {
 
 class FileHandle;
+class SplicePipe;
 
 /// The reading half of a stream socket: the queued reads, and a buffer from which small ones are served without asking
 /// the system. On the socket's queue only.
@@ -21,9 +22,15 @@ class StreamReader {
   struct Request {
     std::uint64_t length = 0;                 ///< bytes
     std::shared_ptr<FileHandle> destination;  ///< none: into memory
+    std::optional<char> last;                 ///< set: any bytes up to this one will do, `length` at most
     double timeout = -1.0;                    ///< seconds; negative: none
     std::int64_t tag = 0;
   };
+
+  StreamReader();
+  ~StreamReader();
+  StreamReader(const StreamReader&) = delete;
+  StreamReader& operator=(const StreamReader&) = delete;
 
   void enqueue(Request request);
   void clear();
@@ -51,17 +58,26 @@ class StreamReader {
     Data gathered;
   };
 
+  [[nodiscard]] bool canSplice(const Pending& request);
+  [[nodiscard]] static StreamStep stepWithoutBytes(std::error_code code, SocketError& error);
+  [[nodiscard]] StreamStep splice(int descriptor, SocketError& error);
   [[nodiscard]] StreamStep fill(int descriptor, SocketError& error);
+  [[nodiscard]] std::string_view bytesForFirst() noexcept;
   [[nodiscard]] bool take(Pending& request, std::string_view bytes, SocketError& error);
   [[nodiscard]] StreamStep advance(std::uint64_t count);
 
   /// Large enough that a thousand headers or a dozen small files come with one call, small enough to stay in cache.
   static constexpr std::size_t bufferSize = 256 * 1024;
 
+  /// From this size on (bytes) what is left of a body goes from the socket to its file without a copy in between.
+  static constexpr std::uint64_t spliceThreshold = 64 * 1024;
+
   std::vector<Pending> queue_;
   std::unique_ptr<char[]> buffer_;
-  std::size_t begin_ = 0;
-  std::size_t end_ = 0;
+  std::uint64_t begin_ = 0;
+  std::uint64_t end_ = 0;
+  std::unique_ptr<SplicePipe> pipe_;
+  bool pipeUsable_ = true;
   Moved moved_;
 };
 

@@ -32,6 +32,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) override;
   void readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
                         std::int64_t tag) override;
+  void readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) override;
   void writeData(Data data, double timeout, std::int64_t tag) override;
   void disconnect() override;
   void disconnectWithReset() override;
@@ -65,6 +66,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void close(const SocketError& error, bool reset = false);
 
   // StreamSocketLoop.cpp: moving bytes
+  void enqueue(StreamReader::Request request);
   void scheduleLoop();
   void runLoop();
   [[nodiscard]] StreamStep stepReader(GCDAsyncSocketDelegate& delegate);

@@ -29,7 +29,14 @@ void StreamSocket::readDataToLength(std::uint64_t length, double timeout, std::i
 
 void StreamSocket::readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
                                     std::int64_t tag) {
-  StreamReader::Request request{length, std::move(destination), timeout, tag};
+  enqueue({length, std::move(destination), std::nullopt, timeout, tag});
+}
+
+void StreamSocket::readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) {
+  enqueue({maximumLength, nullptr, last, timeout, tag});
+}
+
+void StreamSocket::enqueue(StreamReader::Request request) {
   if (queue_->isCurrent() && loopRunning_) {
     if (state_ != State::closed) reader_.enqueue(std::move(request));
     return;

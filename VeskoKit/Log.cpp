@@ -67,11 +67,11 @@ class Journal {
     enabled.store(sink_ != nullptr, std::memory_order_relaxed);
   }
 
-  void write(std::string_view line) {
+  void write(std::string_view line, std::uint64_t count) {
     const std::lock_guard lock(mutex_);
     if (std::exchange(hasDefaultSink_, false)) sink_ = standardOutputSink();
     if (!sink_) return;
-    sink_->write(line);
+    for (std::uint64_t i = 0; i < count; ++i) sink_->write(line);
     if (!std::exchange(lineWaits_, true)) wakeFlusher();
   }
 
@@ -202,6 +202,6 @@ void detail::append(std::string& line, double number) {
   if (written.find_first_not_of("-0123456789") == std::string_view::npos) line += ".0";
 }
 
-void detail::write(std::string_view line) { journal().write(line); }
+void detail::write(std::string_view line, std::uint64_t count) { journal().write(line, count); }
 
 }  // namespace vesko::Log

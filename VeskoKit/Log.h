@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,19 +48,24 @@ namespace detail {
 void append(std::string& line, std::string_view text);
 void append(std::string& line, double number);
 void append(std::string& line, std::integral auto number) { line += std::to_string(number); }
-void write(std::string_view line);
+void write(std::string_view line, std::uint64_t count);
 }  // namespace detail
 
-/// Writes one line: texts unquoted and escaped, numbers in decimal, those of floating point with a fraction.
+/// Writes the same line `count` times: texts unquoted and escaped, numbers in decimal, those of floating point with a
+/// fraction.
 template <class... Items>
-requires(sizeof...(Items) > 0) void line(const Items&... items) {
+requires(sizeof...(Items) > 0) void lines(std::uint64_t count, const Items&... items) {
   if (!isEnabled()) return;
   std::string text;
   text.reserve(128);  // most lines, in one allocation
   ((detail::append(text, items), text += ' '), ...);
   text.back() = '\n';
-  detail::write(text);
+  detail::write(text, count);
 }
+
+/// Writes one line.
+template <class... Items>
+requires(sizeof...(Items) > 0) void line(const Items&... items) { lines(1, items...); }
 
 }  // namespace Log
 }  // namespace vesko

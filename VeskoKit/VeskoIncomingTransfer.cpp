@@ -101,10 +101,15 @@ std::string VeskoIncomingTransfer::generateRandomStringWithLength(std::int64_t l
 }
 
 void VeskoIncomingTransfer::socketDidReadData(GCDAsyncSocket& /*socket*/, const Data& data, std::int64_t tag) {
-  Log::line("Incoming didRead", data.size(), tag);
+  if (tag == tagFileName) {
+    // The log has a line for every byte of a name, however many come at once.
+    Log::lines(data.size(), "Incoming didRead", 1, tag);
+  } else {
+    Log::line("Incoming didRead", data.size(), tag);
+  }
   if (ended_) return;
   if (tag == tagFileName) {
-    didReadNameByte(data);
+    didReadNameBytes(data.view());
   } else if (tag == tagFileBody) {
     didReadBody(data);
   } else if (tag == tagFileSize) {
@@ -136,18 +141,24 @@ void VeskoIncomingTransfer::doNextFile() {
   currentElementPlusOne += 1;
   currentNameBuffer_.clear();
   currentName_.reset();
-  socket_->readDataToLength(1, headerTimeout, tagFileName);
+  readName();
 }
 
-void VeskoIncomingTransfer::didReadNameByte(const Data& data) {
-  const char byte = data.view().front();
-  if (byte == '\0') {
+void VeskoIncomingTransfer::readName() {
+  const std::uint64_t longest = TransferStream::maximumNameLength + 1 - currentNameBuffer_.size();
+  socket_->readDataToByte('\0', longest, headerTimeout, tagFileName);
+}
+
+void VeskoIncomingTransfer::didReadNameBytes(std::string_view bytes) {
+  const bool isWhole = bytes.back() == '\0';
+  if (isWhole) bytes.remove_suffix(1);
+  currentNameBuffer_ += bytes;
+  if (isWhole) {
     didReadName();
-  } else if (currentNameBuffer_.size() == TransferStream::maximumNameLength) {
+  } else if (currentNameBuffer_.size() > TransferStream::maximumNameLength) {
     fail(VeskoFailureReason::limit, "receiving a name");
   } else {
-    currentNameBuffer_ += byte;
-    socket_->readDataToLength(1, headerTimeout, tagFileName);
+    readName();
   }
 }
 
@@ -281,11 +292,11 @@ void VeskoIncomingTransfer::readBody(std::uint64_t length) {
 
 void VeskoIncomingTransfer::didReadBody(const Data& data) {
   noteReception();
-  if (buffer_) buffer_->append(data.view());
   partialSize = 0;
   lastReportedPartialSize = 0;
   currentSize += data.size();
   Log::line("Incoming chunk: ", data.size(), std::uint64_t{currentSize}, std::uint64_t{currentElementSize});
+  if (buffer_) buffer_->append(data.view());
   reportProgress(currentElementPlusOne - 1, currentSize);
   doNextChunk();
 }

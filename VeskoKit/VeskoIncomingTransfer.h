@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VeskoKit/Counter.h"
@@ -177,7 +178,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   enum class Decision : std::uint8_t { open, awaited, made };
 
   void didReadMetadata(const Data& data);
-  void didReadNameByte(const Data& data);
+  void readName();
+  void didReadNameBytes(std::string_view bytes);
   void didReadName();
   void didReadSize(const Data& data);
   void didReadBody(const Data& data);

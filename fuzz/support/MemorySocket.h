@@ -51,7 +51,12 @@ class MemorySocket final : public GCDAsyncSocket {
                         std::int64_t tag) override {
     check(length > 0, "a read is of one byte at least");
     check(timeout > 0, "a read has a time-out");
-    if (!hasEnded_) reads_.push_back({length, std::move(destination), tag, {}, 0});
+    if (!hasEnded_) reads_.push_back({length, std::move(destination), tag, {}, 0, false});
+  }
+  void readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) override {
+    check(last == '\0', "names end with a zero byte");
+    readDataToLength(maximumLength, timeout, tag);
+    if (!hasEnded_) reads_.back().endsWithZero = true;
   }
   void disconnect() override { end({}); }
   void disconnectWithReset() override { end({}); }
@@ -70,12 +75,18 @@ class MemorySocket final : public GCDAsyncSocket {
     std::int64_t tag;
     std::string gathered;
     std::uint64_t done;
+    bool endsWithZero;  ///< any bytes up to the first zero byte will do
   };
 
   void movePiece() {
     Read& read = reads_.front();
     const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(piece_, read.length - read.done));
-    const auto bytes = bytes_.substr(0, count);
+    auto bytes = bytes_.substr(0, count);
+    if (read.endsWithZero) {
+      const auto zero = bytes.find('\0');
+      bytes = bytes.substr(0, zero == std::string_view::npos ? zero : zero + 1);
+      read.length = bytes.size();
+    }
     bytes_.remove_prefix(bytes.size());
     read.done += bytes.size();
     if (!store(read, bytes)) return;

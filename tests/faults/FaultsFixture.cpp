@@ -15,8 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 using Kind = VeskoTransferOutcome::Kind;
 
-/// More than a socket sends or receives in one piece.
-constexpr std::size_t large = 300'000;
+/// More than a socket sends or receives in one piece, and enough for what is left then to be spliced.
+constexpr std::size_t large = 400'000;
 
 std::string patternOf(std::size_t length) {
   std::string text;

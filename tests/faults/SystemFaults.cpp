@@ -83,7 +83,7 @@ bool SystemFaults::waitUntilAllAreAccepted() const {
 
 std::vector<std::string> SystemFaults::wrappedCalls() {
   std::istringstream words(VESKO_WRAPPED_CALLS);
-  std::vector<std::string> calls = {"openat creating"};
+  std::vector<std::string> calls = {"openat creating", "splice to file"};
   for (std::string word; words >> word;) calls.push_back(word);
   return calls;
 }

@@ -51,8 +51,9 @@ class SystemFaults {
   /// not within ten seconds.
   [[nodiscard]] bool waitUntilAllAreAccepted() const;
 
-  /// The names of all wrapped calls; "openat creating" is one that makes a file. Two are left alone, for they cannot
-  /// fail in earnest: `epoll_ctl` but for adding, and `setsockopt` for SO_LINGER.
+  /// The names of all wrapped calls; "openat creating" is one that makes a file, "splice to file" one that writes to
+  /// it. Two are left alone, for they cannot fail in earnest: `epoll_ctl` but for adding, and `setsockopt` for
+  /// SO_LINGER.
   [[nodiscard]] static std::vector<std::string> wrappedCalls();
 
  private:

@@ -15,7 +15,9 @@ using enum VeskoFailureReason;
 /// More calls than any transfer here makes.
 constexpr std::size_t tooMany = 10'000;
 
-bool isDisturbance(int error) { return error == EINTR || error == SystemFaults::fewerBytes; }
+bool isDisturbance(int error) {
+  return error == EINTR || error == SystemFaults::fewerBytes || error == ENFILE || error == EINVAL;
+}
 
 }  // namespace
 

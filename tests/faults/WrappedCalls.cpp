@@ -160,6 +160,11 @@ int __wrap_openat(int folder, const char* name, int flags, ...) {
   return unlessItFails(call, -1, [&] { return __real_openat(folder, name, flags, mode); });
 }
 
+int __real_pipe2(int*, int);
+int __wrap_pipe2(int* ends, int flags) {
+  return unlessItFails("pipe2", -1, [&] { return __real_pipe2(ends, flags); });
+}
+
 ssize_t __real_pread(int, void*, std::size_t, off_t);
 ssize_t __wrap_pread(int descriptor, void* buffer, std::size_t length, off_t offset) {
   return moving("pread", length, [&](std::size_t count) { return __real_pread(descriptor, buffer, count, offset); });
@@ -209,6 +214,13 @@ int __wrap_setsockopt(int descriptor, int level, int name, const void* value, so
 int __real_socket(int, int, int);
 int __wrap_socket(int domain, int type, int protocol) {
   return unlessItFails("socket", -1, [&] { return __real_socket(domain, type, protocol); });
+}
+
+ssize_t __real_splice(int, off_t*, int, off_t*, std::size_t, unsigned);
+ssize_t __wrap_splice(int from, off_t* fromOffset, int to, off_t* toOffset, std::size_t length, unsigned flags) {
+  const auto* const call = toOffset != nullptr ? "splice to file" : "splice";
+  return moving(call, length,
+                [&](std::size_t count) { return __real_splice(from, fromOffset, to, toOffset, count, flags); });
 }
 
 int __real_stat(const char*, struct stat*);

@@ -80,6 +80,25 @@ TEST_F(SocketTest, ReadsGoIntoFiles) {
   EXPECT_TRUE(endsWith("destination: No space left on device"));
 }
 
+TEST_F(SocketTest, ReadsToAByteTakeWhatIsThereAndNoMore) {
+  RawConnection peer = connect();
+  const auto read = [&](std::uint64_t maximumLength) {
+    const auto before = events_->received.size();
+    const auto count = events_->count("read 1");
+    socket_->readDataToByte('\0', maximumLength, 10, 1);
+    EXPECT_TRUE(events_->waitFor("read 1", count + 1));
+    return events_->received.substr(before);
+  };
+  ASSERT_TRUE(peer.send(std::string("ab\0cdef\0\0", 9)));
+  EXPECT_EQ(read(10), std::string("ab\0", 3));
+  EXPECT_EQ(read(1), "c");
+  EXPECT_EQ(read(2), "de");
+  EXPECT_EQ(read(2), std::string("f\0", 2));
+  EXPECT_EQ(read(10), std::string(1, '\0'));
+  ASSERT_TRUE(peer.send("g"));
+  EXPECT_EQ(read(10), "g") << "what has no end yet is not waited for";
+}
+
 TEST_F(SocketTest, WritesArriveByteForByte) {
   const TemporaryFolder folder;
   const std::string large = randomBytes(30 * mebibyte + 5);

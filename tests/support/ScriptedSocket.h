@@ -53,6 +53,8 @@ class ScriptedSocket final : public GCDAsyncSocket, public std::enable_shared_fr
 
   [[nodiscard]] bool acceptOnPort(std::uint16_t /*port*/, SocketError& /*error*/) override { return false; }
   void readDataToLength(std::uint64_t /*length*/, double /*timeout*/, std::int64_t /*tag*/) override {}
+  void readDataToByte(char /*last*/, std::uint64_t /*maximumLength*/, double /*timeout*/,
+                      std::int64_t /*tag*/) override {}
   void readDataToLength(std::uint64_t /*length*/, std::shared_ptr<FileHandle> /*destination*/, double /*timeout*/,
                         std::int64_t /*tag*/) override {}
   [[nodiscard]] std::string connectedHost() const override { return {}; }
