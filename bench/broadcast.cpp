@@ -16,9 +16,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>

@@ -5,7 +5,8 @@
 // SPACE is the file of a network namespace, RATE the bits per second of each direction, DELAY the microseconds that
 // each takes, QUEUE the bytes that may wait for their turn in each; what comes when it is full is dropped. In each
 // namespace there is a device "wire" from the line "ready" on, until SIGTERM or SIGINT. At each SIGUSR1, and at the
-// end, a line of JSON tells what has passed so far, for each direction, that from the first namespace first.
+// end, a line of JSON tells what has passed so far, for each direction, that from the first namespace first, and how
+// long after their time packets were handed over.
 //
 // A packet takes the time of its bytes and of its Ethernet framing. The kernel hands over what a card would cut into
 // frames as one large packet: to cut here would take more than the processor of a small machine at 1 Gbit/s. It counts
@@ -39,6 +40,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Platform/FileDescriptor.h"
@@ -128,7 +130,9 @@ class Way {
   void deliver() {
     while (!travelling_.empty() && travelling_.front().due <= Clock::now()) {
       const Travelling& first = travelling_.front();
-      lateness_ += Clock::now() - first.due;
+      const nanoseconds late = Clock::now() - first.due;
+      lateness_ += late;
+      worstLateness_ = std::max(worstLateness_, late);
       if (::write(to_, first.packet.data(), first.packet.size()) < 0) ++refused_;
       travelling_.pop_front();
       ++delivered_;
@@ -140,13 +144,15 @@ class Way {
     return travelling_.empty() ? std::nullopt : std::optional(travelling_.front().due);
   }
 
-  [[nodiscard]] std::string report() const {
-    const double late = delivered_ == 0 ? 0 : std::chrono::duration<double, std::micro>(lateness_).count();
+  /// All since the start, but for the worst lateness (microseconds, as the mean): that is since the last report.
+  [[nodiscard]] std::string report() {
+    const auto packets = static_cast<double>(std::max<std::size_t>(delivered_, 1));
     std::array<char, 256> text{};
-    const int length = std::snprintf(
-        text.data(), text.size(),
-        R"({"delivered": %zu, "dropped": %zu, "refused": %zu, "wireBytes": %zu, "meanLateness": %.1f})", delivered_,
-        dropped_, refused_, wireBytes_, late / static_cast<double>(std::max<std::size_t>(delivered_, 1)));
+    const int length = std::snprintf(text.data(), text.size(),
+                                     R"({"delivered": %zu, "dropped": %zu, "refused": %zu, "wireBytes": %zu, )"
+                                     R"("meanLateness": %.1f, "worstLateness": %.1f})",
+                                     delivered_, dropped_, refused_, wireBytes_, microseconds(lateness_) / packets,
+                                     microseconds(std::exchange(worstLateness_, nanoseconds(0))));
     return {text.data(), static_cast<std::size_t>(length)};
   }
 
@@ -155,6 +161,8 @@ class Way {
     Packet packet;
     Clock::time_point due;
   };
+
+  static double microseconds(nanoseconds time) { return std::chrono::duration<double, std::micro>(time).count(); }
 
   [[nodiscard]] nanoseconds timeOf(std::size_t bytes) const {
     return nanoseconds(static_cast<std::int64_t>(static_cast<double>(bytes) * 8e9 / settings_.bitsPerSecond));
@@ -183,6 +191,7 @@ class Way {
   std::size_t refused_ = 0;  ///< by the namespace they came to
   std::size_t wireBytes_ = 0;
   nanoseconds lateness_{};
+  nanoseconds worstLateness_{};
 };
 
 /// Both directions between two ends.
@@ -218,7 +227,7 @@ class Wire {
   }
 
   /// False when the signal was one to end.
-  [[nodiscard]] bool answer(int signals) const {
+  [[nodiscard]] bool answer(int signals) {
     signalfd_siginfo signal{};
     if (::read(signals, &signal, sizeof signal) < 0) throw failure("signals");
     std::printf("[%s, %s]\n", ways_[0].report().c_str(), ways_[1].report().c_str());

@@ -8,6 +8,7 @@ from lans.hosts import Hosts
 from lans.lan import Lan
 from lans.program import BUILD, note
 from lans.spaces import Failure, postponed_signals
+from lans.tables import print_table
 
 ASKER, ANSWERERS = 1, range(2, 10)
 BARE_PORT = 4650
@@ -99,12 +100,11 @@ def measure(rounds, folder):
 
 
 def show(result):
-    print(f"{'a hello to all until ' + str(result['hosts']) + ' hosts have answered':48}  median us  99 % us  worst us  "
-          "rounds  missing")
-    for way, name in (("vesko", "vesko, until all are in the table"), ("bare", "a bare program, until all are received")):
-        row = result["ways"][way]
-        print(f"{name:48}  {row['median']:9.0f}  {row['percentile99']:7.0f}  {row['worst']:8.0f}  {row['rounds']:6}  "
-              f"{row['missing']:7}")
+    names = {"vesko": "vesko, until all are in the table", "bare": "a bare program, until all are received"}
+    rows = [[name, *(f"{result['ways'][way][key]:.0f}" for key in
+             ("median", "percentile99", "worst", "rounds", "missing"))] for way, name in names.items()]
+    print_table([f"a hello to all that {result['hosts']} hosts answer", "median us", "99 % us", "worst us", "rounds",
+                 "missing"], rows)
     print(f"vesko's median is {result['ratioOfMedians']:.2f} times that of the bare program", flush=True)
 
 

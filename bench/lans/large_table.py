@@ -11,6 +11,7 @@ from lans.hosts import Hosts
 from lans.lan import TIME_LIMIT, Lan
 from lans.program import PORT, VESKO, note
 from lans.spaces import Failure, run_ip
+from lans.tables import print_table
 
 HOST, CROWD = 1, 2  # the machine of the host, and the one that all others' datagrams come from
 HELLOS_PER_SECOND = 1000
@@ -121,12 +122,12 @@ def measure(count, seconds, folder):
             measure_way(count, seconds, folder, "receive --json, to a file", ("--json",))]
 
 
-def show(rows):
-    print(f"{'a table of ' + str(rows[0]['peers']) + ' machines':28}  hellos/s  heard of sent  answered  % of a processor")
-    for row in rows:
-        print(f"{row['way']:28}  {row['hellosSent'] / row['seconds']:8.0f}  "
-              f"{row['hellosHeard']:6}/{row['hellosSent']:<6}  {row['answers']:8}  {100 * row['processorShare']:16.1f}")
-    print("The log is off. Answers are to those that a host answers, 1,000 a second at most.", flush=True)
+def show(results):
+    rows = [[one["way"], f"{one['hellosSent'] / one['seconds']:.0f}", str(one["hellosSent"]), str(one["hellosHeard"]),
+             str(one["answers"]), f"{100 * one['processorShare']:.1f}"] for one in results]
+    print_table([f"a table of {results[0]['peers']} machines", "hellos/s", "sent", "heard", "answers",
+                 "% of a processor"], rows)
+    print("The log is off. At most 1,000 hellos a second are answered.", flush=True)
 
 
 def judge(rows, count):

@@ -152,4 +152,5 @@ def make_passage(wire, way, source, folder):
     result = WAYS[way](wire, source, folder)
     after = wire.counters()
     result["dropped"] = sum(now["dropped"] - was["dropped"] for now, was in zip(after, before))
+    result["worstLateness"] = max(way["worstLateness"] for way in after) / 1e6
     return {"way": way, "roundTrip": wire.round_trip} | result

@@ -9,7 +9,7 @@ def is_number(cell):
     return True
 
 
-def print_table(heads, rows, markdown):
+def print_table(heads, rows, markdown=False):
     """Cells are texts; columns of numbers are aligned to the right."""
     columns = list(zip(*rows))
     widths = [max(map(len, (head, *column))) for head, column in zip(heads, columns)]
