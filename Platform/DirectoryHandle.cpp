@@ -167,6 +167,9 @@ bool isUnknownToFileSystem(std::error_code error) {
 
 }  // namespace
 
+DirectoryHandle::DirectoryHandle(FileDescriptor descriptor) noexcept
+    : descriptor_(std::move(descriptor)), userId_(::geteuid()) {}
+
 std::shared_ptr<DirectoryHandle> DirectoryHandle::open(const std::string& path, std::error_code& error) {
   const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   FileDescriptor descriptor(uninterrupted([&] { return ::open(path.c_str(), flags); }));
@@ -221,7 +224,7 @@ FileAttributes DirectoryHandle::attributes(const std::string& name, bool follow,
   const auto kind = S_ISREG(status.st_mode)   ? EntryKind::file
                     : S_ISDIR(status.st_mode) ? EntryKind::folder
                                               : EntryKind::other;
-  const bool isOwnReadable = (status.st_mode & S_IRUSR) != 0 && status.st_uid == ::geteuid();
+  const bool isOwnReadable = (status.st_mode & S_IRUSR) != 0 && status.st_uid == userId_;
   return {kind, static_cast<std::uint64_t>(status.st_size), identityOf(status), isOwnReadable};
 }
 
@@ -248,7 +251,7 @@ bool DirectoryHandle::leadsTo(const std::string& name, const DirectoryHandle& fo
 
 bool DirectoryHandle::isOwnedByUser() const {
   struct stat status {};
-  return ::fstat(descriptor_.get(), &status) == 0 && status.st_uid == ::geteuid();
+  return ::fstat(descriptor_.get(), &status) == 0 && status.st_uid == userId_;
 }
 
 void DirectoryHandle::moveWithoutReplacing(const std::string& name, const DirectoryHandle& target,

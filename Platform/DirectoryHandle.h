@@ -35,10 +35,11 @@ struct FileAttributes {
 ///
 /// Everything is relative to the held folder, so nobody who renames or replaces a folder above it can redirect the
 /// work. A `name` is one component, without "/"; a symbolic link of that name is never followed unless said otherwise.
-/// Not locked: use it on one queue at a time. Errors are the system's own codes.
+/// Not locked: use it on one queue at a time. Errors are the
+/// system's own codes.
 class DirectoryHandle {
  public:
-  explicit DirectoryHandle(FileDescriptor descriptor) noexcept : descriptor_(std::move(descriptor)) {}
+  explicit DirectoryHandle(FileDescriptor descriptor) noexcept;
 
   /// Opens the folder at `path`, following links. None, with `error` set, when it cannot be opened for listing.
   [[nodiscard]] static std::shared_ptr<DirectoryHandle> open(const std::string& path, std::error_code& error);
@@ -95,6 +96,7 @@ class DirectoryHandle {
 
  private:
   FileDescriptor descriptor_;
+  std::uint32_t userId_;  ///< as whom this process ran when it opened the folder
 };
 
 }  // namespace vesko

@@ -26,7 +26,7 @@ std::shared_ptr<FileHandle> FileHandle::forReadingAtPath(const std::string& path
     error = std::make_error_code(std::errc::invalid_argument);
     return nullptr;
   }
-  return std::make_shared<FileHandle>(std::move(descriptor));
+  return std::make_shared<FileHandle>(std::move(descriptor), static_cast<std::uint64_t>(status.st_size));
 }
 
 std::shared_ptr<FileHandle> FileHandle::nullDevice(std::error_code& error) {
@@ -41,13 +41,15 @@ std::shared_ptr<FileHandle> FileHandle::nullDevice(std::error_code& error) {
 
 Data FileHandle::readDataOfLength(std::uint64_t length, std::error_code& error) {
   error.clear();
-  struct stat status {};
-  if (::fstat(descriptor_.get(), &status) != 0) {
-    error = lastSystemError();
-    return {};
+  if (knownLength_ < offset_ || knownLength_ - offset_ < length) {
+    struct stat status {};
+    if (::fstat(descriptor_.get(), &status) != 0) {
+      error = lastSystemError();
+      return {};
+    }
+    knownLength_ = static_cast<std::uint64_t>(status.st_size);
   }
-  const auto fileLength = static_cast<std::uint64_t>(status.st_size);
-  const auto available = std::min(length, fileLength - std::min(fileLength, offset_));
+  const auto available = std::min(length, knownLength_ - std::min(knownLength_, offset_));
   if (available == 0) return {};
   const auto offset = std::exchange(offset_, offset_ + available);
   return Data::stretchOfFile(shared_from_this(), offset, available);

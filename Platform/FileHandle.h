@@ -18,7 +18,8 @@ namespace vesko {
 /// it is an owner too.
 class FileHandle : public std::enable_shared_from_this<FileHandle> {
  public:
-  explicit FileHandle(FileDescriptor descriptor) noexcept : descriptor_(std::move(descriptor)) {}
+  explicit FileHandle(FileDescriptor descriptor, std::uint64_t length = 0) noexcept
+      : descriptor_(std::move(descriptor)), knownLength_(length) {}
 
   /// Opens the regular file at `path` for reading at offset 0, following links. None, with `error` set, when it cannot
   /// be opened; `std::errc::invalid_argument` when it is something other than a regular file.
@@ -28,7 +29,8 @@ class FileHandle : public std::enable_shared_from_this<FileHandle> {
   [[nodiscard]] static std::shared_ptr<FileHandle> nullDevice(std::error_code& error);
 
   /// The next bytes from the current offset as a stretch of this file: `length` of them, fewer only at the end of the
-  /// file; the offset moves past them. Empty, with `error` set, when the file cannot be asked for its length.
+  /// file; the offset moves past them. The file is not asked for its length where it was long enough before. Empty,
+  /// with `error` set, when the file cannot be asked for its length.
   [[nodiscard]] Data readDataOfLength(std::uint64_t length, std::error_code& error);
 
   /// Fills `buffer` from `offset` on and returns the count, smaller than the buffer only at the end of the file or with
@@ -53,6 +55,7 @@ class FileHandle : public std::enable_shared_from_this<FileHandle> {
 
  private:
   FileDescriptor descriptor_;
+  std::uint64_t knownLength_;  ///< bytes that the file had when it was last asked
   std::uint64_t offset_ = 0;
 };
 

@@ -1,17 +1,26 @@
 #include "VeskoKit/TransferStream.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
-#include <variant>
 
 #include "Platform/TextEncoding.h"
-#include "VeskoKit/BinUtils.h"
 
 namespace vesko::TransferStream {
 namespace {
 
-constexpr std::string_view metadataFormat = "<QQ";
-constexpr std::string_view sizeFieldFormat = "<Q";
+// By hand and not by `pack`: there is one with every element, and many elements are small.
+void appendLittleEndian(std::string& bytes, std::uint64_t number) {
+  for (std::size_t i = 0; i < sizeof number; ++i) bytes += static_cast<char>(number >> (8 * i) & 0xFF);
+}
+
+std::uint64_t littleEndianAt(std::string_view bytes, std::size_t position) {
+  std::uint64_t number = 0;
+  for (std::size_t i = 0; i < sizeof number; ++i) {
+    number |= std::uint64_t{static_cast<std::uint8_t>(bytes[position + i])} << (8 * i);
+  }
+  return number;
+}
 
 template <class Visit>
 void forEachComponent(std::string_view name, Visit visit) {
@@ -27,25 +36,28 @@ bool leadsToItself(std::string_view component) noexcept { return component.empty
 }  // namespace
 
 Data encodeMetadata(const Metadata& metadata) {
-  return pack(metadataFormat, {metadata.elementCount, metadata.totalSize});
+  std::string bytes;
+  appendLittleEndian(bytes, metadata.elementCount);
+  appendLittleEndian(bytes, metadata.totalSize);
+  return Data(std::move(bytes));
 }
 
 Metadata decodeMetadata(const Data& bytes) {
-  const auto values = unpack(metadataFormat, bytes);
-  return {std::get<std::uint64_t>(values[0]), std::get<std::uint64_t>(values[1])};
+  assert(bytes.size() == metadataLength);
+  return {littleEndianAt(bytes.view(), 0), littleEndianAt(bytes.view(), sizeof(std::uint64_t))};
 }
 
 Data encodeHeader(std::string_view name, std::uint64_t sizeField) {
-  const Data packedSize = pack(sizeFieldFormat, {sizeField});
   std::string header;
   header.reserve(name.size() + 1 + sizeFieldLength);
   header.append(name).push_back('\0');
-  header.append(packedSize.view());
+  appendLittleEndian(header, sizeField);
   return Data(std::move(header));
 }
 
 std::uint64_t decodeSizeField(const Data& bytes) {
-  return std::get<std::uint64_t>(unpack(sizeFieldFormat, bytes).front());
+  assert(bytes.size() == sizeFieldLength);
+  return littleEndianAt(bytes.view(), 0);
 }
 
 bool isText(std::string_view name, std::uint64_t elementCount) noexcept {

@@ -69,12 +69,13 @@ void TransferObserver::transferDidProgress(VeskoTransfer& transfer, std::int64_t
                                            std::uint64_t finishedBytes) {
   const std::scoped_lock lock(mutex_);
   Running& running = running_[&transfer];
-  progress(running, {running.id,
-                     static_cast<std::uint64_t>(elementCount),
-                     static_cast<std::uint64_t>(finishedElements),
-                     totalSize,
-                     finishedBytes,
-                     {}});
+  running.held = {running.id,
+                  static_cast<std::uint64_t>(elementCount),
+                  static_cast<std::uint64_t>(finishedElements),
+                  totalSize,
+                  finishedBytes,
+                  {}};
+  tellHeldNowAndThen(running);
 }
 
 void TransferObserver::transferDidEnd(VeskoTransfer& transfer, const VeskoTransferOutcome& outcome) {
@@ -107,8 +108,14 @@ void TransferObserver::incomingTransferDidProgress(VeskoIncomingTransfer& transf
   const std::scoped_lock lock(mutex_);
   Running& running = running_[&transfer];
   const bool isNamed = currentName && currentPath && !currentPath->empty();
-  progress(running, {running.id, elementCount, finishedElements, totalSize, finishedBytes,
-                     isNamed ? *currentName : std::string()});
+  ProgressEvent& held = running.held;
+  held.transfer = running.id;
+  held.elementCount = elementCount;
+  held.finishedElements = finishedElements;
+  held.totalSize = totalSize;
+  held.finishedBytes = finishedBytes;
+  held.name = isNamed ? std::string_view(*currentName) : std::string_view();
+  tellHeldNowAndThen(running);
 }
 
 void TransferObserver::incomingTransferDidReceiveText(VeskoIncomingTransfer& transfer, const std::string& text) {
@@ -138,8 +145,8 @@ void TransferObserver::incomingTransferDidEnd(VeskoIncomingTransfer& transfer, c
   prune();
 }
 
-void TransferObserver::progress(Running& running, ProgressEvent event) {
-  running.held = std::move(event);
+void TransferObserver::tellHeldNowAndThen(Running& running) {
+  running.isHeldUntold = true;
   const TimePoint now = clock_->monotonicNow();
   if (running.lastProgress && now - *running.lastProgress < progressInterval) return;
   running.lastProgress = now;
@@ -147,8 +154,8 @@ void TransferObserver::progress(Running& running, ProgressEvent event) {
 }
 
 void TransferObserver::publishHeld(Running& running) {
-  if (!running.held) return;
-  ProgressEvent event = *std::exchange(running.held, std::nullopt);
+  if (!std::exchange(running.isHeldUntold, false)) return;
+  ProgressEvent event = running.held;
   if (running.items != nullptr) event.name = nameOfElement(*running.items, event.finishedElements);
   sink_->publish(std::move(event));
 }

@@ -69,11 +69,12 @@ class TransferObserver : public VeskoTransferDelegate,
     const VeskoItems* items = nullptr;  // an outgoing transfer's, which outlives its record
     TimePoint start;
     std::optional<TimePoint> lastProgress = std::nullopt;
-    std::optional<ProgressEvent> held = std::nullopt;
+    ProgressEvent held = {};  // kept, so that its name is copied to the same place again and again
+    bool isHeldUntold = false;
   };
 
   // All of these: with the lock held.
-  void progress(Running& running, ProgressEvent event);
+  void tellHeldNowAndThen(Running& running);
   void publishHeld(Running& running);
   void publishEnd(const void* transfer, const VeskoTransferOutcome& outcome, std::uint64_t elements,
                   std::uint64_t bytes);
