@@ -1,0 +1,107 @@
+"""The machine that everything is measured on, and the programs built for it."""
+
+import contextlib
+import ctypes
+import os
+import pathlib
+import platform
+import re
+import shlex
+import socket
+import subprocess
+
+from .basics import BUILD, KIB, ROOT, VESKO, Failure, note
+
+CONGESTION_CONTROL = pathlib.Path("/proc/sys/net/ipv4/tcp_congestion_control")
+VERSION_COMMANDS = {"rsync": ["rsync", "--version"], "scp": ["ssh", "-V"], "cp": ["cp", "--version"],
+                    "nc": ["tar", "--version"]}
+
+
+class Destination:
+    """A folder that transfers are received in."""
+
+    def __init__(self, name, folder):
+        self.name = name
+        self.folder = folder
+        self.kind = file_system_of(folder)
+        self.is_in_memory = self.kind in ("tmpfs", "ramfs")
+
+    def settle(self):
+        """Sees to it that what an earlier transfer left to be written does not slow down the next one."""
+        if not self.is_in_memory:
+            os.sync()
+
+
+def file_system_of(folder):
+    return subprocess.run(["stat", "--file-system", "--format=%T", folder], capture_output=True, text=True,
+                          check=True).stdout.strip()
+
+
+def enter_own_network():
+    """Gives this process, and so all it starts, a network of its own that does not pace. False without the right to."""
+    new_network = 0x40000000  # CLONE_NEWNET, linux/sched.h
+    if ctypes.CDLL(None).unshare(new_network) != 0:
+        return False
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    with contextlib.suppress(OSError):
+        CONGESTION_CONTROL.write_text("reno")
+    return True
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def available_memory():
+    found = re.search(r"^MemAvailable:\s+(\d+) kB$", pathlib.Path("/proc/meminfo").read_text(), re.MULTILINE)
+    return int(found.group(1)) * KIB if found else 0
+
+
+def build():
+    """Builds what is measured."""
+    commands = [["cmake", "--build", "--preset", "release", "--target", "vesko", "reference"]]
+    if not (BUILD / "build.ninja").exists():
+        commands.insert(0, ["cmake", "--preset", "release"])
+    note(f"building {BUILD.relative_to(ROOT)}")
+    for command in commands:
+        result = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                                check=False)
+        if result.returncode != 0:
+            raise Failure(f"failed: {shlex.join(command)}\n{result.stdout}")
+
+
+def cached_variable(name):
+    found = re.search(rf"^{name}:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)
+    return found.group(1) if found else ""
+
+
+def first_line(command):
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return result.stdout.strip().split("\n")[0]
+
+
+def describe(is_own_network, source, destinations, ways):
+    return {"program": str(VESKO), "version": first_line([VESKO, "--version"]),
+            "buildType": cached_variable("CMAKE_BUILD_TYPE"), "compiler": cached_variable("CMAKE_CXX_COMPILER"),
+            "sanitizers": cached_variable("VESKO_SANITIZE"), "kernel": platform.release(),
+            "processors": os.cpu_count(), "source": {"folder": str(source), "fileSystem": file_system_of(source)},
+            "destinations": {one.name: {"folder": str(one.folder), "fileSystem": one.kind} for one in destinations},
+            "tools": {way: first_line(VERSION_COMMANDS[way]) for way in ways if way in VERSION_COMMANDS},
+            "ownNetwork": is_own_network, "congestionControl": CONGESTION_CONTROL.read_text().strip()}
+
+
+def circumstances(facts):
+    """The facts as lines for people."""
+    yield f"measured: {facts['program']} ({facts['version']}, {facts['buildType']}, {facts['compiler']})"
+    if facts["sanitizers"]:
+        yield f"          built with {facts['sanitizers']}: these times say nothing"
+    yield f"beside:   {'; '.join(facts['tools'].values()) or 'nothing else'}"
+    yield f"on:       Linux {facts['kernel']}, {facts['processors']} processors"
+    yield f"source:   {facts['source']['folder']} ({facts['source']['fileSystem']})"
+    for name, one in facts["destinations"].items():
+        yield f"{name + ':':<10}{one['folder']} ({one['fileSystem']})"
+    network = "in a namespace of its own" if facts["ownNetwork"] else "of this machine, under its default"
+    pace = "" if facts["congestionControl"] == "reno" else " (which may pace, so these times may not be the programs')"
+    yield f"network:  loopback {network}; congestion control {facts['congestionControl']}{pace}"
