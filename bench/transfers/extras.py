@@ -10,9 +10,9 @@ import time
 
 from . import loads as all_loads
 from .basics import GIB, MIB, VESKO, Failure, amount, note, shell_line
-from .machine import available_memory, free_port
+from .machine import available_memory, free_port, has_room
 from .report import Table, comparison, mebibytes, ratio, seconds
-from .rounds import collecting_errors, has_room, measure, summarize, transfer
+from .rounds import collecting_errors, measure, summarize, transfer
 from .sides import Side, guarding, wait_for_listener
 from .ways import Vesko
 
@@ -23,7 +23,7 @@ def log_section(bench):
     destinations = [bench.fastest]
     results = measure(ways, loads, destinations, bench.rounds, bench.warm_up, bench.folder)
     rows = summarize(results, ways, loads, destinations)
-    return {"summary": rows, "transfers": results}, comparison(rows, prefix="The log: ")
+    return {"summary": rows, "transfers": results}, comparison(rows, "", prefix="The log: ")
 
 
 class MemoryCase:
@@ -74,6 +74,10 @@ def measure_memory(case, destination, bench):
     return {"case": case.title, "transfers": steps, "bytesPerUnit": growth}
 
 
+def per_unit(value):
+    return f"{round(value, 1) + 0.0:.1f}"  # no negative zero
+
+
 def memory_table(results):
     lines = []
     for result in results:
@@ -81,7 +85,7 @@ def memory_table(results):
                                                       ("sender", "receiver"))] for one in result["transfers"]]
         unit, factor = ("a GiB more, in KiB", GIB / 1024) if result["case"] == "one file" else \
             ("a file more, in bytes", 1)
-        lines.append([unit, "", *(f"{result['bytesPerUnit'][side] * factor:.1f}" for side in ("sender", "receiver"))])
+        lines.append([unit, "", *(per_unit(result["bytesPerUnit"][side] * factor) for side in ("sender", "receiver"))])
     return Table("vesko's peak resident memory", ["load", "to", "MiB send", "MiB recv"], lines, labels=2)
 
 

@@ -10,11 +10,12 @@ from .basics import KIB, MIB, Failure, amount
 class Load:
     """A file or a folder, and how to tell that it has arrived."""
 
-    def __init__(self, key, name, source):
+    def __init__(self, key, name, source, is_numerous=False):
         self.key = key
         self.name = name
         self.source = source
         self.is_tree = source.is_dir()
+        self.is_numerous = is_numerous
 
     def check(self, inbox):
         """Raises Failure unless `inbox` holds the same as the source."""
@@ -81,7 +82,7 @@ def tree_load(folder, count):
     source = folder / "tree"
     largest = 16 * KIB
     write_tree(source, count, largest)
-    return Load("tree", f"{count:,} files of 0 to {amount(largest)} in 100 folders", source)
+    return Load("tree", f"{count:,} files of 0 to {amount(largest)} in 100 folders", source, is_numerous=True)
 
 
 def sparse_load(folder, size):
@@ -94,7 +95,7 @@ def sparse_load(folder, size):
 def empty_files_load(folder, count):
     source = folder / f"empty {count}"
     write_tree(source, count, 0)
-    return MeasuredLoad("empty", f"{count:,} empty files in 100 folders", source)
+    return MeasuredLoad("empty", f"{count:,} empty files in 100 folders", source, is_numerous=True)
 
 
 class Sizes:
@@ -109,10 +110,10 @@ class Sizes:
         self.concurrent = (32, self.file // 32)
 
     def room(self):
-        """Bytes that all loads of the comparison and the largest of them once more need, roughly."""
+        """Bytes that all loads and the largest of them once more need, roughly; those for memory apart."""
         files = self.files[0] * self.files[1]
         tree = self.tree * 12 * KIB
-        return self.file + files + tree + max(self.file, files, tree)
+        return 2 * self.file + files + tree + max(self.file, files, tree)
 
 
 MAKERS = {

@@ -7,12 +7,14 @@ import pathlib
 import platform
 import re
 import shlex
+import shutil
 import socket
 import subprocess
 
-from .basics import BUILD, KIB, ROOT, VESKO, Failure, note
+from .basics import BUILD, GIB, KIB, ROOT, VESKO, Failure, note
 
 CONGESTION_CONTROL = pathlib.Path("/proc/sys/net/ipv4/tcp_congestion_control")
+ROOM_LEFT = 8 * GIB  # of a disk, for others
 VERSION_COMMANDS = {"rsync": ["rsync", "--version"], "scp": ["ssh", "-V"], "cp": ["cp", "--version"],
                     "nc": ["tar", "--version"]}
 
@@ -26,10 +28,22 @@ class Destination:
         self.kind = file_system_of(folder)
         self.is_in_memory = self.kind in ("tmpfs", "ramfs")
 
+    def keeps(self, load):
+        """Whether what has arrived stays until all is over.
+
+        ext4 does not use the inodes again that were freed within the last minutes, and looks at each of them for every
+        new file: what one transfer's removed files cost would fall on the next one.
+        """
+        return load.is_numerous and not self.is_in_memory and has_room(self.folder, ROOM_LEFT)
+
     def settle(self):
         """Sees to it that what an earlier transfer left to be written does not slow down the next one."""
         if not self.is_in_memory:
             os.sync()
+
+
+def has_room(folder, size):
+    return shutil.disk_usage(folder).free >= size
 
 
 def file_system_of(folder):

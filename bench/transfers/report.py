@@ -4,8 +4,9 @@ from .basics import MIB
 
 NOTES = """\
 x vesko: how many times vesko's time, of the medians and as the median over the rounds. cpu: user and system time,
-median. MiB: peak resident memory, the largest of all rounds. Both are summed over the processes of a side; cp has but
-one side. A way that takes more than a few seconds takes part in every third round."""
+median. MiB: peak resident memory, the largest of all rounds. Both are summed over the processes of a side. n: a way
+that takes more than a few seconds takes part in every third round. nc: folders go through tar, packed and unpacked on
+the way. cp has one side and no network; reference does nothing but move the bytes."""
 
 
 class Table:
@@ -58,10 +59,11 @@ def cells_of(row):
             *(optional(row["peakMemory"][side], mebibytes) for side in ("sender", "receiver"))]
 
 
-HEADINGS = ["way", "n", "median s", "spread s", "x vesko", "by round", "cpu s send", "cpu s recv", "MiB send", "MiB recv"]
+HEADINGS = ["way", "n", "median s", "spread s", "x vesko", "by round", "cpu s send", "cpu s recv", "MiB send",
+            "MiB recv"]
 
 
-def comparison(rows, prefix=""):
+def comparison(rows, notes=NOTES, prefix=""):
     """A table for each load and destination, fastest way first."""
     keys = list(dict.fromkeys((row["destination"], row["load"]) for row in rows))
     tables = []
@@ -70,5 +72,5 @@ def comparison(rows, prefix=""):
         chosen.sort(key=lambda row: row["median"])
         tables.append(Table(f"{prefix}{key[1]}, to {key[0]}", HEADINGS, [cells_of(row) for row in chosen]))
     if tables:
-        tables[-1].notes = NOTES
+        tables[-1].notes = notes
     return tables
