@@ -36,12 +36,12 @@ class MeasuredLoad(Load):
 
     def check(self, inbox):
         self.check_names(inbox)
-        sent, arrived = measure(self.source), measure(inbox / self.source.name)
+        sent, arrived = extent_of(self.source), extent_of(inbox / self.source.name)
         if sent != arrived:
             raise Failure(f"sent were (files, bytes) {sent}, arrived {arrived}")
 
 
-def measure(path):
+def extent_of(path):
     """The number of files at a path and the sum of their sizes."""
     if not path.is_dir():
         return 1, path.stat().st_size

@@ -22,11 +22,12 @@ VERSION_COMMANDS = {"rsync": ["rsync", "--version"], "scp": ["ssh", "-V"], "cp":
 class Destination:
     """A folder that transfers are received in."""
 
-    def __init__(self, name, folder):
+    def __init__(self, name, parent, folder):
         self.name = name
+        self.parent = parent  # what the user knows it by
         self.folder = folder
-        self.kind = file_system_of(folder)
-        self.is_in_memory = self.kind in ("tmpfs", "ramfs")
+        self.kind = file_system_of(parent)
+        self.is_in_memory = is_in_memory(parent)
 
     def keeps(self, load):
         """Whether what has arrived stays until all is over.
@@ -47,8 +48,14 @@ def has_room(folder, size):
 
 
 def file_system_of(folder):
+    if not folder.is_dir():
+        raise Failure(f"{folder} is not a folder")
     return subprocess.run(["stat", "--file-system", "--format=%T", folder], capture_output=True, text=True,
                           check=True).stdout.strip()
+
+
+def is_in_memory(folder):
+    return file_system_of(folder) in ("tmpfs", "ramfs")
 
 
 def enter_own_network():
@@ -96,12 +103,19 @@ def first_line(command):
     return result.stdout.strip().split("\n")[0]
 
 
+def displayed(path):
+    """The path as it is to be read anywhere: relative to the repository where it is inside."""
+    absolute = path.resolve()
+    return str(absolute.relative_to(ROOT) if absolute.is_relative_to(ROOT) else path)
+
+
 def describe(is_own_network, source, destinations, ways):
-    return {"program": str(VESKO), "version": first_line([VESKO, "--version"]),
+    folders = {one.name: {"folder": displayed(one.parent), "fileSystem": one.kind} for one in destinations}
+    return {"program": displayed(VESKO), "version": first_line([VESKO, "--version"]),
             "buildType": cached_variable("CMAKE_BUILD_TYPE"), "compiler": cached_variable("CMAKE_CXX_COMPILER"),
             "sanitizers": cached_variable("VESKO_SANITIZE"), "kernel": platform.release(),
-            "processors": os.cpu_count(), "source": {"folder": str(source), "fileSystem": file_system_of(source)},
-            "destinations": {one.name: {"folder": str(one.folder), "fileSystem": one.kind} for one in destinations},
+            "processors": os.cpu_count(), "source": {"folder": displayed(source), "fileSystem": file_system_of(source)},
+            "destinations": folders,
             "tools": {way: first_line(VERSION_COMMANDS[way]) for way in ways if way in VERSION_COMMANDS},
             "ownNetwork": is_own_network, "congestionControl": CONGESTION_CONTROL.read_text().strip()}
 

@@ -88,8 +88,8 @@ def draw_bar(drawing, x, y, full, row, longest):
     width = full if is_cut else max(1.0, full * WHOLE * row["median"] / longest)
     drawing.rectangle(x + LABEL, y, width, BAR, f"bar {kind}")
     if is_cut:
-        for cut in (0.93, 0.96):
-            middle = x + LABEL + full * cut
+        for from_end in (20, 11):
+            middle = x + LABEL + full - from_end
             drawing.line(middle - 4, y + BAR + 2, middle + 4, y - 2, "break")
     drawing.text(x + LABEL + width + 6, baseline, duration(row["median"]), kind)
 
@@ -105,8 +105,8 @@ def draw_panel(drawing, x, y, width, rows, longest):
 def draw_head(drawing, rows, facts):
     drawing.text(MARGIN, MARGIN + 14, "Time to hand files over (less is better)", "title")
     counts = sorted({row["rounds"] for row in rows})
-    rounds = f"{counts[0]} to {counts[-1]}" if len(counts) > 1 else str(counts[0])
-    drawing.text(MARGIN, MARGIN + 34, f"Median of {rounds} rounds in seconds, over loopback; Linux {facts['kernel']}, "
+    rounds = f"{counts[0]} to {counts[-1]} rounds" if len(counts) > 1 else f"{counts[0]} round(s)"
+    drawing.text(MARGIN, MARGIN + 34, f"Median of {rounds} in seconds, over loopback; Linux {facts['kernel']}, "
                  f"{facts['processors']} processors. nc: folders through tar.", "muted")
     drawing.text(MARGIN, MARGIN + 50, "Pale, as limits: cp uses no network; the reference program does nothing but "
                  "move the bytes. Cut bars are longer than shown.", "muted")

@@ -112,7 +112,8 @@ class Scp:
     def write_configuration(self):
         settings = {
             "HostKey": self.folder / "host", "AuthorizedKeysFile": self.folder / "client.pub",
-            "ListenAddress": "127.0.0.1", "PidFile": "none", "LogLevel": "ERROR", "StrictModes": "no", "UsePAM": "no",
+            "ListenAddress": "127.0.0.1", "PidFile": "none", "LogLevel": "VERBOSE", "StrictModes": "no",
+            "UsePAM": "yes" if is_locked(user_name()) else "no",  # sshd by itself lets in no user without a password
             "PermitRootLogin": "prohibit-password", "PasswordAuthentication": "no",
             "KbdInteractiveAuthentication": "no", "Subsystem": "sftp internal-sftp",
         }
@@ -132,8 +133,7 @@ class Scp:
             shell_line("{sshd} -D -e -f {configuration} -p {port}", sshd=find_tool("sshd"), port=port,
                        configuration=self.folder / "sshd_config"),
             shell_line("scp -q -F none -P {port} ", port=port) + self.client_options() +
-            shell_line(" -r {source} {user}@127.0.0.1:{inbox}/", source=load.source, inbox=inbox,
-                       user=pwd.getpwuid(os.getuid()).pw_name),
+            shell_line(" -r {source} {user}@127.0.0.1:{inbox}/", source=load.source, user=user_name(), inbox=inbox),
             serves=True)
 
 
@@ -166,6 +166,19 @@ def check_tools(chosen):
     missing = sorted(tool for tool in needed if find_tool(tool) is None)
     if missing:
         raise Failure(f"missing: {', '.join(missing)}; scripts/setup --ci installs them")
+
+
+def user_name():
+    return pwd.getpwuid(os.getuid()).pw_name
+
+
+def is_locked(user):
+    """Whether the account has no password. False for whoever may not know: an sshd of that user cannot know either."""
+    try:
+        lines = pathlib.Path("/etc/shadow").read_text(encoding="utf-8").split("\n")
+    except OSError:
+        return False
+    return any(line.startswith(f"{user}:!") for line in lines)
 
 
 @contextlib.contextmanager
