@@ -31,8 +31,11 @@ constexpr std::chrono::milliseconds unwatchedPause{100};
 
 using Strand = asio::strand<asio::io_context::executor_type>;
 
-/// The threads behind all queues. Like the shared queues and the clock it is never destroyed: tasks may be under way
-/// while the process ends.
+/// What the timers need opens descriptors: here, and not in the middle of a shortage of them.
+void openDescriptors(asio::io_context& context) { const asio::steady_timer first(context); }
+
+/// The threads behind all queues but those with one of their own. Like the shared queues and the clock it is never
+/// destroyed: tasks may be under way while the process ends.
 class Pool {
  public:
   static Pool& shared() {
@@ -40,30 +43,29 @@ class Pool {
     return *pool;
   }
 
-  asio::io_context& context() noexcept { return context_; }
+  const std::shared_ptr<asio::io_context>& context() const noexcept { return context_; }
 
  private:
-  Pool() : work_(asio::make_work_guard(context_)) {
-    // What the timers need opens descriptors, so it is made here and not in the middle of a shortage of them.
-    const asio::steady_timer first(context_);
+  Pool() : work_(asio::make_work_guard(*context_)) {
+    openDescriptors(*context_);
     // Two at least, so that one queue's slow disk does not keep every other queue waiting.
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
     for (unsigned i = 0; i < threads; ++i) {
       std::thread([this] {
         blockBrokenPipeSignal();
-        context_.run();
+        context_->run();
       }).detach();
     }
   }
 
-  asio::io_context context_;
+  const std::shared_ptr<asio::io_context> context_ = std::make_shared<asio::io_context>();
   asio::executor_work_guard<asio::io_context::executor_type> work_;
 };
 
 class PoolAlarm final : public Alarm {
  public:
   PoolAlarm(std::chrono::steady_clock::duration delay, std::function<void()> wake)
-      : timer_(Pool::shared().context(), delay) {
+      : timer_(*Pool::shared().context(), delay) {
     timer_.async_wait([wake = std::move(wake)](const boost::system::error_code& error) {
       if (!error) wake();
     });
@@ -82,23 +84,22 @@ class SystemClock final : public Clock {
   }
 };
 
-/// Waits for a descriptor on the pool; on a queue with a strand the handler runs right there, without a second hop.
+/// Waits for a descriptor on the threads of a context; on a queue with a strand the handler runs right there, without a
+/// second hop.
 ///
 /// The system watches the descriptor only while somebody waits: else everything that arrives at a busy connection would
 /// wake a thread that has nothing to do.
-class PoolSource final : public DispatchSource {
+class ContextSource final : public DispatchSource {
  public:
-  PoolSource(std::shared_ptr<DispatchQueue> queue, std::optional<Strand> strand, int descriptor)
-      : queue_(std::move(queue)),
-        strand_(std::move(strand)),
-        number_(descriptor),
-        descriptor_(Pool::shared().context()) {}
+  ContextSource(std::shared_ptr<DispatchQueue> queue, asio::io_context& context, std::optional<Strand> strand,
+                int descriptor)
+      : queue_(std::move(queue)), strand_(std::move(strand)), number_(descriptor), descriptor_(context) {}
 
-  ~PoolSource() override { descriptor_.release(); }
+  ~ContextSource() override { descriptor_.release(); }
 
-  static std::unique_ptr<DispatchSource> make(std::shared_ptr<DispatchQueue> queue, std::optional<Strand> strand,
-                                              int descriptor, std::error_code& error) {
-    auto source = std::make_unique<PoolSource>(std::move(queue), std::move(strand), descriptor);
+  static std::unique_ptr<DispatchSource> make(std::shared_ptr<DispatchQueue> queue, asio::io_context& context,
+                                              std::optional<Strand> strand, int descriptor, std::error_code& error) {
+    auto source = std::make_unique<ContextSource>(std::move(queue), context, std::move(strand), descriptor);
     // Only to see that it can be done.
     error = source->watch();
     source->descriptor_.release();
@@ -156,16 +157,21 @@ class PoolSource final : public DispatchSource {
 
 class SerialQueue final : public DispatchQueue {
  public:
-  SerialQueue(std::string label, std::shared_ptr<Clock> clock)
-      : DispatchQueue(std::move(label), std::move(clock)), strand_(asio::make_strand(Pool::shared().context())) {}
+  SerialQueue(std::string label, std::shared_ptr<Clock> clock, std::shared_ptr<asio::io_context> context)
+      : DispatchQueue(std::move(label), std::move(clock)),
+        context_(std::move(context)),
+        work_(asio::make_work_guard(*context_)),
+        strand_(asio::make_strand(*context_)) {}
 
   void async(Task task) override { asio::post(strand_, std::move(task)); }
   bool isCurrent() const noexcept override { return strand_.running_in_this_thread(); }
   std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
-    return PoolSource::make(shared_from_this(), strand_, descriptor, error);
+    return ContextSource::make(shared_from_this(), *context_, strand_, descriptor, error);
   }
 
  private:
+  const std::shared_ptr<asio::io_context> context_;  // before what belongs to it
+  asio::executor_work_guard<asio::io_context::executor_type> work_;
   Strand strand_;
 };
 
@@ -173,8 +179,8 @@ class GlobalQueue final : public DispatchQueue {
  public:
   GlobalQueue() : DispatchQueue("global", Clock::system()) {}
 
-  void async(Task task) override { asio::post(Pool::shared().context(), std::move(task)); }
-  bool isCurrent() const noexcept override { return Pool::shared().context().get_executor().running_in_this_thread(); }
+  void async(Task task) override { asio::post(*Pool::shared().context(), std::move(task)); }
+  bool isCurrent() const noexcept override { return Pool::shared().context()->get_executor().running_in_this_thread(); }
   std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
     return poolSource(shared_from_this(), descriptor, error);
   }
@@ -191,7 +197,7 @@ void blockBrokenPipeSignal() noexcept {
 
 std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue, int descriptor,
                                            std::error_code& error) {
-  return PoolSource::make(std::move(queue), std::nullopt, descriptor, error);
+  return ContextSource::make(std::move(queue), *Pool::shared().context(), std::nullopt, descriptor, error);
 }
 
 std::shared_ptr<Clock> Clock::system() {
@@ -200,7 +206,20 @@ std::shared_ptr<Clock> Clock::system() {
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label, std::shared_ptr<Clock> clock) {
-  return std::make_shared<SerialQueue>(std::move(label), std::move(clock));
+  return std::make_shared<SerialQueue>(std::move(label), std::move(clock), Pool::shared().context());
+}
+
+std::shared_ptr<DispatchQueue> DispatchQueue::serialWithThread(std::string label, std::shared_ptr<Clock> clock) {
+  constexpr int onlyThread = 1;
+  auto context = std::make_shared<asio::io_context>(onlyThread);
+  openDescriptors(*context);
+  auto queue = std::make_shared<SerialQueue>(std::move(label), std::move(clock), context);
+  // It ends when the queue and the last of its work are gone.
+  std::thread([context = std::move(context)] {
+    blockBrokenPipeSignal();
+    context->run();
+  }).detach();
+  return queue;
 }
 
 const std::shared_ptr<DispatchQueue>& DispatchQueue::global() {

@@ -13,7 +13,8 @@ namespace vesko {
 /// Where tasks run. Every operation may be called on any thread.
 ///
 /// A serial queue runs its tasks one at a time, in the order they were given, each seeing everything the one before it
-/// wrote. The serial queues and the global queue share one small pool of threads; tasks must not throw.
+/// wrote. Unless they have threads of their own, the serial queues and the global queue share one small pool of them;
+/// tasks must not throw.
 class DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
  public:
   using Task = std::function<void()>;
@@ -25,6 +26,11 @@ class DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
   /// A new serial queue. It lives until its last owner and its last task are gone.
   [[nodiscard]] static std::shared_ptr<DispatchQueue> serial(std::string label,
                                                              std::shared_ptr<Clock> clock = Clock::system());
+
+  /// The same with a thread of its own: for many small events that come one by one. The threads of the pool wake each
+  /// other for every one of them, which takes more of the processor than what they do about it.
+  [[nodiscard]] static std::shared_ptr<DispatchQueue> serialWithThread(std::string label,
+                                                                       std::shared_ptr<Clock> clock = Clock::system());
 
   /// The queue whose tasks run side by side on the pool, in no order.
   [[nodiscard]] static const std::shared_ptr<DispatchQueue>& global();

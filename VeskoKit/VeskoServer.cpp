@@ -37,7 +37,7 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
       localUdpPort(udpPort),
       maximumIncomingTransfers(
           std::clamp<std::uint64_t>(DescriptorLimit::current() / descriptorsForTransfer, 1, mostIncomingTransfers)),
-      broadcastQueue_(DispatchQueue::serial("broadcast", clock ? clock : Clock::system())),
+      broadcastQueue_(DispatchQueue::serialWithThread("broadcast", clock ? clock : Clock::system())),
       incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())),
       pictureQueue_(DispatchQueue::serial("pictures")) {
   makeAvatarEndpoint();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <string>
 #include <thread>
 
@@ -37,6 +38,28 @@ TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
   EXPECT_EQ(order, "1234");
   queue->stop();
   queue->run();  // a stop before the run counts
+}
+
+TEST(SerialQueueTest, WithAThreadOfItsOwnItRunsAllItWasGiven) {
+  std::string order;
+  std::promise<void> start;
+  std::promise<void> end;
+  auto queue = DispatchQueue::serialWithThread("own");
+  EXPECT_FALSE(queue->isCurrent());
+  queue->async([&, started = start.get_future().share()] {
+    started.wait();
+    order += "1";
+  });
+  queue->async([&, queue] {
+    order += queue->isCurrent() ? "2" : "?";
+    queue->async([&] { order += "4"; });
+    queue->async([&] { end.set_value(); });
+  });
+  queue->async([&] { order += "3"; });
+  queue.reset();  // the tasks are its last owners
+  start.set_value();
+  end.get_future().wait();
+  EXPECT_EQ(order, "1234");
 }
 
 }  // namespace
