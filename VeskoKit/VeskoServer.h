@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -24,6 +25,7 @@ class GCDAsyncSocket;
 class GCDAsyncUdpSocket;
 class HTTPSession;
 class NSApp;
+class OwnAddresses;
 class SelectorEventLoop;
 struct DiscoveryHello;
 
@@ -143,7 +145,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   virtual void sayGoodbye(const std::string& dest);
   virtual void sayGoodbye(const std::string& dest, std::uint16_t port);
 
-  /// The datagrams that these send; an empty `dest` means everybody. Any thread.
+  /// The datagrams that these send; an empty `dest` means everybody. A hello to one may describe this machine as it did
+  /// a second ago. Any thread.
   [[nodiscard]] virtual std::string createHelloPacket(const std::string& dest, std::uint16_t port);
   [[nodiscard]] virtual std::string createGoodbyePacket(const std::string& dest, std::uint16_t port);
 
@@ -211,6 +214,12 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
     int answers = 0;
   };
 
+  /// What this machine said of itself, and when it was found out.
+  struct Signature {
+    std::string text;
+    std::chrono::steady_clock::time_point asked;
+  };
+
   void sweepStorage() const;
   void openDiscovery();
   void makeAvatarEndpoint();
@@ -219,7 +228,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void showFailure(VeskoFailedEndpoint failure);
   void makeRoomForIncoming();
 
-  // Discovery, on the "broadcast" queue but for the first two.
+  // Discovery, on the "broadcast" queue but for the first three.
+  [[nodiscard]] std::string recentSignature(bool mustBeNew);
   void send(const std::string& datagram, const std::string& dest, std::uint16_t port);
   [[nodiscard]] std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate() const;
   void handleHello(const std::string& sender, DiscoveryHello hello);
@@ -241,12 +251,14 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   std::shared_ptr<GCDAsyncUdpSocket> udpSocket_;
   std::shared_ptr<SocketEvents> events_;
   std::shared_ptr<GCDAsyncSocket> listenSocket_;
+  const std::unique_ptr<OwnAddresses> ownAddresses_;
   AnswerBudget answers_;                                                     // the "broadcast" queue's
   std::vector<std::weak_ptr<VeskoIncomingTransfer>> liveIncomingTransfers_;  // the "incoming" queue's, oldest first
   std::shared_ptr<std::uint64_t> receptions_ = std::make_shared<std::uint64_t>(0);
   std::vector<VeskoFailedEndpoint> failedEndpoints_;
 
   mutable std::mutex mutex_;  // guards what follows: the host's threads and the two queues share it
+  std::optional<Signature> signature_;
   std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate_;
   PeerTable peers_;
   std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate_;

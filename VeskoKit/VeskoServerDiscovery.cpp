@@ -73,7 +73,7 @@ void VeskoServer::sayGoodbye(const std::string& dest, std::uint16_t port) {
 }
 
 std::string VeskoServer::createHelloPacket(const std::string& dest, std::uint16_t port) {
-  DiscoveryHello hello{dest.empty(), std::nullopt, getSystemSignature()};
+  DiscoveryHello hello{dest.empty(), std::nullopt, recentSignature(dest.empty())};
   if (port != defaultUdpPort || localUdpPort != defaultUdpPort) hello.port = localUdpPort;
   return encodeDiscoveryDatagram(std::move(hello));
 }

@@ -1,25 +1,43 @@
-#include <algorithm>
-
+#include "Platform/Clock.h"
+#include "Platform/DispatchQueue.h"
 #include "Platform/Identity.h"
+#include "Platform/OwnAddresses.h"
 #include "VeskoKit/NetInfo.h"
 #include "VeskoKit/NetworkTools.h"
 #include "VeskoKit/VeskoServer.h"
 
 namespace vesko {
+namespace {
+
+/// How old a signature may be that those are answered with who have asked: to find it out takes reading files, and a
+/// crowd may ask at once.
+constexpr std::chrono::seconds signatureLifetime{1};
+
+}  // namespace
 
 std::string VeskoServer::getSystemSignature() {
   // Every program of the protocol ends its signature like this, whatever it runs on: it is no claim about the system.
   return Identity::fullUserName() + " at " + NetworkTools::getSCComputerName() + " [Vesko] (Macintosh)";
 }
 
-bool VeskoServer::isLocalPeer(const std::string& sender) {
-  return std::ranges::any_of(NetworkTools::getIFAddresses(), [&](const auto& entry) { return entry[1] == sender; });
+std::string VeskoServer::recentSignature(bool mustBeNew) {
+  const auto now = broadcastQueue_->clock()->monotonicNow();
+  if (!mustBeNew) {
+    const std::scoped_lock lock(mutex_);
+    if (signature_ && now - signature_->asked < signatureLifetime) return signature_->text;
+  }
+  std::string text = getSystemSignature();
+  const std::scoped_lock lock(mutex_);
+  signature_ = {text, now};
+  return text;
 }
+
+bool VeskoServer::isLocalPeer(const std::string& sender) { return ownAddresses_->has(sender); }
 
 std::vector<std::string> VeskoServer::findBroadcastAddress() {
   std::vector<std::string> addresses;
-  for (const auto& [name, address, netmask] : NetworkTools::getIFAddresses()) {
-    addresses.push_back(NetInfo(address, netmask).broadcast());
+  for (const auto& own : ownAddresses_->list()) {
+    addresses.push_back(NetInfo(own.address, own.netmask).broadcast());
   }
   return addresses;
 }

@@ -10,6 +10,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <memory>
@@ -21,6 +23,7 @@
 #include "Platform/DispatchQueue.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/NetworkInterfaces.h"
+#include "Platform/OwnAddresses.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EventList.h"
 #include "tests/support/FewDescriptors.h"
@@ -190,6 +193,61 @@ TEST(InterfaceWatchTest, TellsOfChangesOfTheInterfaces) {
       expectation();
     }));
   }
+}
+
+[[nodiscard]] bool ip(const std::string& arguments) { return std::system(("ip " + arguments).c_str()) == 0; }
+
+void expectThatChangesAreKnownAtOnce() {
+  ASSERT_TRUE(ip("link add eth0 type veth peer name eth1") && ip("link set eth1 up") && ip("link set eth0 up"));
+  ASSERT_TRUE(ip("address add 10.1.2.3/24 dev eth0"));
+  OwnAddresses own;
+  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!own.has("10.1.2.3") && std::chrono::steady_clock::now() < bound) {  // until it has its link
+  }
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_FALSE(own.has("10.1.2.4"));
+    ASSERT_TRUE(ip("address add 10.1.2.4/24 dev eth0"));
+    EXPECT_TRUE(own.has("10.1.2.4"));
+    EXPECT_TRUE(own.has("10.1.2.3"));
+    ASSERT_TRUE(ip("address del 10.1.2.4/24 dev eth0"));
+  }
+  ASSERT_TRUE(ip("link set eth0 down"));
+  EXPECT_FALSE(own.has("10.1.2.3"));
+}
+
+TEST(OwnAddressesTest, FollowsTheSystem) {
+  const auto tryIt = [] { ::_exit(enter(CLONE_NEWNET) && ip("link add type veth") ? 0 : 1); };
+  if (!passesInChild(tryIt)) GTEST_SKIP() << "a network of one's own, or ip(8), is not to be had here";
+  EXPECT_TRUE(passesInChild([] {
+    ASSERT_TRUE(enter(CLONE_NEWNET));
+    expectThatChangesAreKnownAtOnce();
+  }));
+}
+
+TEST(OwnAddressesTest, KnowsThemWhateverTheSystemIsShortOf) {
+  const auto expectAll = [](OwnAddresses& own) {
+    std::vector<InterfaceAddress> usable;
+    for (const auto& one : NetworkInterfaces::all()) {
+      EXPECT_EQ(own.has(one.address), one.isUsable()) << one.address;
+      if (one.isUsable()) usable.push_back(one);
+    }
+    EXPECT_EQ(own.list(), usable);
+    for (const char* other : {"", "127.0.0.1", "0.0.0.0", "255.255.255.255"}) EXPECT_FALSE(own.has(other)) << other;
+  };
+  OwnAddresses told;
+  {
+    const FewDescriptors none(0);
+    EXPECT_TRUE(told.list().empty()) << "it cannot list them";
+    OwnAddresses untold;
+    EXPECT_FALSE(untold.has("127.0.0.1"));
+  }
+  expectAll(told);
+  expectAll(told);
+  const auto untold = [] {
+    const FewDescriptors none(0);
+    return std::make_unique<OwnAddresses>();
+  }();
+  expectAll(*untold);
 }
 
 /// Puts `folder` in the place of the system's folder of interfaces, for this process only.

@@ -91,6 +91,25 @@ TEST_F(VeskoServerDiscoveryTest, SaysWhoItIsInTheFormThatThePortsAskFor) {
   }
 }
 
+TEST_F(VeskoServerDiscoveryTest, SaysToEverybodyWhoItIsNowAndToOneWhoItWasASecondAgo) {
+  struct NamedServer final : VeskoServer {
+    using VeskoServer::VeskoServer;
+    std::string getSystemSignature() override { return name; }
+    std::string name = "A";
+  } server(4644, 4644, clock_);
+  const auto toOne = [&] { return server.createHelloPacket("10.0.0.2", 4644); };
+  EXPECT_EQ(toOne(), "\2A");
+  server.name = "B";
+  EXPECT_EQ(toOne(), "\2A");
+  EXPECT_EQ(server.createHelloPacket("", 4644), "\1B");
+  EXPECT_EQ(toOne(), "\2B");
+  server.name = "C";
+  clock_->advance(std::chrono::milliseconds(999));
+  EXPECT_EQ(toOne(), "\2B");
+  clock_->advance(std::chrono::milliseconds(1));
+  EXPECT_EQ(toOne(), "\2C");
+}
+
 TEST_F(VeskoServerDiscoveryTest, SpeaksToEverybodyOnBothPortsAndToOneOnItsOwn) {
   server_->sayHello();
   server_->sayGoodbye();
