@@ -9,6 +9,9 @@ class Reporter {
  public:
   virtual ~Reporter() = default;
   virtual void report(const Event& event) = 0;
+
+  /// False when `report` does nothing about such an event, which nobody needs to be woken for then. Any thread.
+  [[nodiscard]] virtual bool wants(const Event& /*event*/) const { return true; }
 };
 
 }  // namespace vesko

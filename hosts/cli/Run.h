@@ -31,7 +31,7 @@ class Run {
  public:
   explicit Run(Program& program) : program_(program) {}
 
-  /// Where the session's events go.
+  /// Where the session's events go; those that change nothing for the reporter are left out.
   [[nodiscard]] const std::shared_ptr<EventQueue>& events() const noexcept { return events_; }
 
   /// Has `listener` called with each event that is taken, before it is reported.
@@ -58,7 +58,8 @@ class Run {
   void noteEnd(TransferId transfer, ExitCode code);
 
   Program& program_;
-  std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>();
+  std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>(
+      [&reporter = program_.reporter](const Event& event) { return reporter.wants(event); });
   std::function<void(const Event&)> listener_;
   std::size_t running_ = 0;
   bool isFirstIncomplete_ = false;

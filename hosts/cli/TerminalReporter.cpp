@@ -48,6 +48,14 @@ void TerminalReporter::report(const Event& event) {
   std::visit([this](const auto& any) { on(any); }, event);
 }
 
+bool TerminalReporter::wants(const Event& event) const {
+  return std::visit(
+      Overloaded{[](const PeerUpdatedEvent&) { return false; }, [this](const PeerAppearedEvent&) { return !isQuiet_; },
+                 [this](const PeerDisappearedEvent&) { return !isQuiet_; },
+                 [this](const ProgressEvent&) { return !isQuiet_; }, [](const auto&) { return true; }},
+      event);
+}
+
 void TerminalReporter::on(const ReadyEvent& event) {
   note("listening on port " + std::to_string(event.tcpPort) + ", receiving into " + event.downloads);
 }

@@ -22,6 +22,7 @@ class TerminalReporter : public Reporter {
       : console_(console), isQuiet_(isQuiet), clock_(std::move(clock)) {}
 
   void report(const Event& event) override;
+  [[nodiscard]] bool wants(const Event& event) const override;
 
  private:
   using TimePoint = std::chrono::steady_clock::time_point;

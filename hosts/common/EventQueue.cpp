@@ -26,6 +26,7 @@ std::size_t textLengthOf(const Event& event) noexcept {
 }  // namespace
 
 void EventQueue::publish(Event event) {
+  if (isWanted_ && !isWanted_(event)) return;
   {
     const std::scoped_lock lock(mutex_);
     if (!replacedProgress(event) && !mergedIntoPeer(event)) append(std::move(event));

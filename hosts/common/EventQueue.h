@@ -3,11 +3,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "VeskoKit/VeskoItem.h"
 #include "hosts/common/Events.h"
@@ -27,6 +29,10 @@ class EventQueue : public EventSink {
   /// two of the longest texts, bytes.
   static constexpr std::size_t maximumWaiting = 100'000;
   static constexpr std::size_t maximumText = 2 * VeskoText::maximumLength;
+
+  /// Takes every event or, with `isWanted`, those that it is true of: nobody is woken for others. It is called on any
+  /// thread.
+  explicit EventQueue(std::function<bool(const Event&)> isWanted = {}) : isWanted_(std::move(isWanted)) {}
 
   void publish(Event event) override;
   [[nodiscard]] bool isOverwhelmed() const override;
@@ -57,6 +63,7 @@ class EventQueue : public EventSink {
   [[nodiscard]] bool mergedIntoPeer(Event& event);
   void forget(Waiting::iterator position);
 
+  const std::function<bool(const Event&)> isWanted_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   Waiting events_;

@@ -97,5 +97,13 @@ TEST(EventQueue, IsOverwhelmedUntilItIsReadOn) {
   expectLimit(EventQueue::maximumText >> 20U, TextReceivedEvent{1, std::string(std::size_t{1} << 20U, 'x')});
 }
 
+TEST(EventQueue, TakesOnlyWhatIsWanted) {
+  EventQueue queue([](const Event& event) { return !std::holds_alternative<PeerUpdatedEvent>(event); });
+  queue.publish(PeerAppearedEvent{peer("a")});
+  queue.publish(PeerUpdatedEvent{peer("a")});
+  queue.publish(PeerDisappearedEvent{peer("a")});
+  EXPECT_EQ(waitingIn(queue), linesOf({PeerAppearedEvent{peer("a")}, PeerDisappearedEvent{peer("a")}}));
+}
+
 }  // namespace
 }  // namespace vesko
