@@ -15,9 +15,12 @@ namespace vesko {
 
 namespace {
 
-/// What one user's pipes may hold without special rights (/proc/sys/fs/pipe-max-size). Where the system grants less,
-/// each call moves less.
+/// Bytes; what the system grants a pipe without special rights (/proc/sys/fs/pipe-max-size).
 constexpr int capacity = 1024 * 1024;
+
+/// What it grants when nothing is asked for (pipe(7)). It gives less when a user has very many pipes: copying then
+/// takes fewer calls.
+constexpr int leastCapacity = 64 * 1024;
 
 }  // namespace
 
@@ -25,8 +28,9 @@ std::unique_ptr<SplicePipe> SplicePipe::make() {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return nullptr;
   auto pipe = std::make_unique<SplicePipe>(FileDescriptor(ends[0]), FileDescriptor(ends[1]));
-  (void)::fcntl(ends[1], F_SETPIPE_SZ, capacity);
-  return pipe;
+  int granted = ::fcntl(ends[1], F_SETPIPE_SZ, capacity);
+  if (granted < 0) granted = ::fcntl(ends[1], F_GETPIPE_SZ);
+  return granted < leastCapacity ? nullptr : std::move(pipe);
 }
 
 std::uint64_t SplicePipe::takeFrom(int socket, std::uint64_t length, std::error_code& error) {

@@ -14,7 +14,7 @@ class FileHandle;
 /// (splice(2)). On one queue at a time.
 class SplicePipe {
  public:
-  /// None where the system has no pipe to give.
+  /// None where the system has no pipe to give, or none that would be of use.
   [[nodiscard]] static std::unique_ptr<SplicePipe> make();
 
   SplicePipe(FileDescriptor readingEnd, FileDescriptor writingEnd) noexcept
