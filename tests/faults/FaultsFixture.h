@@ -64,8 +64,9 @@ class FaultsTest : public testing::Test {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
   }
 
-  /// True as soon as so many descriptors are open; false when they do not become as few within ten seconds. What a
-  /// service leaves to another thread to close may take a moment.
+  /// True as soon as no more than so many descriptors are open; false when they do not become as few within ten
+  /// seconds. What a service leaves to another thread to close may take a moment, so when `count` was taken there may
+  /// have been some more; what every run leaves behind adds up all the same.
   [[nodiscard]] bool waitForDescriptors(std::ptrdiff_t count) const;
 
   void startServer(SystemFaults& faults);
