@@ -4,7 +4,6 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -12,7 +11,6 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
-#include <chrono>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -25,9 +23,6 @@ namespace asio = boost::asio;
 namespace vesko {
 
 namespace {
-
-/// Where the system cannot watch one descriptor more: how long until whoever waits tries again.
-constexpr std::chrono::milliseconds unwatchedPause{100};
 
 using Strand = asio::strand<asio::io_context::executor_type>;
 
@@ -86,24 +81,20 @@ class SystemClock final : public Clock {
 
 /// Waits for a descriptor on the threads of a context; on a queue with a strand the handler runs right there, without a
 /// second hop.
-///
-/// The system watches the descriptor only while somebody waits: else everything that arrives at a busy connection would
-/// wake a thread that has nothing to do.
 class ContextSource final : public DispatchSource {
  public:
-  ContextSource(std::shared_ptr<DispatchQueue> queue, asio::io_context& context, std::optional<Strand> strand,
-                int descriptor)
-      : queue_(std::move(queue)), strand_(std::move(strand)), number_(descriptor), descriptor_(context) {}
+  ContextSource(std::shared_ptr<DispatchQueue> queue, asio::io_context& context, std::optional<Strand> strand)
+      : queue_(std::move(queue)), strand_(std::move(strand)), descriptor_(context) {}
 
   ~ContextSource() override { descriptor_.release(); }
 
   static std::unique_ptr<DispatchSource> make(std::shared_ptr<DispatchQueue> queue, asio::io_context& context,
                                               std::optional<Strand> strand, int descriptor, std::error_code& error) {
-    auto source = std::make_unique<ContextSource>(std::move(queue), context, std::move(strand), descriptor);
-    // Only to see that it can be done.
-    error = source->watch();
-    source->descriptor_.release();
-    return error ? nullptr : std::move(source);
+    auto source = std::make_unique<ContextSource>(std::move(queue), context, std::move(strand));
+    boost::system::error_code code;
+    source->descriptor_.assign(descriptor, code);
+    error.assign(code.value(), std::generic_category());
+    return code ? nullptr : std::move(source);
   }
 
   void whenReadable(std::function<void()> handler) override {
@@ -114,22 +105,11 @@ class ContextSource final : public DispatchSource {
   }
 
  private:
-  [[nodiscard]] std::error_code watch() {
-    boost::system::error_code code;
-    if (!descriptor_.is_open()) descriptor_.assign(number_, code);
-    return {code.value(), std::generic_category()};
-  }
-
   void wait(asio::posix::stream_descriptor::wait_type type, std::function<void()> handler) {
-    ++waits_;
-    auto guarded = [this, alive = std::weak_ptr<const bool>(alive_), handler = std::move(handler)] {
-      if (alive.expired()) return;
-      if (--waits_ == 0) descriptor_.release();
-      handler();
+    auto guarded = [alive = std::weak_ptr<const bool>(alive_), handler = std::move(handler)] {
+      if (!alive.expired()) handler();
     };
-    if (watch()) {
-      tryLater(retries_[type], std::move(guarded));
-    } else if (strand_) {
+    if (strand_) {
       descriptor_.async_wait(type, asio::bind_executor(*strand_, [guarded = std::move(guarded)](const auto& error) {
                                if (error != asio::error::operation_aborted) guarded();
                              }));
@@ -140,18 +120,9 @@ class ContextSource final : public DispatchSource {
     }
   }
 
-  /// Where the system cannot watch one descriptor more, whoever waits tries now and then.
-  void tryLater(std::unique_ptr<PoolAlarm>& retry, std::function<void()> guarded) {
-    retry = std::make_unique<PoolAlarm>(unwatchedPause,
-                                        [queue = queue_, guarded = std::move(guarded)] { queue->async(guarded); });
-  }
-
   std::shared_ptr<DispatchQueue> queue_;
   std::optional<Strand> strand_;
-  const int number_;
   asio::posix::stream_descriptor descriptor_;
-  int waits_ = 0;
-  std::array<std::unique_ptr<PoolAlarm>, 2> retries_;  ///< reading, writing
   std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
 };
 
