@@ -35,8 +35,7 @@ struct FileAttributes {
 ///
 /// Everything is relative to the held folder, so nobody who renames or replaces a folder above it can redirect the
 /// work. A `name` is one component, without "/"; a symbolic link of that name is never followed unless said otherwise.
-/// Not locked: use it on one queue at a time. Errors are the
-/// system's own codes.
+/// Not locked: use it on one queue at a time. Errors are the system's own codes.
 class DirectoryHandle {
  public:
   explicit DirectoryHandle(FileDescriptor descriptor) noexcept;

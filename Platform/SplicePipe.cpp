@@ -5,8 +5,6 @@
 
 #include <array>
 #include <cassert>
-#include <span>
-#include <string_view>
 
 #include "Platform/FileHandle.h"
 #include "Platform/SystemError.h"

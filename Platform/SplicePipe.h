@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "Platform/FileDescriptor.h"
 

@@ -7,8 +7,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdio>
-#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -19,6 +17,7 @@
 
 #include "VeskoKit/Log.h"
 #include "VeskoKit/VeskoServer.h"
+#include "bench/Program.h"
 #include "bench/Rounds.h"
 
 namespace vesko {
@@ -78,12 +77,4 @@ void run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace vesko
 
-int main(int argc, char** argv) {
-  try {
-    vesko::run({argv + 1, argv + argc});
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "answers: %s\n", error.what());
-    return 1;
-  }
-  return 0;
-}
+int main(int argc, char** argv) { return vesko::bench::runProgram("answers", argc, argv, vesko::run); }

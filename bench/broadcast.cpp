@@ -18,8 +18,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <exception>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -29,6 +27,7 @@
 #include <vector>
 
 #include "Platform/FileDescriptor.h"
+#include "bench/Program.h"
 #include "bench/Rounds.h"
 
 namespace vesko {
@@ -132,12 +131,4 @@ void run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace vesko
 
-int main(int argc, char** argv) {
-  try {
-    vesko::run({argv + 1, argv + argc});
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "broadcast: %s\n", error.what());
-    return 1;
-  }
-  return 0;
-}
+int main(int argc, char** argv) { return vesko::bench::runProgram("broadcast", argc, argv, vesko::run); }

@@ -33,7 +33,6 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
-#include <exception>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -44,6 +43,7 @@
 #include <vector>
 
 #include "Platform/FileDescriptor.h"
+#include "bench/Program.h"
 
 namespace vesko {
 namespace {
@@ -282,12 +282,4 @@ void run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace vesko
 
-int main(int argc, char** argv) {
-  try {
-    vesko::run({argv + 1, argv + argc});
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "link: %s\n", error.what());
-    return 1;
-  }
-  return 0;
-}
+int main(int argc, char** argv) { return vesko::bench::runProgram("link", argc, argv, vesko::run); }

@@ -8,8 +8,7 @@ import time
 
 from lans.hosts import Hosts
 from lans.lan import Lan, room_for_neighbours
-from lans.program import note
-from lans.spaces import Failure
+from measured import Failure, note
 
 TIME_LIMIT = 60  # seconds
 

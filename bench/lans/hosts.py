@@ -10,8 +10,9 @@ import tempfile
 import time
 
 from lans.lan import TIME_LIMIT
-from lans.program import PORT, VESKO
-from lans.spaces import Failure, postponed_signals
+from lans.program import PORT
+from lans.spaces import postponed_signals
+from measured import VESKO, Failure
 
 
 class Host:

@@ -6,7 +6,7 @@ import time
 
 from lans.hosts import Hosts
 from lans.lan import Lan
-from lans.program import note
+from measured import note
 
 SETTLING = 2  # seconds
 

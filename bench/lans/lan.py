@@ -7,7 +7,8 @@ import socket
 import struct
 import time
 
-from lans.spaces import Failure, Spaces, postponed_signals, run_ip
+from lans.spaces import Spaces, postponed_signals, run_ip
+from measured import Failure
 
 TIME_LIMIT = 10  # seconds
 NEIGHBOUR_LIMITS = [pathlib.Path(f"/proc/sys/net/ipv4/neigh/default/gc_thresh{number}") for number in (1, 2, 3)]

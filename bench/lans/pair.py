@@ -6,7 +6,8 @@ import time
 
 from lans.hosts import Hosts
 from lans.lan import Lan
-from lans.program import PORT, note
+from lans.program import PORT
+from measured import note
 
 STRANGER = 254  # the number of the machine on which this script speaks for itself
 

@@ -11,11 +11,9 @@ import sys
 import tempfile
 import threading
 
+from measured import Failure
+
 STOP_SIGNALS = (signal.SIGINT, signal.SIGTERM)
-
-
-class Failure(Exception):
-    """A message for the user."""
 
 
 def in_thread(task):

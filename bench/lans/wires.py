@@ -8,8 +8,8 @@ import statistics
 import subprocess
 import time
 
-from lans.program import BUILD
-from lans.spaces import Failure, Spaces, postponed_signals, run_ip
+from lans.spaces import Spaces, postponed_signals, run_ip
+from measured import BUILD, Failure
 
 RATE = 1_000_000_000  # bits per second
 SMALLEST_QUEUE = 256 * 1024  # bytes

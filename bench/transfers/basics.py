@@ -1,25 +1,13 @@
 """What all parts of the benchmark share."""
 
-import pathlib
 import shlex
-import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-BUILD = ROOT / "build/release"
-VESKO = BUILD / "hosts/cli/vesko"
+from measured import BUILD
+
 REFERENCE = BUILD / "bench/reference"
 KIB = 1 << 10
 MIB = 1 << 20
 GIB = 1 << 30
-
-
-class Failure(Exception):
-    """A message for the user."""
-
-
-def note(text):
-    """Tells how far the benchmark is."""
-    print(f"transfer: {text}", file=sys.stderr, flush=True)
 
 
 def shell_line(template, **words):

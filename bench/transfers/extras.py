@@ -8,8 +8,10 @@ import subprocess
 import tempfile
 import time
 
+from measured import VESKO, Failure, note
+
 from . import loads as all_loads
-from .basics import GIB, MIB, VESKO, Failure, amount, note, shell_line
+from .basics import GIB, MIB, amount, shell_line
 from .machine import available_memory, free_port, has_room
 from .report import Table, comparison, mebibytes, ratio, seconds
 from .rounds import collecting_errors, measure, summarize, transfer

@@ -4,7 +4,9 @@ import os
 import random
 import subprocess
 
-from .basics import KIB, MIB, Failure, amount
+from measured import Failure
+
+from .basics import KIB, MIB, amount
 
 
 class Load:

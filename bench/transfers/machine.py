@@ -7,12 +7,13 @@ import os
 import pathlib
 import platform
 import re
-import shlex
 import shutil
 import socket
 import subprocess
 
-from .basics import BUILD, GIB, KIB, ROOT, VESKO, Failure, note
+from measured import ROOT, VESKO, Failure, cached_variable
+
+from .basics import GIB, KIB
 
 CONGESTION_CONTROL = pathlib.Path("/proc/sys/net/ipv4/tcp_congestion_control")
 ROOM_LEFT = 8 * GIB  # of a disk, for others
@@ -92,24 +93,6 @@ def free_port():
 def available_memory():
     found = re.search(r"^MemAvailable:\s+(\d+) kB$", pathlib.Path("/proc/meminfo").read_text(), re.MULTILINE)
     return int(found.group(1)) * KIB if found else 0
-
-
-def build():
-    """Builds what is measured."""
-    commands = [["cmake", "--build", "--preset", "release", "--target", "vesko", "reference"]]
-    if not (BUILD / "build.ninja").exists():
-        commands.insert(0, ["cmake", "--preset", "release"])
-    note(f"building {BUILD.relative_to(ROOT)}")
-    for command in commands:
-        result = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                check=False)
-        if result.returncode != 0:
-            raise Failure(f"failed: {shlex.join(command)}\n{result.stdout}")
-
-
-def cached_variable(name):
-    found = re.search(rf"^{name}:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)
-    return found.group(1) if found else ""
 
 
 def first_line(command):

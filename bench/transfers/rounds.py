@@ -6,7 +6,8 @@ import shutil
 import statistics
 import tempfile
 
-from .basics import Failure, note
+from measured import Failure, note
+
 from .machine import free_port
 from .sides import run_sides
 

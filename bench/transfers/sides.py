@@ -10,7 +10,9 @@ import subprocess
 import threading
 import time
 
-from .basics import KIB, Failure
+from measured import Failure
+
+from .basics import KIB
 
 TIME_LIMIT = 300  # seconds that one transfer may take
 SAMPLING_INTERVAL = 0.01  # seconds

@@ -8,7 +8,9 @@ import pwd
 import shutil
 import subprocess
 
-from .basics import REFERENCE, VESKO, Failure, shell_line
+from measured import VESKO, Failure
+
+from .basics import REFERENCE, shell_line
 
 PRIVILEGE_SEPARATION_FOLDER = pathlib.Path("/run/sshd")  # sshd insists on it when it runs as root
 
