@@ -50,6 +50,7 @@ class Attributes {
     sigemptyset(&signals);
     ::posix_spawnattr_setsigmask(&attributes_, &signals);
     sigaddset(&signals, SIGPIPE);
+    sigaddset(&signals, SIGXFSZ);
     ::posix_spawnattr_setsigdefault(&attributes_, &signals);
     ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   }

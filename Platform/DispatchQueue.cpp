@@ -47,7 +47,7 @@ class Pool {
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
     for (unsigned i = 0; i < threads; ++i) {
       std::thread([this] {
-        blockBrokenPipeSignal();
+        blockWriteSignals();
         context_->run();
       }).detach();
     }
@@ -159,10 +159,11 @@ class GlobalQueue final : public DispatchQueue {
 
 }  // namespace
 
-void blockBrokenPipeSignal() noexcept {
+void blockWriteSignals() noexcept {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGPIPE);
+  sigaddset(&signals, SIGXFSZ);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
@@ -187,7 +188,7 @@ std::shared_ptr<DispatchQueue> DispatchQueue::serialWithThread(std::string label
   auto queue = std::make_shared<SerialQueue>(std::move(label), std::move(clock), context);
   // It ends when the queue and the last of its work are gone.
   std::thread([context = std::move(context)] {
-    blockBrokenPipeSignal();
+    blockWriteSignals();
     context->run();
   }).detach();
   return queue;

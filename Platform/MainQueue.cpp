@@ -79,7 +79,7 @@ class HostDrainedQueue final : public MainQueue {
       task = std::move(tasks_.front());
       tasks_.pop_front();
     }
-    blockBrokenPipeSignal();
+    blockWriteSignals();
     const bool outer = std::exchange(drainingHere_, true);
     task();
     drainingHere_ = outer;

@@ -11,8 +11,9 @@ namespace vesko {
 [[nodiscard]] std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue, int descriptor,
                                                          std::error_code& error);
 
-/// Blocks SIGPIPE for the calling thread. `sendfile` raises it on a broken connection and, unlike `send`, takes no flag
-/// against that; the error code says all there is to say.
-void blockBrokenPipeSignal() noexcept;
+/// Blocks SIGPIPE and SIGXFSZ for the calling thread; error codes say all there is to say. `sendfile` raises the one on
+/// a broken connection and, unlike `send`, takes no flag against that; storing beyond a limit of file sizes (`ulimit
+/// -f`) raises the other.
+void blockWriteSignals() noexcept;
 
 }  // namespace vesko

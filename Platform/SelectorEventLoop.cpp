@@ -32,7 +32,7 @@ void SelectorEventLoop::runForever() {
   const std::scoped_lock lock(context_->mutex);
   if (context_->thread.joinable()) return;
   context_->thread = std::thread([&io = context_->io] {
-    blockBrokenPipeSignal();
+    blockWriteSignals();
     io.run();
   });
 }

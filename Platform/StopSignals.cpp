@@ -8,11 +8,18 @@
 namespace vesko::StopSignals {
 namespace {
 
+bool isIgnored(int number) noexcept {
+  struct sigaction action {};
+  return ::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t stopSignals() noexcept {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
+  // A closed terminal. Blocked, it would reach even those who asked to be spared.
+  if (!isIgnored(SIGHUP)) sigaddset(&signals, SIGHUP);
   return signals;
 }
 
@@ -24,6 +31,7 @@ void hold() noexcept {
   // Shells start background jobs with SIGINT ignored; who sends it to this program means it.
   ::signal(SIGINT, SIG_DFL);
   ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGXFSZ, SIG_IGN);
 }
 
 void wait() noexcept {

@@ -67,7 +67,8 @@ VeskoFailureReason reasonOfSource(std::error_code error) {
 }
 
 VeskoFailureReason reasonOfStorage(std::error_code error) {
-  const bool full = error == std::errc::no_space_on_device || error == std::error_code(EDQUOT, std::system_category());
+  const bool full = error == std::errc::no_space_on_device || error == std::errc::file_too_large ||
+                    error == std::error_code(EDQUOT, std::system_category());
   return full ? VeskoFailureReason::noSpace : VeskoFailureReason::storage;
 }
 

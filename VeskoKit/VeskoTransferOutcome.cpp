@@ -47,6 +47,7 @@ std::string causeOf(VeskoFailureReason reason, std::error_code error) {
   if (error == SocketErrc::endOfStream || error == SocketErrc::sourceEnded) return error.message();
   if (reason == notReadable && error == std::errc::invalid_argument) return "it is neither a file nor a folder";
   if (reason == notReadable && error == std::errc::too_many_symbolic_link_levels) return "its links lead in a circle";
+  if (reason == noSpace && error == std::errc::file_too_large) return "files as large as that cannot be stored there";
   const ReasonText& text = textOf(reason);
   std::string cause(text.cause);
   if (text.needsDetail && error) cause += " (" + error.message() + ")";

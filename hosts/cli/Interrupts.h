@@ -7,11 +7,13 @@
 
 namespace vesko {
 
-/// SIGINT and SIGTERM, waited for by a thread that lives as long as the process, so that nothing is done in a handler.
+/// SIGINT, SIGTERM and, unless it is ignored, SIGHUP, waited for by a thread that lives as long as the process, so that
+/// nothing is done in a handler.
 class Interrupts {
  public:
-  /// From now on either signal ends the process at once, as interrupted. Also has SIGPIPE ignored: a reader of the
-  /// output that goes away must not take transfers with it. Requires: no other thread runs yet.
+  /// From now on each of them ends the process at once, as interrupted. Also has SIGPIPE and SIGXFSZ ignored: a reader
+  /// of the output that goes away, or a limit of file sizes, must not take transfers with it. Requires: no other thread
+  /// runs yet.
   Interrupts();
 
   /// From now on the first signal calls `onInterrupt`, on the waiting thread. A later one, unless it comes on the heels

@@ -29,17 +29,22 @@ class CliReceiveTest : public CliTest {
     connection.close();
     return resultOf(*receiver);
   }
+
+  /// A receiver that a shell starts once it has done `before`.
+  std::unique_ptr<Process> startInShell(const std::string& before) {
+    port_ = RawListener(false).port();
+    auto setup = setupFor({"receive", "--json", "--dir", folder_.makeFolder("in"), "--port", std::to_string(port_)});
+    setup.arguments.insert(setup.arguments.begin(), {"/bin/sh", "-c", before + "; exec \"$0\" \"$@\""});
+    auto receiver = std::make_unique<Process>(setup);
+    EXPECT_TRUE(receiver->waitForOutput("\"ready\"")) << receiver->errors();
+    return receiver;
+  }
 };
 
 TEST_F(CliReceiveTest, AsksForAllTheDescriptorsItMayHave) {
-  const auto port = std::to_string(RawListener(false).port());
-  auto setup = setupFor({"receive", "--dir", folder_.makeFolder("in"), "--port", port});
-  const Arguments shell{"/bin/sh", "-c", "ulimit -Sn 100; echo $$; exec \"$0\" \"$@\""};
-  setup.arguments.insert(setup.arguments.begin(), shell.begin(), shell.end());
-  Process receiver(setup);
-  ASSERT_TRUE(receiver.waitForErrors("listening on"));
+  const auto receiver = startInShell("ulimit -Sn 100; echo $$");
   rlimit limit{};
-  ASSERT_EQ(::prlimit(std::stoi(receiver.output()), RLIMIT_NOFILE, nullptr, &limit), 0);
+  ASSERT_EQ(::prlimit(std::stoi(receiver->output()), RLIMIT_NOFILE, nullptr, &limit), 0);
   EXPECT_EQ(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, 65'536));
 }
 
@@ -144,11 +149,8 @@ TEST_F(CliReceiveTest, EndsWithinTwoSecondsWhenInterrupted) {
     bool hasTransfer;
     Arguments more;
     int code;
-  } cases[] = {{SIGINT, false, {}, 0},
-               {SIGTERM, true, {}, 0},
-               {SIGINT, true, {}, 0},
-               {SIGTERM, false, {"--once"}, 0},
-               {SIGINT, true, {"--once"}, 130}};
+  } cases[] = {{SIGINT, false, {}, 0}, {SIGTERM, true, {}, 0},          {SIGHUP, true, {}, 0},
+               {SIGINT, true, {}, 0},  {SIGTERM, false, {"--once"}, 0}, {SIGINT, true, {"--once"}, 130}};
   for (const auto& [number, hasTransfer, more, code] : cases) {
     Arguments arguments{"--json"};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -186,6 +188,26 @@ TEST_F(CliReceiveTest, SaysWhenResultsAreLost) {
   setup.arguments.insert(setup.arguments.begin(), {"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"});
   Process full(setup);
   EXPECT_NE(resultOf(full).errors.find("standard output cannot be written to"), std::string::npos);
+}
+
+TEST_F(CliReceiveTest, ALimitOfFileSizesIsAFullDisk) {
+  const auto receiver = startInShell("ulimit -f 100");
+  const std::string large(1'000'000, 'x');
+  RawConnection::to(port_).send(Bytes::metadata(1, large.size()) + Bytes::file("large", large));
+  EXPECT_TRUE(receiver->waitForOutput(R"("failed","transfer":1,"reason":"noSpace")")) << receiver->output();
+  EXPECT_NE(receiver->output().find("files as large as that cannot be stored there"), std::string::npos);
+  RawConnection::to(port_).send(Bytes::folderWithFile());
+  EXPECT_TRUE(receiver->waitForOutput(R"("finished","transfer":2)")) << receiver->output();
+  EXPECT_EQ(folder_.entries("in"), std::vector<std::string>{"A"});
+}
+
+TEST_F(CliReceiveTest, OutlivesItsTerminalUnderNohup) {
+  const auto receiver = startInShell("trap '' HUP");
+  receiver->signal(SIGHUP);
+  RawConnection::to(port_).send(Bytes::folderWithFile());
+  EXPECT_TRUE(receiver->waitForOutput(R"("finished","transfer":1)")) << receiver->output();
+  receiver->signal(SIGTERM);
+  EXPECT_EQ(receiver->wait(), 0);
 }
 
 TEST_F(CliReceiveTest, AFullDiskFailsTheTransferAndLeavesNothing) {

@@ -1,13 +1,51 @@
 #include "Platform/DispatchQueue.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <future>
 #include <string>
 #include <thread>
 
+#include "Platform/FileHandle.h"
+#include "tests/support/TemporaryFolder.h"
+
 namespace vesko {
 namespace {
+
+/// While it lives, no file can grow beyond a kilobyte; who tries is signalled.
+class SmallFiles {
+ public:
+  SmallFiles() {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit small{.rlim_cur = 1000, .rlim_max = before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &small);
+  }
+  ~SmallFiles() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+  SmallFiles(const SmallFiles&) = delete;
+  SmallFiles& operator=(const SmallFiles&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST(DispatchQueueTest, ALimitOfFileSizesEndsAWriteAndNotTheProcess) {
+  const TemporaryFolder folder;
+  for (const auto& queue : {DispatchQueue::serial("pool"), DispatchQueue::serialWithThread("own"),
+                            DispatchQueue::global(), std::shared_ptr<DispatchQueue>(MainQueue::shared())}) {
+    std::promise<std::error_code> result;
+    queue->async([&] {
+      const SmallFiles limit;
+      FileHandle file(FileDescriptor(::open(folder.path("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
+      std::error_code error;
+      file.writeData(std::string(2000, 'x'), error);
+      result.set_value(error);
+    });
+    (void)MainQueue::shared()->drain();
+    EXPECT_EQ(result.get_future().get(), std::errc::file_too_large) << queue->label();
+  }
+}
 
 TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
   const auto& queue = MainQueue::shared();
