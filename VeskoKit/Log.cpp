@@ -3,16 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "Platform/PromptOutput.h"
 #include "Platform/TextEncoding.h"
 
 namespace vesko::Log {
@@ -21,35 +20,70 @@ namespace {
 constexpr std::size_t flushSize = 64 * 1024;
 constexpr std::chrono::milliseconds flushDelay{100};
 
+// Some ten thousand lines: more than a reader that keeps up is ever behind, little enough to keep for one that does
+// not.
+constexpr std::size_t mostWaiting = 1024 * 1024;
+
+// For a reader that goes on taking bytes at the end; well below the time that a program may take to end.
+constexpr std::chrono::seconds lastPatience{1};
+
 // Apart from the journal, so that asking never waits, and valid until the process is gone.
 std::atomic<bool> enabled{true};
 
-// Hands whole lines to a file at once, so that they stay whole where several processes append.
+// Hands whole lines on at once, so that they stay whole where several processes append.
 class GatheringSink final : public LogSink {
  public:
-  using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-  explicit GatheringSink(File file) noexcept : file_(std::move(file)) {}
+  explicit GatheringSink(std::unique_ptr<PromptOutput> output) noexcept : output_(std::move(output)) {}
   GatheringSink(const GatheringSink&) = delete;
   GatheringSink& operator=(const GatheringSink&) = delete;
-  ~GatheringSink() override { GatheringSink::flush(); }
+
+  // A reader that takes its time gets the rest; one that has stopped does not hold up the end.
+  ~GatheringSink() override {
+    const auto end = std::chrono::steady_clock::now() + lastPatience;
+    GatheringSink::flush();
+    while (!waiting_.empty() && std::chrono::steady_clock::now() < end && output_->waitForRoom(flushDelay)) {
+      const auto before = waiting_.size();
+      GatheringSink::flush();
+      if (waiting_.size() >= before) return;
+    }
+  }
 
   void write(std::string_view line) override {
+    if (dropped_ == 0 && !hasRoomFor(line)) flush();
+    // Once a line is missing, so are all until the reader has caught up: one gap, and not many.
+    if (dropped_ > 0 || !hasRoomFor(line)) {
+      ++dropped_;
+      return;
+    }
     waiting_ += line;
-    if (waiting_.size() >= flushSize) flush();
+    if (waiting_.size() >= flushAt_) flush();
   }
 
-  // A log that cannot be written has nowhere to say so; the lines are dropped.
   void flush() override {
-    if (waiting_.empty()) return;
-    std::fwrite(waiting_.data(), 1, waiting_.size(), file_.get());
-    std::fflush(file_.get());
-    waiting_.clear();
+    handOn();
+    if (dropped_ == 0 || !waiting_.empty()) return;
+    waiting_ = '(' + std::to_string(std::exchange(dropped_, 0)) + " lines dropped)\n";
+    handOn();
   }
+
+  // Where nobody reads, or a disk is full, the next line is soon enough.
+  bool isBehind() const override { return error_ == std::errc::operation_would_block; }
 
  private:
-  File file_;
+  bool hasRoomFor(std::string_view line) const {
+    return waiting_.empty() || waiting_.size() + line.size() <= mostWaiting;
+  }
+
+  void handOn() {
+    waiting_.erase(0, output_->write(waiting_, error_));
+    flushAt_ = waiting_.size() + flushSize;
+  }
+
+  const std::unique_ptr<PromptOutput> output_;
   std::string waiting_;
+  std::error_code error_;  // of the last try to hand on
+  std::size_t flushAt_ = flushSize;
+  std::uint64_t dropped_ = 0;  // lines since the last that waits
 };
 
 // The sink of the process and the thread that flushes it. The one lock makes the calls of a sink come one at a time.
@@ -94,7 +128,7 @@ class Journal {
       wake_.wait(lock, [this] { return lineWaits_ || stopping_; });
       wake_.wait_for(lock, flushDelay, [this] { return stopping_; });
       sink_->flush();
-      lineWaits_ = false;
+      lineWaits_ = sink_->isBehind();
     }
   }
 
@@ -167,15 +201,13 @@ std::size_t appendFirstCharacter(std::string& line, std::string_view text) {
 void setSink(std::shared_ptr<LogSink> sink) { journal().setSink(std::move(sink)); }
 
 std::shared_ptr<LogSink> fileSink(const std::string& path) {
-  GatheringSink::File file(std::fopen(path.c_str(), "a"), [](std::FILE* open) { return std::fclose(open); });
-  if (!file) throw std::system_error(errno, std::generic_category(), path);
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  return std::make_shared<GatheringSink>(std::move(file));
+  std::error_code error;
+  auto output = PromptOutput::atPath(path, error);
+  if (error) throw std::system_error(error, path);
+  return std::make_shared<GatheringSink>(std::move(output));
 }
 
-std::shared_ptr<LogSink> standardOutputSink() {
-  return std::make_shared<GatheringSink>(GatheringSink::File(stdout, [](std::FILE*) { return 0; }));
-}
+std::shared_ptr<LogSink> standardOutputSink() { return std::make_shared<GatheringSink>(PromptOutput::standard()); }
 
 bool isEnabled() noexcept { return enabled.load(std::memory_order_relaxed); }
 

@@ -17,8 +17,13 @@ class LogSink {
   /// `line` is one event, ended by a line feed, its control characters escaped.
   virtual void write(std::string_view line) = 0;
 
-  /// Hands on what the sink holds back; called within a tenth of a second after a line. Must not throw.
+  /// Hands on what the sink holds back; called within a tenth of a second after a line. Must not throw. Transfers may
+  /// wait for this call and the one before, so neither should wait for somebody to read.
   virtual void flush() {}
+
+  /// True when `flush` could not hand on everything and it is soon worth another try: it is then called again a tenth
+  /// of a second later, even if no line comes.
+  [[nodiscard]] virtual bool isBehind() const { return false; }
 };
 
 /// The log: one line an event, its items joined by one space. It is the process's, as standard output is; without a
@@ -30,10 +35,13 @@ namespace Log {
 void setSink(std::shared_ptr<LogSink> sink);
 
 /// A sink that gathers lines and hands them to the file at `path` (appended; created if missing) when 64 KiB are
-/// waiting or a tenth of a second has passed. Throws `std::system_error` when the file cannot be opened.
+/// waiting or a tenth of a second has passed. Where that is a pipe or terminal, nobody waits for its reader, nor for
+/// there to be one: 1 MiB of lines is kept for it, then lines are dropped, and "(N lines dropped)" stands in their
+/// place. A file loses lines in the same way only while its disk is full. The end of the sink gives a reader that goes
+/// on reading a second for the rest. Throws `std::system_error` when the file cannot be opened.
 [[nodiscard]] std::shared_ptr<LogSink> fileSink(const std::string& path);
 
-/// The same, to standard output.
+/// The same, to what is standard output at the time; `stdout` and its buffer are not used.
 [[nodiscard]] std::shared_ptr<LogSink> standardOutputSink();
 
 /// True when somebody listens.

@@ -1,8 +1,14 @@
 #include "VeskoKit/Log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -14,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/FileDescriptor.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/EventList.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -29,6 +37,39 @@ class RecordingSink : public LogSink, public EventList {
   void flush() override { flushes.add("after " + std::to_string(all().size())); }
   EventList flushes;
 };
+
+// Far more than a pipe and a sink hold together.
+constexpr int many = 3000;
+
+void writeManyLines() {
+  const std::string text(999, 'x');
+  for (int line = 0; line < many; ++line) Log::line(text);
+}
+
+// All that comes up to `end`, or to the end of the stream.
+std::string readUpTo(const FileDescriptor& source, std::string_view end) {
+  constexpr int patience = 10'000;
+  std::string text;
+  std::array<char, 65536> buffer;
+  while (!text.ends_with(end)) {
+    pollfd waited{source.get(), POLLIN, 0};
+    if (::poll(&waited, 1, patience) != 1) break;
+    const auto count = ::read(source.get(), buffer.data(), buffer.size());
+    if (count <= 0) break;
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return text;
+}
+
+// True when `text` is whole lines of the many and, at its end, how many were dropped, and that is all of them.
+testing::AssertionResult accountsForAll(const std::string& text) {
+  std::istringstream lines(text);
+  int count = 0;
+  std::string line;
+  while (std::getline(lines, line) && line == std::string(999, 'x')) ++count;
+  if (count > 0 && line == "(" + std::to_string(many - count) + " lines dropped)") return testing::AssertionSuccess();
+  return testing::AssertionFailure() << count << " lines, then " << line;
+}
 
 class LogTest : public testing::Test {
  protected:
@@ -91,6 +132,46 @@ TEST_F(LogTest, FileSinkAppendsWholeLines) {
   Log::line("dropped");
   EXPECT_EQ(std::filesystem::file_size(path_), longer.size() + 19);
   EXPECT_THROW(static_cast<void>(Log::fileSink(path_ + "/below a file")), std::system_error);
+}
+
+TEST_F(LogTest, NobodyWaitsForTheReaderOfAPipe) {
+  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+  Log::setSink(Log::fileSink(path_));
+  Log::line("nobody reads yet");
+  const FileDescriptor reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  Log::line("now");
+  EXPECT_EQ(readUpTo(reader, "now\n"), "nobody reads yet\nnow\n");
+  writeManyLines();
+  std::string text;
+  std::jthread late([&] { text = readUpTo(reader, "dropped)\n"); });
+  Log::setSink(nullptr);
+  late.join();
+  EXPECT_TRUE(accountsForAll(text));
+}
+
+TEST_F(LogTest, NobodyWaitsForTheReaderOfStandardOutput) {
+  const auto logTo = [](int output, const auto& write) {
+    ASSERT_EQ(::dup2(output, STDOUT_FILENO), STDOUT_FILENO);
+    Log::setSink(Log::standardOutputSink());
+    write();
+    Log::setSink(nullptr);
+  };
+  for (const bool isSocket : {false, true}) {
+    EXPECT_TRUE(passesInChild([&] {
+      std::array<int, 2> ends{};
+      const int made = isSocket ? ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : ::pipe2(ends.data(), O_CLOEXEC);
+      ASSERT_EQ(made, 0);
+      logTo(ends[1], writeManyLines);
+      EXPECT_EQ(::fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "other programs write there too";
+      ::close(ends[0]);
+      logTo(ends[1], [] { Log::line("the reader has gone, which is no reason to end"); });
+    })) << isSocket;
+  }
+  EXPECT_TRUE(passesInChild([&] {
+    const FileDescriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    logTo(file.get(), writeManyLines);
+  }));
+  EXPECT_EQ(std::filesystem::file_size(path_), many * 1000U) << "a file loses nothing";
 }
 
 TEST_F(LogTest, SinksChangeWhileThreadsWrite) {
