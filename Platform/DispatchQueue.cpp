@@ -11,6 +11,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
+#include <boost/system/system_error.hpp>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -25,9 +26,6 @@ namespace vesko {
 namespace {
 
 using Strand = asio::strand<asio::io_context::executor_type>;
-
-/// What the timers need opens descriptors: here, and not in the middle of a shortage of them.
-void openDescriptors(asio::io_context& context) { const asio::steady_timer first(context); }
 
 /// The threads behind all queues but those with one of their own. Like the shared queues and the clock it is never
 /// destroyed: tasks may be under way while the process ends.
@@ -46,9 +44,10 @@ class Pool {
     // Two at least, so that one queue's slow disk does not keep every other queue waiting.
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
     for (unsigned i = 0; i < threads; ++i) {
-      std::thread([this] {
+      // Where a further thread is not to be had, the pool goes, and these end after it.
+      std::thread([context = context_] {
         blockWriteSignals();
-        context_->run();
+        context->run();
       }).detach();
     }
   }
@@ -158,6 +157,14 @@ class GlobalQueue final : public DispatchQueue {
 };
 
 }  // namespace
+
+void openDescriptors(asio::io_context& context) {
+  try {
+    const asio::steady_timer first(context);
+  } catch (const boost::system::system_error& error) {
+    throw std::system_error(error.code().value(), std::generic_category(), "an event loop");
+  }
+}
 
 void blockWriteSignals() noexcept {
   sigset_t signals;

@@ -23,7 +23,9 @@ class DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
   DispatchQueue(const DispatchQueue&) = delete;
   DispatchQueue& operator=(const DispatchQueue&) = delete;
 
-  /// A new serial queue. It lives until its last owner and its last task are gone.
+  /// A new serial queue. It lives until its last owner and its last task are gone. This and the next two throw
+  /// `std::system_error` when the system has no thread or no descriptors left for it; of the pool only the first to
+  /// need it.
   [[nodiscard]] static std::shared_ptr<DispatchQueue> serial(std::string label,
                                                              std::shared_ptr<Clock> clock = Clock::system());
 

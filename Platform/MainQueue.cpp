@@ -65,7 +65,7 @@ class HostDrainedQueue final : public MainQueue {
   void setWakeHook(std::function<void()> wake) override {
     {
       const std::scoped_lock lock(mutex_);
-      wake_ = std::move(wake);
+      wake_.swap(wake);  // what the other one holds goes after the lock, and may come back to this queue
     }
     wakeForTheRest();
   }

@@ -4,7 +4,15 @@
 
 #include "Platform/DispatchQueue.h"
 
+namespace boost::asio {
+class io_context;
+}  // namespace boost::asio
+
 namespace vesko {
+
+/// What the timers of a new context need opens descriptors: here, and not in the middle of a shortage of them. Throws
+/// `std::system_error` when there are none left.
+void openDescriptors(boost::asio::io_context& context);
 
 /// A source for a queue that has no threads of its own: waits on the pool and hands the handlers to `queue`.
 /// None, with `error` set, when the system cannot watch the descriptor.

@@ -2,7 +2,6 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <mutex>
 #include <thread>
 
@@ -21,10 +20,7 @@ struct SelectorEventLoop::Context {
   std::thread thread;
 };
 
-SelectorEventLoop::SelectorEventLoop() : context_(std::make_unique<Context>()) {
-  // What the timers need opens descriptors, so it is made here and not in the middle of a shortage of them.
-  const asio::steady_timer first(context_->io);
-}
+SelectorEventLoop::SelectorEventLoop() : context_(std::make_unique<Context>()) { openDescriptors(context_->io); }
 
 SelectorEventLoop::~SelectorEventLoop() { stop(); }
 

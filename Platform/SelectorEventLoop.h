@@ -10,7 +10,7 @@ class SelectorEventLoop {
   /// What the library that the loop is made with calls it; for `Platform/` alone.
   struct Context;
 
-  /// Requires what the system has too little of only when the machine is beyond use; the process stops then.
+  /// Throws `std::system_error` when the system has no descriptors left.
   SelectorEventLoop();
 
   /// Ends the loop, as `stop` does.
@@ -18,7 +18,8 @@ class SelectorEventLoop {
   SelectorEventLoop(const SelectorEventLoop&) = delete;
   SelectorEventLoop& operator=(const SelectorEventLoop&) = delete;
 
-  /// Starts the thread, which runs until `stop`. Does nothing when it runs.
+  /// Starts the thread, which runs until `stop`. Does nothing when it runs. Throws `std::system_error` when the system
+  /// has no thread left.
   void runForever();
 
   /// Ends the thread after the handler under way, and waits for that. Must not be called on the loop's thread.

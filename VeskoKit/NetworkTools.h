@@ -18,7 +18,8 @@ class NetworkTools {
   /// The computer's name as people see it: the pretty host name, else the host name, else "localhost".
   [[nodiscard]] static std::string getSCComputerName();
 
-  /// The current user's account picture as PNG; none when there is none. Reads and decodes a file, so it may take long.
+  /// The current user's account picture as PNG; none when there is none, or only one of more than 16 MiB or of
+  /// more than 4,096 pixels each way. Reads and decodes a file, so it may take long.
   [[nodiscard]] static std::optional<std::string> getCBUserImage();
 
   /// The IPv4 addresses of the interfaces that are up, running and not loopback, in the system's order; an address

@@ -48,6 +48,7 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
 VeskoServer::~VeskoServer() { loop_->stop(); }
 
 void VeskoServer::startServer() {
+  failedEndpoints_.clear();
   sweepStorage();
   openDiscovery();
   startAvatarEndpoint();
@@ -56,6 +57,7 @@ void VeskoServer::startServer() {
 }
 
 void VeskoServer::startDiscovery() {
+  failedEndpoints_.clear();
   openDiscovery();
   loop_->runForever();
 }
@@ -66,14 +68,15 @@ void VeskoServer::sweepStorage() const {
   if (!error) ReceivedItemStorage::sweep(folder);
 }
 
-void VeskoServer::showFailure(VeskoFailedEndpoint failure) {
+/// Listed first: an alert runs the program's event loop, which may look.
+void VeskoServer::showFailure(const VeskoFailedEndpoint& failure) {
+  failedEndpoints_.push_back(failure);
   if (application) {
     application->runModal(failure.message);
     application->terminate();
   } else {
     std::cerr << failure.message << std::endl;
   }
-  failedEndpoints_.push_back(std::move(failure));
 }
 
 std::string VeskoServer::generateRandomStringWithLength(std::int64_t length) const {
@@ -82,24 +85,27 @@ std::string VeskoServer::generateRandomStringWithLength(std::int64_t length) con
 
 std::uint16_t VeskoServer::boundTcpPort() const { return listenSocket_ ? listenSocket_->localPort() : 0; }
 
+// The observer that was there goes with the argument, after the lock: with its last owner it may come back to this
+// service.
+
 void VeskoServer::setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate) {
   const std::scoped_lock lock(mutex_);
-  delegate_ = std::move(delegate);
+  delegate_.swap(delegate);
 }
 
 void VeskoServer::setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate) {
   const std::scoped_lock lock(mutex_);
-  incomingDelegate_ = std::move(delegate);
+  incomingDelegate_.swap(delegate);
 }
 
 void VeskoServer::setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate) {
   const std::scoped_lock lock(mutex_);
-  incomingOutcomeDelegate_ = std::move(delegate);
+  incomingOutcomeDelegate_.swap(delegate);
 }
 
 void VeskoServer::setIncomingGuard(std::shared_ptr<VeskoIncomingTransferGuard> guard) {
   const std::scoped_lock lock(mutex_);
-  incomingGuard_ = std::move(guard);
+  incomingGuard_.swap(guard);
 }
 
 std::vector<std::shared_ptr<VeskoTransfer>> VeskoServer::pendingTransfers() const {

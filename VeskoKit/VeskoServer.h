@@ -32,6 +32,9 @@ struct DiscoveryHello;
 /// Hears of the machines that come and go. Calls come on the service's queue "broadcast", after the change of the peer
 /// table that they tell of, but for those that tell of a picture, which come on the main queue. Any operation of the
 /// service may be used inside them. What takes long delays discovery.
+///
+/// Whoever says hello from an address of this machine, or of 0.0.0.0/8 (RFC 6890), which no answer could be sent to, is
+/// nobody. A datagram that is empty, too short or not UTF-8 is none.
 class VeskoPeerDiscoveryDelegate {
  public:
   virtual ~VeskoPeerDiscoveryDelegate() = default;
@@ -73,7 +76,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
 
   using PeerTable = std::map<std::string, std::shared_ptr<VeskoPeer>>;
 
-  /// On the usual ports, 4644 and, for pictures, 4645.
+  /// On the usual ports, 4644 and, for pictures, 4645. Both constructors open no endpoint, but make what the service
+  /// works with, and throw `std::system_error` when the system has no thread or no descriptors left for that.
   VeskoServer();
 
   /// On ports of the caller's, pictures on the one after `tcpPort` (after 65535 there is none, and so no pictures); 0
@@ -98,6 +102,11 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   std::uint16_t defaultUdpPort = defaultPort;
 
   /// Where incoming items go; empty: the current user's downloads folder. Set it before `startServer`.
+  ///
+  /// Nothing there is replaced: where a name is taken, a number from 2 on stands in parentheses before the extension,
+  /// and a name that becomes longer than 255 bytes by that loses characters before the parentheses. What is named as
+  /// the library's own storage folders (".VeskoTransferIntermediateStorage" and 46 digits and letters) arrives inside a
+  /// folder "Received by Vesko at" and the time, as several items do.
   std::string downloadsFolder;
 
   /// Keep what had fully arrived when an incoming transfer fails. Set it before `startServer`.
@@ -108,13 +117,14 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
 
   /// Incoming transfers alive at once, at least 1. When one more connection comes, the transfer that has received
   /// nothing for the longest time is broken off, so that connections that only take up room cost each other theirs. By
-  /// default as many as the process's descriptors are enough for, 512 at most. Set it before `startServer`.
+  /// default as many as an eighth of the process's descriptors, 512 at most. Set it before `startServer`.
   std::size_t maximumIncomingTransfers;
 
   /// The program's user interface, for alerts; without one they go to standard error. Set it before `startServer`.
   std::shared_ptr<NSApp> application;
 
-  /// The observer of the peer table. Any thread.
+  /// The observer of the peer table. Any thread. This and the next three keep what they are given, and let go of what
+  /// was there, which may then use the service; a call that is under way on another thread may end after the return.
   void setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate);
 
   /// The observers given to each new incoming transfer. Any thread; they count for connections accepted from now on.
@@ -124,8 +134,9 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Who decides what is let in; without one everything is. Any thread; it counts for connections accepted from now on.
   void setIncomingGuard(std::shared_ptr<VeskoIncomingTransferGuard> guard);
 
-  /// Sweeps the storage folders of dead transfers and opens the endpoints. One that cannot be opened is shown to the
-  /// user and listed in `failedEndpoints`; the start goes on with the next.
+  /// Sweeps the storage folders of dead transfers and opens the endpoints. One that cannot be opened is listed in
+  /// `failedEndpoints` and shown to the user; the start goes on with the next. A later call tries those that are not
+  /// open again. Throws `std::system_error` when the system has no thread left for the endpoint of pictures.
   virtual void startServer();
 
   /// Opens the discovery endpoint alone, in place of `startServer`, for a program that only looks around: it sees the
@@ -135,7 +146,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Says hello: to everybody on the networks of this machine's interfaces or, with `dest`, to that IPv4 address
   /// (dotted decimal) alone; on `port`, by default `localUdpPort`, and to everybody also on `defaultUdpPort`. Those who
   /// hear a hello to everybody answer. Never waits and reports no failure; without a discovery endpoint it does
-  /// nothing. Any thread, once the service has started.
+  /// nothing, and what the system has not taken within 5 seconds is dropped. Any thread, once the service has started.
   virtual void sayHello();
   virtual void sayHello(const std::string& dest);
   virtual void sayHello(const std::string& dest, std::uint16_t port);
@@ -145,12 +156,13 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   virtual void sayGoodbye(const std::string& dest);
   virtual void sayGoodbye(const std::string& dest, std::uint16_t port);
 
-  /// The datagrams that these send; an empty `dest` means everybody. A hello to one may describe this machine as it did
-  /// a second ago. Any thread.
+  /// The datagrams that these send; an empty `dest` means everybody. A hello to one, such as an answer, may describe
+  /// this machine as it was a second ago: a crowd may ask at once. Any thread.
   [[nodiscard]] virtual std::string createHelloPacket(const std::string& dest, std::uint16_t port);
   [[nodiscard]] virtual std::string createGoodbyePacket(const std::string& dest, std::uint16_t port);
 
-  /// How this machine describes itself to others: its user's name and its own. Any thread.
+  /// How this machine describes itself to others: its user's full name, or the login name where that is empty, and its
+  /// own. Others are told 4,096 bytes of it at most. Any thread.
   [[nodiscard]] virtual std::string getSystemSignature();
 
   /// Starts a transfer and keeps it until it is pruned. Any thread.
@@ -159,7 +171,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// True when `sender` is, character for character, the address of an interface of this machine. Any thread.
   [[nodiscard]] virtual bool isLocalPeer(const std::string& sender);
 
-  /// The broadcast address of each interface address, in the order of the system. Any thread.
+  /// The broadcast address of each interface address, in the order of the system; interfaces without a netmask have
+  /// none. Any thread.
   [[nodiscard]] virtual std::vector<std::string> findBroadcastAddress();
 
   /// Fetches the picture of the user of `peer`, over HTTP, unless it has one or was asked for it before. The record
@@ -170,16 +183,19 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// `length` random letters and digits. Requires: `length` at least 1.
   [[nodiscard]] std::string generateRandomStringWithLength(std::int64_t length) const;
 
-  /// The endpoints that `startServer` could not open. On the starting thread, or any one after it.
+  /// The endpoints that the last start could not open, the one whose alert is shown at the moment included. On the
+  /// starting thread, also inside `NSApp::runModal`, or on any one after it.
   [[nodiscard]] const std::vector<VeskoFailedEndpoint>& failedEndpoints() const noexcept { return failedEndpoints_; }
 
   /// The port that the listener got; 0 while there is none.
   [[nodiscard]] std::uint16_t boundTcpPort() const;
 
-  /// The port that pictures are served on; 0 while there is none.
+  /// The port that pictures are served on; 0 while there is none. A request has 10 seconds and 8 KiB to arrive in, and
+  /// of more than 256 connections the slowest makes room.
   [[nodiscard]] std::uint16_t boundHttpPort() const;
 
-  /// The machines known at this moment, by the address that their hellos come from. Any thread.
+  /// The machines known at this moment, by the address that their hellos come from. After each datagram the log tells
+  /// of them in one line, by name for 16 KiB and then by number. Any thread.
   [[nodiscard]] PeerTable peers() const;
 
   /// The one of them with this key; none when there is none. Any thread.
@@ -225,7 +241,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void makeAvatarEndpoint();
   void startAvatarEndpoint();
   void startListener();
-  void showFailure(VeskoFailedEndpoint failure);
+  void showFailure(const VeskoFailedEndpoint& failure);
   void makeRoomForIncoming();
 
   // Discovery, on the "broadcast" queue but for the first three.

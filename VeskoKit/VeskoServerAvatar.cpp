@@ -40,7 +40,7 @@ void VeskoServer::makeAvatarEndpoint() {
 
 void VeskoServer::startAvatarEndpoint() {
   std::error_code error;
-  if (!server_ || server_->start(error)) return;
+  if (!server_ || server_->port() != 0 || server_->start(error)) return;
   showFailure({"http",
                "Our cute veskos cannot put their ears on the TCP port 4645 so they cannot know how other veskos look.",
                error});

@@ -43,6 +43,7 @@ class VeskoServer::DatagramEvents final : public GCDAsyncUdpSocketDelegate {
 };
 
 void VeskoServer::openDiscovery() {
+  if (udpSocket_) return;
   datagramEvents_ = std::make_shared<DatagramEvents>(weak_from_this());
   udpSocket_ = GCDAsyncUdpSocket::make(datagramEvents_, broadcastQueue_);
   udpSocket_->setIPv6Enabled(false);

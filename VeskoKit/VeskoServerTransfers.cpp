@@ -27,6 +27,7 @@ class VeskoServer::SocketEvents final : public GCDAsyncSocketDelegate {
 };
 
 void VeskoServer::startListener() {
+  if (boundTcpPort() != 0) return;
   events_ = std::make_shared<SocketEvents>(weak_from_this());
   listenSocket_ = GCDAsyncSocket::make(events_, incomingQueue_);
   SocketError error;

@@ -76,6 +76,11 @@ TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
   EXPECT_EQ(order, "1234");
   queue->stop();
   queue->run();  // a stop before the run counts
+
+  const auto giveTask = [&](void* /*nothing*/) { queue->async([&] { order += "5"; }); };
+  queue->setWakeHook([held = std::shared_ptr<void>(nullptr, giveTask)] {});
+  queue->setWakeHook({});
+  EXPECT_EQ(queue->drain(), 1U) << "what a hook held may use the queue when it goes";
 }
 
 TEST(SerialQueueTest, WithAThreadOfItsOwnItRunsAllItWasGiven) {

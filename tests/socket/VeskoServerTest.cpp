@@ -1,9 +1,11 @@
 #include "VeskoKit/VeskoServer.h"
 
-#include <algorithm>
+#include <optional>
+#include <system_error>
 
 #include "Platform/NSApp.h"
 #include "tests/socket/VeskoServerFixture.h"
+#include "tests/support/FewDescriptors.h"
 #include "tests/support/TimeZone.h"
 
 namespace vesko {
@@ -17,8 +19,34 @@ constexpr std::chrono::system_clock::time_point midnight{std::chrono::seconds(1'
 
 class RecordingApp final : public NSApp, public EventList {
  public:
-  void runModal(const std::string& messageText) override { add(messageText); }
+  explicit RecordingApp(const VeskoServer& server) : server_(server) {}
+  void runModal(const std::string& messageText) override {
+    add(messageText);
+    add("listed " + server_.failedEndpoints().back().endpoint);
+  }
   void terminate() override { add("terminate"); }
+
+ private:
+  const VeskoServer& server_;
+};
+
+/// Comes back to the service when it goes.
+class ReturningObserver final : public VeskoPeerDiscoveryDelegate,
+                                public VeskoIncomingTransferDelegate,
+                                public VeskoTransferOutcomeDelegate,
+                                public VeskoIncomingTransferGuard {
+ public:
+  ReturningObserver(VeskoServer& server, int& returns) : server_(server), returns_(returns) {}
+  ReturningObserver(const ReturningObserver&) = delete;
+  ReturningObserver& operator=(const ReturningObserver&) = delete;
+  ~ReturningObserver() override {
+    server_.pruneFinishedTransfers();
+    ++returns_;
+  }
+
+ private:
+  VeskoServer& server_;
+  int& returns_;
 };
 
 TEST_F(VeskoServerTest, DeliversUnderFreeNames) {
@@ -57,21 +85,57 @@ TEST_F(VeskoServerTest, KeepsTransfersInTheirOrderUntilTheyArePruned) {
   EXPECT_EQ(server_->pendingIncomingTransfers(), std::vector{transfers[1]});
 }
 
-TEST_F(VeskoServerTest, ATakenPortIsShownAndListed) {
-  const RawListener taken;
-  const auto application = std::make_shared<RecordingApp>();
+TEST_F(VeskoServerTest, AnObserverMayComeBackWhenItGoes) {
+  int returns = 0;
+  for (int i = 0; i < 2; ++i) {
+    server_->setDelegate(std::make_shared<ReturningObserver>(*server_, returns));
+    server_->setIncomingDelegate(std::make_shared<ReturningObserver>(*server_, returns));
+    server_->setIncomingOutcomeDelegate(std::make_shared<ReturningObserver>(*server_, returns));
+    server_->setIncomingGuard(std::make_shared<ReturningObserver>(*server_, returns));
+  }
+  EXPECT_EQ(returns, 4);
+  server_->setDelegate(nullptr);
+  server_->setIncomingDelegate(nullptr);
+  server_->setIncomingOutcomeDelegate(nullptr);
+  server_->setIncomingGuard(nullptr);
+  EXPECT_EQ(returns, 8);
+}
+
+TEST_F(VeskoServerTest, ATakenPortIsShownAndListedUntilTheNextStart) {
+  std::optional<RawListener> taken(std::in_place);
+  const auto port = taken->port();
+  const auto application = std::make_shared<RecordingApp>(*server_);
   server_->application = application;
-  server_->localTcpPort = taken.port();
+  server_->localTcpPort = port;
   server_->startServer();
   const std::string message =
       "Our cute veskos cannot put their ears on the TCP port 4644 so they cannot learn any new secrets.";
-  EXPECT_EQ(application->startingWith("Our cute veskos cannot put their ears on the TCP port"), Strings{message});
-  EXPECT_EQ(application->all().back(), "terminate");
-  const auto& failed = server_->failedEndpoints();
-  const auto tcp = std::ranges::find(failed, "tcp", &VeskoFailedEndpoint::endpoint);
-  ASSERT_NE(tcp, failed.end());
-  EXPECT_EQ(tcp->message, message);
-  EXPECT_EQ(tcp->error, std::errc::address_in_use);
+  EXPECT_EQ(application->all(), (Strings{message, "listed tcp", "terminate"}));
+  ASSERT_EQ(server_->failedEndpoints().size(), 1U);
+  const auto& failed = server_->failedEndpoints().front();
+  EXPECT_EQ(failed.endpoint, "tcp");
+  EXPECT_EQ(failed.message, message);
+  EXPECT_EQ(failed.error, std::errc::address_in_use);
+  const auto others = std::pair(server_->localUdpPort, server_->boundHttpPort());
+  taken.reset();
+  server_->startServer();
+  EXPECT_TRUE(server_->failedEndpoints().empty());
+  EXPECT_EQ(server_->boundTcpPort(), port);
+  EXPECT_EQ(std::pair(server_->localUdpPort, server_->boundHttpPort()), others);
+}
+
+TEST_F(VeskoServerTest, WithoutDescriptorsItIsNotMade) {
+  std::vector<std::error_code> errors;
+  for (rlim_t count = 0; count <= errors.size(); ++count) {
+    const FewDescriptors few(count);
+    try {
+      (void)std::make_shared<VeskoServer>(0, 0, clock_);
+    } catch (const std::system_error& error) {
+      errors.push_back(error.code());
+    }
+  }
+  EXPECT_FALSE(errors.empty());
+  for (const auto& error : errors) EXPECT_EQ(error, std::errc::too_many_files_open);
 }
 
 TEST_F(VeskoServerTest, TransfersFromServiceToServiceAllAtOnce) {
