@@ -5,19 +5,16 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
-#include <deque>
-#include <mutex>
-#include <set>
+#include <map>
 #include <string_view>
 #include <utility>
 
-#include "Platform/Assert.h"
+#include "Platform/Clock.h"
 #include "Platform/DispatchQueue.h"
 #include "Platform/SelectorEventLoop.h"
 #include "Platform/SelectorEventLoopContext.h"
@@ -37,9 +34,6 @@ using ErrorCode = boost::system::error_code;
 /// Of an answer's status line and fields; bytes. The servers we ask send a few hundred. What stands around the chunks
 /// of a body is held to it, too.
 constexpr std::size_t maximumHead = 8192;
-
-/// Requests beside those under way: more than a network has machines.
-constexpr std::size_t maximumWaiting = 65'536;
 
 /// Read at a time.
 constexpr std::size_t readLength = 16 * 1024;
@@ -67,31 +61,25 @@ struct Job {
 
 class HTTPSession::Implementation : public std::enable_shared_from_this<Implementation> {
  public:
-  Implementation(std::shared_ptr<SelectorEventLoop> loop, std::size_t maximumAtOnce)
-      : loop_(std::move(loop)), maximumAtOnce_(maximumAtOnce) {}
+  Implementation(std::shared_ptr<SelectorEventLoop> loop, std::shared_ptr<Clock> clock)
+      : loop_(std::move(loop)), clock_(std::move(clock)) {}
   ~Implementation();
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
-  void get(Job job);
+  void get(Task task, Job job);
+  void cancel(Task task);
 
  private:
   class Exchange;
 
-  void startSoon();
-  void startFirst();
-  void onEnd(const std::shared_ptr<Exchange>& exchange, Job job, std::optional<HTTPResponse> response);
-  void complete(Job job, std::optional<HTTPResponse> response);
+  void start(Task task, Job job);
+  void breakOff(Task task);
+  void onEnd(Task task, Job job, std::optional<HTTPResponse> response);
 
   const std::shared_ptr<SelectorEventLoop> loop_;  // first: what follows lives on it
-  const std::size_t maximumAtOnce_;
-
-  std::set<std::shared_ptr<Exchange>> exchanges_;  // on the loop's thread
-
-  std::mutex mutex_;  // of what follows
-  std::deque<Job> waiting_;
-  std::size_t starting_ = 0;  // those of them that the loop has been asked to start
-  std::size_t underWay_ = 0;
+  const std::shared_ptr<Clock> clock_;
+  std::map<Task, std::shared_ptr<Exchange>> exchanges_;  // on the loop's thread
 };
 
 /// One request and its answer.
@@ -99,13 +87,17 @@ class HTTPSession::Implementation : public std::enable_shared_from_this<Implemen
 /// What the loop still has to do for it keeps it alive, also beyond its session, which it therefore asks for each time.
 class HTTPSession::Implementation::Exchange : public std::enable_shared_from_this<Exchange> {
  public:
-  Exchange(const std::shared_ptr<Implementation>& session, Job job)
+  Exchange(const std::shared_ptr<Implementation>& session, Task task, Job job)
       : session_(session),
         socket_(contextOf(*session->loop_)),
-        timer_(contextOf(*session->loop_)),
-        job_(std::move(job)) {}
+        task_(task),
+        job_(std::move(job)),
+        clock_(session->clock_) {}
 
   void start();
+
+  /// Ends without an answer.
+  void fail() { end(std::nullopt); }
 
   /// Ends without a word to anybody.
   void abandon();
@@ -114,7 +106,9 @@ class HTTPSession::Implementation::Exchange : public std::enable_shared_from_thi
   using Parser = http::response_parser<http::string_body>;
 
   [[nodiscard]] bool open();
-  void send(const ErrorCode& error);
+  void watch(std::chrono::steady_clock::duration delay);
+  void onTime();
+  void onConnect(const ErrorCode& error);
   void read();
   void onBytes(ErrorCode error, std::size_t count);
   void beginAnswer();
@@ -127,8 +121,12 @@ class HTTPSession::Implementation::Exchange : public std::enable_shared_from_thi
 
   const std::weak_ptr<Implementation> session_;
   tcp::socket socket_;
-  asio::steady_timer timer_;
+  const Task task_;
   Job job_;
+  const std::shared_ptr<Clock> clock_;
+  std::chrono::steady_clock::time_point deadline_;
+  std::unique_ptr<Alarm> alarm_;
+  bool isConnected_ = false;
   std::string head_;
   beast::flat_buffer buffer_{maximumHead + readLength};
   std::optional<Parser> parser_;
@@ -137,53 +135,37 @@ class HTTPSession::Implementation::Exchange : public std::enable_shared_from_thi
 };
 
 HTTPSession::Implementation::~Implementation() {
-  for (const auto& exchange : exchanges_) exchange->abandon();
+  for (const auto& [task, exchange] : exchanges_) exchange->abandon();
 }
 
-void HTTPSession::Implementation::get(Job job) {
-  {
-    const std::scoped_lock lock(mutex_);
-    if (waiting_.size() < maximumWaiting) {
-      waiting_.push_back(std::move(job));
-      startSoon();
-      return;
-    }
-  }
-  complete(std::move(job), std::nullopt);
-}
-
-/// Never at once: a row of requests that fail on the spot would otherwise start each other ever deeper.
-void HTTPSession::Implementation::startSoon() {
-  if (starting_ == waiting_.size() || underWay_ + starting_ == maximumAtOnce_) return;
-  ++starting_;
-  asio::post(contextOf(*loop_), [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->startFirst();
+void HTTPSession::Implementation::get(Task task, Job job) {
+  asio::post(contextOf(*loop_), [weak = weak_from_this(), task, job = std::move(job)]() mutable {
+    if (const auto self = weak.lock()) self->start(task, std::move(job));
   });
 }
 
-void HTTPSession::Implementation::startFirst() {
-  std::shared_ptr<Exchange> exchange;
-  {
-    const std::scoped_lock lock(mutex_);
-    exchange = std::make_shared<Exchange>(shared_from_this(), std::move(waiting_.front()));
-    waiting_.pop_front();
-    --starting_;
-    ++underWay_;
-  }
-  exchanges_.insert(exchange);
+/// The loop takes things in their order, so the request has been started, and may have ended.
+void HTTPSession::Implementation::cancel(Task task) {
+  asio::post(contextOf(*loop_), [weak = weak_from_this(), task] {
+    if (const auto self = weak.lock()) self->breakOff(task);
+  });
+}
+
+void HTTPSession::Implementation::start(Task task, Job job) {
+  const auto exchange = std::make_shared<Exchange>(shared_from_this(), task, std::move(job));
+  exchanges_.emplace(task, exchange);
   exchange->start();
 }
 
-void HTTPSession::Implementation::onEnd(const std::shared_ptr<Exchange>& exchange, Job job,
-                                        std::optional<HTTPResponse> response) {
-  exchanges_.erase(exchange);
-  complete(std::move(job), std::move(response));
-  const std::scoped_lock lock(mutex_);
-  --underWay_;
-  startSoon();
+void HTTPSession::Implementation::breakOff(Task task) {
+  const auto found = exchanges_.find(task);
+  if (found == exchanges_.end()) return;
+  const auto exchange = found->second;  // which the end takes from the list
+  exchange->fail();
 }
 
-void HTTPSession::Implementation::complete(Job job, std::optional<HTTPResponse> response) {
+void HTTPSession::Implementation::onEnd(Task task, Job job, std::optional<HTTPResponse> response) {
+  exchanges_.erase(task);
   job.queue->async(
       [alive = weak_from_this(), completion = std::move(job.completion), response = std::move(response)]() mutable {
         if (!alive.expired()) completion(std::move(response));
@@ -194,17 +176,44 @@ void HTTPSession::Implementation::Exchange::start() {
   ErrorCode error;
   const auto address = asio::ip::make_address_v4(job_.request.host, error);
   if (error || !isPath(job_.request.path) || !open()) {
-    end(std::nullopt);
+    fail();
     return;
   }
   beginAnswer();
   head_ = headOf(job_.request);
-  timer_.expires_after(job_.request.patience);
-  timer_.async_wait([self = shared_from_this()](const ErrorCode& failure) {
-    if (!failure) self->end(std::nullopt);
-  });
+  deadline_ = clock_->monotonicNow() + job_.request.patience;
+  watch(std::min(job_.request.connectPatience, job_.request.patience));
   socket_.async_connect({address, job_.request.port},
-                        [self = shared_from_this()](const ErrorCode& failure) { self->send(failure); });
+                        [self = shared_from_this()](const ErrorCode& failure) { self->onConnect(failure); });
+}
+
+/// A clock calls on a thread of its own, at any time: also when the session, and with it the loop, is gone.
+void HTTPSession::Implementation::Exchange::watch(std::chrono::steady_clock::duration delay) {
+  alarm_ = clock_->callAfter(delay, [session = session_, weak = weak_from_this()] {
+    const auto alive = session.lock();
+    if (!alive) return;
+    asio::post(contextOf(*alive->loop_), [weak] {
+      if (const auto self = weak.lock()) self->onTime();
+    });
+  });
+}
+
+/// The call that connecting was watched by may come when that is done.
+void HTTPSession::Implementation::Exchange::onTime() {
+  if (!isConnected_ || clock_->monotonicNow() >= deadline_) fail();
+}
+
+void HTTPSession::Implementation::Exchange::onConnect(const ErrorCode& error) {
+  if (error || hasEnded_) {
+    fail();
+    return;
+  }
+  isConnected_ = true;
+  watch(deadline_ - clock_->monotonicNow());
+  asio::async_write(socket_, asio::buffer(head_),
+                    [self = shared_from_this()](const ErrorCode& failure, std::size_t /*count*/) {
+                      failure ? self->fail() : self->read();
+                    });
 }
 
 bool HTTPSession::Implementation::Exchange::open() {
@@ -227,18 +236,7 @@ void HTTPSession::Implementation::Exchange::abandon() {
 void HTTPSession::Implementation::Exchange::close() {
   ErrorCode ignored;  // the descriptor is gone in any case
   socket_.close(ignored);
-  timer_.cancel();
-}
-
-void HTTPSession::Implementation::Exchange::send(const ErrorCode& error) {
-  if (error) {
-    end(std::nullopt);
-    return;
-  }
-  asio::async_write(socket_, asio::buffer(head_),
-                    [self = shared_from_this()](const ErrorCode& failure, std::size_t /*count*/) {
-                      failure ? self->end(std::nullopt) : self->read();
-                    });
+  alarm_.reset();
 }
 
 void HTTPSession::Implementation::Exchange::read() {
@@ -264,7 +262,7 @@ void HTTPSession::Implementation::Exchange::onBytes(ErrorCode error, std::size_t
   if (!error && isWhole()) {
     end(HTTPResponse{static_cast<int>(parser_->get().result_int()), std::move(parser_->get().body())});
   } else if (error || isEnd || holdsTooMuch()) {
-    end(std::nullopt);
+    fail();
   } else {
     read();
   }
@@ -300,19 +298,21 @@ void HTTPSession::Implementation::Exchange::end(std::optional<HTTPResponse> resp
   if (std::exchange(hasEnded_, true)) return;
   close();
   if (const auto session = session_.lock()) {
-    session->onEnd(shared_from_this(), std::move(job_), std::move(response));
+    session->onEnd(task_, std::move(job_), std::move(response));
   }
 }
 
-HTTPSession::HTTPSession(std::shared_ptr<SelectorEventLoop> loop, std::size_t maximumAtOnce)
-    : implementation_(std::make_shared<Implementation>(std::move(loop), maximumAtOnce)) {
-  if (maximumAtOnce == 0) assertionFailure("HTTPSession: no request could ever start");
-}
+HTTPSession::HTTPSession(std::shared_ptr<SelectorEventLoop> loop, std::shared_ptr<Clock> clock)
+    : implementation_(std::make_shared<Implementation>(std::move(loop), std::move(clock))) {}
 
 HTTPSession::~HTTPSession() = default;
 
-void HTTPSession::get(HTTPRequest request, std::shared_ptr<DispatchQueue> queue, Completion completion) {
-  implementation_->get({std::move(request), std::move(queue), std::move(completion)});
+HTTPSession::Task HTTPSession::get(HTTPRequest request, std::shared_ptr<DispatchQueue> queue, Completion completion) {
+  const Task task = ++lastTask_;
+  implementation_->get(task, {std::move(request), std::move(queue), std::move(completion)});
+  return task;
 }
+
+void HTTPSession::cancel(Task task) { implementation_->cancel(task); }
 
 }  // namespace vesko

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 
 namespace vesko {
 
+class Clock;
 class DispatchQueue;
 class SelectorEventLoop;
 
@@ -17,9 +19,10 @@ class SelectorEventLoop;
 struct HTTPRequest {
   std::string host;  ///< IPv4, dotted decimal
   std::uint16_t port = 0;
-  std::string path;                       ///< from its "/" on, escaped; no spaces or control characters
-  std::size_t maximumBody = 0;            ///< bytes; more is taken for a failure
-  std::chrono::milliseconds patience{0};  ///< from connecting, once the request is under way, to the last byte
+  std::string path;                              ///< from its "/" on, escaped; no spaces or control characters
+  std::size_t maximumBody = 0;                   ///< bytes; more is taken for a failure
+  std::chrono::milliseconds connectPatience{0};  ///< until the other side has accepted the connection
+  std::chrono::milliseconds patience{0};         ///< from connecting to the last byte
 };
 
 struct HTTPResponse {
@@ -27,12 +30,17 @@ struct HTTPResponse {
   std::string body;
 };
 
-/// Carries out requests on `loop`, which must run; further ones wait while `maximumAtOnce` are under way. Any thread.
+/// Carries out requests on `loop`, which must run, side by side: how many there may be is for the caller to say. Any
+/// thread.
 class HTTPSession {
  public:
   using Completion = std::function<void(std::optional<HTTPResponse>)>;
 
-  HTTPSession(std::shared_ptr<SelectorEventLoop> loop, std::size_t maximumAtOnce);
+  /// What a request is known by.
+  using Task = std::uint64_t;
+
+  /// Time is what `clock` says.
+  HTTPSession(std::shared_ptr<SelectorEventLoop> loop, std::shared_ptr<Clock> clock);
 
   /// Breaks off what is under way; nothing is completed any more. The loop must have been stopped.
   ~HTTPSession();
@@ -40,12 +48,16 @@ class HTTPSession {
   HTTPSession& operator=(const HTTPSession&) = delete;
 
   /// Gets, and calls `completion` once, on `queue`: with the answer, whatever its status, once it is whole; with none
-  /// when there is no such answer in time or it is no HTTP. At most 65,536 requests wait; one more fails at once.
-  void get(HTTPRequest request, std::shared_ptr<DispatchQueue> queue, Completion completion);
+  /// when there is no such answer in time, it is no HTTP, or the request is cancelled.
+  Task get(HTTPRequest request, std::shared_ptr<DispatchQueue> queue, Completion completion);
+
+  /// Breaks a request off, unless it has its answer.
+  void cancel(Task task);
 
  private:
   class Implementation;
-  std::shared_ptr<Implementation> implementation_;
+  const std::shared_ptr<Implementation> implementation_;
+  std::atomic<Task> lastTask_{0};
 };
 
 }  // namespace vesko

@@ -27,6 +27,11 @@ void VeskoPeer::setLastActiveTime(TimePoint lastActiveTime) { set(lastActiveTime
 std::string VeskoPeer::avatar() const { return get(avatar_); }
 void VeskoPeer::setAvatar(std::string avatar) { set(avatar_, std::move(avatar)); }
 
+std::string VeskoPeer::avatarState() const {
+  const std::scoped_lock lock(mutex_);
+  return avatar_.empty() || avatar_ == "loading" ? avatar_ : "png";
+}
+
 std::string VeskoPeer::key() const { return get(key_); }
 void VeskoPeer::setKey(std::string key) { set(key_, std::move(key)); }
 

@@ -36,9 +36,13 @@ class VeskoPeer {
   [[nodiscard]] virtual TimePoint lastActiveTime() const;
   virtual void setLastActiveTime(TimePoint lastActiveTime);
 
-  /// The user's picture: empty until it is fetched, "loading" meanwhile, then a data URL of a PNG (RFC 2397).
+  /// The user's picture: empty until it is fetched, "loading" meanwhile, then a data URL of a PNG (RFC 2397), 5.4 MiB
+  /// at most. Each call copies it. It stays with the record when the machine has left.
   [[nodiscard]] virtual std::string avatar() const;
   virtual void setAvatar(std::string avatar);
+
+  /// Whether there is a picture, without a copy of it: "" or "loading" as above, "png" once it is there.
+  [[nodiscard]] virtual std::string avatarState() const;
 
   /// The record's key in the peer table: the address that its hellos come from.
   [[nodiscard]] virtual std::string key() const;

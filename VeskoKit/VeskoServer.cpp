@@ -10,11 +10,11 @@
 #include "Platform/FileManager.h"
 #include "Platform/GCDAsyncSocket.h"
 #include "Platform/GCDAsyncUdpSocket.h"
-#include "Platform/HTTPSession.h"
 #include "Platform/NSApp.h"
 #include "Platform/OwnAddresses.h"
 #include "Platform/SelectorEventLoop.h"
 #include "VeskoKit/AvatarEndpoint.h"
+#include "VeskoKit/AvatarFetches.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 
@@ -40,7 +40,6 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
           std::clamp<std::uint64_t>(DescriptorLimit::current() / descriptorsForTransfer, 1, mostIncomingTransfers)),
       broadcastQueue_(DispatchQueue::serialWithThread("broadcast", clock ? clock : Clock::system())),
       incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())),
-      pictureQueue_(DispatchQueue::serial("pictures")),
       ownAddresses_(std::make_unique<OwnAddresses>()) {
   makeAvatarEndpoint();
 }

@@ -19,11 +19,11 @@
 namespace vesko {
 
 class AvatarEndpoint;
+class AvatarFetches;
 class Clock;
 class DispatchQueue;
 class GCDAsyncSocket;
 class GCDAsyncUdpSocket;
-class HTTPSession;
 class NSApp;
 class OwnAddresses;
 class SelectorEventLoop;
@@ -43,7 +43,7 @@ class VeskoPeerDiscoveryDelegate {
   virtual void peerDidAppear(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
 
   /// One that is in the table has said hello again, and its record, the same as ever, has been refreshed; or, on the
-  /// main queue, its picture has arrived.
+  /// main queue, its picture has arrived and it has not left since.
   virtual void peerDidUpdate(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
 
   /// A machine has said goodbye, and its record has left the table.
@@ -176,8 +176,13 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   [[nodiscard]] virtual std::vector<std::string> findBroadcastAddress();
 
   /// Fetches the picture of the user of `peer`, over HTTP, unless it has one or was asked for it before. The record
-  /// says "loading" from then on, and for good where nothing comes that is a PNG of sane size. For the "broadcast"
-  /// queue.
+  /// says "loading" from then on, and for good where nothing comes, within 10 seconds (2 of them for the connection),
+  /// that is a PNG of at most 4 MiB and 4,096 pixels each way. Eight are fetched at once, the others wait. For the
+  /// "broadcast" queue.
+  ///
+  /// The pictures in the table take 64 MiB at most, as data URLs, and one of them at most an eighth of what the others
+  /// leave of that; one that is too large is not kept. A machine that leaves gives back what its picture took, and is
+  /// not asked any more.
   virtual void handleAvatar(const std::shared_ptr<VeskoPeer>& peer);
 
   /// `length` random letters and digits. Requires: `length` at least 1.
@@ -253,16 +258,19 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   [[nodiscard]] std::shared_ptr<VeskoPeer> addPeer(const std::string& sender, std::uint16_t port,
                                                    const std::string& signature);
   [[nodiscard]] bool mayAnswer();
-  void deliverAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture);
-  void tellOfAvatar(const std::shared_ptr<VeskoPeer>& peer);
+  void keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture);
+  void forgetAvatar(const VeskoPeer& peer, const std::string& key);
+  void tellOfAvatarSoon(const std::string& key, const std::shared_ptr<VeskoPeer>& peer);
   void logPeers() const;
+
+  /// On the main queue.
+  void tellOfAvatars();
 
   const std::shared_ptr<DispatchQueue> broadcastQueue_;
   const std::shared_ptr<DispatchQueue> incomingQueue_;
-  const std::shared_ptr<DispatchQueue> pictureQueue_;
   std::shared_ptr<SelectorEventLoop> loop_;
   std::unique_ptr<AvatarEndpoint> server_;
-  std::unique_ptr<HTTPSession> avatarRequests_;
+  std::shared_ptr<AvatarFetches> avatarFetches_;
   std::shared_ptr<DatagramEvents> datagramEvents_;
   std::shared_ptr<GCDAsyncUdpSocket> udpSocket_;
   std::shared_ptr<SocketEvents> events_;
@@ -277,6 +285,8 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   std::optional<Signature> signature_;
   std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate_;
   PeerTable peers_;
+  std::map<std::string, std::weak_ptr<VeskoPeer>> untoldAvatars_;  // of machines in the table
+  bool isTellingOfAvatars_ = false;                                // a task for that is on the main queue
   std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate_;
   std::shared_ptr<VeskoTransferOutcomeDelegate> incomingOutcomeDelegate_;
   std::shared_ptr<VeskoIncomingTransferGuard> incomingGuard_;

@@ -1,27 +1,15 @@
 #include <limits>
 #include <utility>
 
-#include "Platform/Base64.h"
 #include "Platform/DispatchQueue.h"
-#include "Platform/HTTPSession.h"
-#include "Platform/NSImage.h"
 #include "Platform/SelectorEventLoop.h"
 #include "VeskoKit/AvatarEndpoint.h"
+#include "VeskoKit/AvatarFetches.h"
 #include "VeskoKit/VeskoServer.h"
 
 namespace vesko {
 
 namespace {
-
-/// Bytes of a picture that is taken from another machine, and pixels it may have each way: far above what account
-/// pictures are, and what a table full of them can bear.
-constexpr std::size_t maximumPicture = 4U << 20U;
-constexpr std::uint32_t maximumSide = 4096;
-
-constexpr std::chrono::seconds fetchPatience{10};
-constexpr std::size_t maximumFetches = 8;
-
-constexpr int statusOk = 200;
 
 /// The port beside a service port; none beside the highest.
 std::optional<std::uint16_t> avatarPortOf(std::uint16_t servicePort) {
@@ -33,7 +21,7 @@ std::optional<std::uint16_t> avatarPortOf(std::uint16_t servicePort) {
 
 void VeskoServer::makeAvatarEndpoint() {
   loop_ = std::make_shared<SelectorEventLoop>();
-  avatarRequests_ = std::make_unique<HTTPSession>(loop_, maximumFetches);
+  avatarFetches_ = std::make_shared<AvatarFetches>(loop_, broadcastQueue_);
   const auto port = localTcpPort == 0 ? 0 : avatarPortOf(localTcpPort);
   if (port) server_ = std::make_unique<AvatarEndpoint>(loop_, *port);
 }
@@ -50,37 +38,52 @@ std::uint16_t VeskoServer::boundHttpPort() const { return server_ ? server_->por
 
 void VeskoServer::handleAvatar(const std::shared_ptr<VeskoPeer>& peer) {
   const auto port = avatarPortOf(peer->port());
-  if (!port || !peer->avatar().empty()) return;
+  if (!port || !peer->avatarState().empty()) return;
   peer->setAvatar("loading");
-  // Taken apart where that keeps nobody waiting, and one after the other: a picture may be small on its way and large
-  // in memory.
-  avatarRequests_->get({peer->ip(), *port, AvatarEndpoint::path, maximumPicture, fetchPatience}, pictureQueue_,
-                       [weak = weak_from_this(), peer](std::optional<HTTPResponse> response) {
-                         if (!response || response->status != statusOk) return;
-                         if (!isSanePng(response->body, maximumSide)) return;
-                         const auto self = weak.lock();
-                         if (self) self->deliverAvatar(peer, "data:image/png;base64," + base64Encoded(response->body));
-                       });
+  avatarFetches_->get(peer, *port,
+                      [weak = weak_from_this()](const std::shared_ptr<VeskoPeer>& owner, std::string picture) {
+                        if (const auto self = weak.lock()) self->keepAvatar(owner, std::move(picture));
+                      });
 }
 
-void VeskoServer::deliverAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture) {
-  broadcastQueue_->async([weak = weak_from_this(), peer, picture = std::move(picture)]() mutable {
-    peer->setAvatar(std::move(picture));
-    MainQueue::shared()->async([weak, peer] {
-      const auto self = weak.lock();
-      if (self) self->tellOfAvatar(peer);
-    });
+/// Only the records of the table count: what the host keeps besides is its own.
+void VeskoServer::keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture) {
+  const std::string key = peer->key();
+  const auto known = peers_.find(key);  // only this queue changes the table
+  if (known != peers_.end() && known->second == peer) avatarFetches_->shares().take(key, picture.size());
+  peer->setAvatar(std::move(picture));
+  if (known != peers_.end()) tellOfAvatarSoon(key, peer);
+}
+
+void VeskoServer::forgetAvatar(const VeskoPeer& peer, const std::string& key) {
+  avatarFetches_->drop(peer);
+  avatarFetches_->shares().giveBack(key);
+}
+
+/// The host may never drain the main queue: one task waits there, however many have a picture.
+void VeskoServer::tellOfAvatarSoon(const std::string& key, const std::shared_ptr<VeskoPeer>& peer) {
+  {
+    const std::scoped_lock lock(mutex_);
+    untoldAvatars_[key] = peer;
+    if (std::exchange(isTellingOfAvatars_, true)) return;
+  }
+  MainQueue::shared()->async([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->tellOfAvatars();
   });
 }
 
-void VeskoServer::tellOfAvatar(const std::shared_ptr<VeskoPeer>& peer) {
-  const std::string key = peer->key();
-  std::shared_ptr<VeskoPeerDiscoveryDelegate> observer;
+void VeskoServer::tellOfAvatars() {
+  std::map<std::string, std::weak_ptr<VeskoPeer>> untold;
   {
     const std::scoped_lock lock(mutex_);
-    if (peers_.contains(key)) observer = delegate_;
+    untold.swap(untoldAvatars_);
+    isTellingOfAvatars_ = false;
   }
-  if (observer) observer->peerDidUpdate(key, peer);
+  for (const auto& [key, weak] : untold) {
+    const auto peer = weak.lock();
+    const auto observer = peer && peerWithKey(key) ? delegate() : nullptr;
+    if (observer) observer->peerDidUpdate(key, peer);
+  }
 }
 
 }  // namespace vesko

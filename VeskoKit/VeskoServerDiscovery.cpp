@@ -137,10 +137,15 @@ std::shared_ptr<VeskoPeer> VeskoServer::addPeer(const std::string& sender, std::
 }
 
 void VeskoServer::handleGoodbye(const std::string& sender) {
+  const PeerTable::const_iterator known = peers_.find(sender);  // only this queue changes the table
+  if (known == peers_.end()) return;
+  const auto peer = known->second;
   {
     const std::scoped_lock lock(mutex_);
-    if (peers_.erase(sender) == 0) return;
+    peers_.erase(known);
+    untoldAvatars_.erase(sender);
   }
+  forgetAvatar(*peer, sender);
   if (const auto observer = delegate()) observer->peerDidDisappear(sender);
 }
 

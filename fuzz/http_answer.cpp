@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Clock.h"
 #include "Platform/HTTPSession.h"
 #include "Platform/NSImage.h"
 #include "Platform/SelectorEventLoop.h"
@@ -43,7 +44,8 @@ class Session {
   [[nodiscard]] std::optional<HTTPResponse> get(std::string_view bytes, std::uint8_t choice, bool endsInReset) {
     std::optional<HTTPResponse> result;
     int completions = 0;
-    session_.get({"127.0.0.1", port_, "/virno/avatar", maximumBody, std::chrono::seconds(patience.tv_sec)}, queue_,
+    const std::chrono::seconds bound(patience.tv_sec);
+    session_.get({"127.0.0.1", port_, "/virno/avatar", maximumBody, bound, bound}, queue_,
                  [&](std::optional<HTTPResponse> response) {
                    result = std::move(response);
                    ++completions;
@@ -74,7 +76,7 @@ class Session {
   std::uint16_t port_ = 0;
   const std::shared_ptr<ManualQueue> queue_ = std::make_shared<ManualQueue>();
   const std::shared_ptr<SelectorEventLoop> loop_ = std::make_shared<SelectorEventLoop>();
-  HTTPSession session_{loop_, 1};
+  HTTPSession session_{loop_, Clock::system()};
 };
 
 void checkPicture(std::string_view bytes) {

@@ -5,14 +5,12 @@
 namespace vesko {
 namespace {
 
-/// The picture itself is for who asks for it: events only tell whether there is one.
-std::string stateOfAvatar(const std::string& avatar) { return avatar.empty() || avatar == "loading" ? avatar : "png"; }
-
 void refresh(PeerView& view, const VeskoPeer& peer) {
   view.ip = peer.ip();
   view.port = peer.port();
   view.systemSignature = peer.systemSignature();
-  view.avatar = stateOfAvatar(peer.avatar());
+  // The picture itself is for who asks for it.
+  view.avatar = peer.avatarState();
 }
 
 }  // namespace

@@ -242,8 +242,7 @@ TEST_F(HostileFetchTest, ThoseThatSayNothingHoldUpTheOthersForSoLong) {
   const auto waiting = ask();
   waitForTasks(server_->broadcastDispatchQueue());
   EXPECT_FALSE(machine_.hasWaiting()) << "so many are asked at once";
-  // The service is patient for as long as one receiving is.
-  for (int attempt = 0; attempt < 3 && !machine_.hasWaiting(); ++attempt) (void)silent.front().receiveAll();
+  clock_->advance(std::chrono::seconds(10));
   answer(response(picture));
   EXPECT_TRUE(arrives(*waiting));
   for (auto& connection : silent) EXPECT_EQ(connection.receiveAll(), "");

@@ -1,6 +1,9 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <algorithm>
+#include <future>
+
 #include "Platform/Base64.h"
 #include "Platform/NSApp.h"
 #include "Platform/NSImage.h"
@@ -13,6 +16,8 @@ using namespace std::string_literals;
 
 constexpr const char* avatarPath = "/virno/avatar";
 constexpr const char* urlBeginning = "data:image/png;base64,";
+constexpr std::uint32_t maximumFetches = 8;
+constexpr std::size_t maximumPicture = std::size_t{4} << 20U;
 
 /// A PNG of one pixel.
 std::string picture() {
@@ -27,11 +32,24 @@ class PictureRecorder final : public VeskoPeerDiscoveryDelegate, public EventLis
   }
 };
 
+/// A service that fetches all pictures from 127.0.0.1, whatever address a machine says hello from.
+class OneMachineServer final : public VeskoServer {
+ public:
+  using VeskoServer::VeskoServer;
+  void handleAvatar(const std::shared_ptr<VeskoPeer>& peer) override {
+    peer->setIp("127.0.0.1");
+    VeskoServer::handleAvatar(peer);
+  }
+};
+
 class VeskoServerAvatarTest : public VeskoServerTest {
  protected:
+  using Peers = std::vector<std::shared_ptr<VeskoPeer>>;
+
   VeskoServerAvatarTest() {
     ::setenv("HOME", home_.path().c_str(), 1);
-    server_ = std::make_shared<VeskoServer>(0, 0, clock_);
+    MainQueue::shared()->drain();  // what earlier services left there
+    server_ = std::make_shared<OneMachineServer>(0, 0, clock_);
     server_->downloadsFolder = folder_.path("downloads");
     server_->setDelegate(observer_);
     server_->startServer();
@@ -47,39 +65,59 @@ class VeskoServerAvatarTest : public VeskoServerTest {
     return connection.receiveAll();
   }
 
-  /// Hears a hello of a machine whose pictures are served on `port`: its record.
-  [[nodiscard]] std::shared_ptr<VeskoPeer> meet(std::uint16_t port) {
+  /// Hears a hello of a machine, 127.0.0.1 or another, whose pictures are served on `port`: its record.
+  [[nodiscard]] std::shared_ptr<VeskoPeer> meet(std::uint16_t port, std::uint32_t number = 1) {
     const auto service = static_cast<std::uint16_t>(port - 1);
-    hear("\5"s + static_cast<char>(service & 0xFFU) + static_cast<char>(service >> 8U) + "S");
-    return server_->peerWithKey("127.0.0.1");
+    hear("\5"s + static_cast<char>(service & 0xFFU) + static_cast<char>(service >> 8U) + "S", number);
+    return server_->peerWithKey("127.0.0." + std::to_string(number));
   }
 
-  void hear(const std::string& bytes) {
+  void hear(const std::string& bytes, std::uint32_t number = 1) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + number);
     const std::string from(reinterpret_cast<const char*>(&address), sizeof address);
     server_->broadcastDispatchQueue()->async([=, this] { server_->udpSocketDidReceiveData(bytes, from); });
     waitForTasks(server_->broadcastDispatchQueue());
   }
 
-  /// Answers the next request for a picture, and closes the connection.
+  /// Returns when the loop has done what it was asked for so far.
+  void waitForLoop() const { (void)answerTo(avatarPath); }
+
+  /// Answers the next request for a picture; back when the service has closed the connection.
   static void answer(const RawListener& machine, const std::string& response) {
     RawConnection connection = machine.accept();
     EXPECT_TRUE(connection.receive(4).starts_with("GET "));
     connection.send(response);
-    connection.close();
+    connection.endSending();
+    (void)connection.receiveAll();
   }
 
   static std::string response(const std::string& body, const std::string& status = "200 OK") {
     return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
   }
 
+  /// As many machines, from `first` on, as are asked at once.
+  [[nodiscard]] Peers meetMany(std::uint16_t port, std::uint32_t first = 1) {
+    Peers peers;
+    for (std::uint32_t i = 0; i < maximumFetches; ++i) peers.push_back(meet(port, first + i));
+    return peers;
+  }
+
+  [[nodiscard]] static bool hasPicture(const std::shared_ptr<VeskoPeer>& peer) {
+    return peer->avatar().starts_with(urlBeginning);
+  }
+
   /// True as soon as the picture is there; false when it does not come.
   [[nodiscard]] static bool arrives(const VeskoPeer& peer) {
+    return isSoon([&] { return peer.avatar().starts_with(urlBeginning); });
+  }
+
+  template <class Condition>
+  [[nodiscard]] static bool isSoon(Condition condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (peer.avatar() == "loading" && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    return peer.avatar().starts_with(urlBeginning);
+    while (!condition() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return condition();
   }
 
   TemporaryFolder home_;
@@ -143,17 +181,15 @@ TEST_F(VeskoServerAvatarTest, TakesNothingButAPicture) {
                                response("no picture"),
                                response(picture().substr(0, 40)),
                                response(huge),
-                               response(std::string((4U << 20U) + 1, 'x')),
+                               response(std::string(maximumPicture + 1, 'x')),
                                "HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n\r\n" + picture(),
                                "nonsense\r\n\r\n",
                                ""};
-  std::vector<std::shared_ptr<VeskoPeer>> peers;
+  Peers peers;
   for (const auto& bytes : cases) {
     const RawListener machine;
-    const auto peer = meet(machine.port());
+    peers.push_back(meet(machine.port(), static_cast<std::uint32_t>(peers.size()) + 2));
     answer(machine, bytes);
-    peers.push_back(peer);
-    hear("\3");
   }
   const RawListener machine;
   const auto good = meet(machine.port());
@@ -167,18 +203,104 @@ TEST_F(VeskoServerAvatarTest, TakesNothingButAPicture) {
   EXPECT_EQ(server_->peerWithKey("127.0.0.1")->avatar(), "");
 }
 
-TEST_F(VeskoServerAvatarTest, WhoHasLeftGetsThePictureButNoCall) {
+TEST_F(VeskoServerAvatarTest, WhoLeavesIsAskedForNothingMore) {
   const RawListener machine;
-  const auto peer = meet(machine.port());
-  hear("\3Bye Bye");
+  const Peers peers = meetMany(machine.port());
+  std::vector<RawConnection> connections;
+  for (std::uint32_t i = 0; i < maximumFetches; ++i) connections.push_back(machine.accept());
+  const auto waiting = meet(machine.port(), 101);
+  const auto next = meet(machine.port(), 102);
+  hear("\3Bye Bye", 101);
+  hear("\3Bye Bye", 1);
   answer(machine, response(picture()));
-  EXPECT_TRUE(arrives(*peer));
+  EXPECT_TRUE(arrives(*next)) << "the place of who has left is free";
+  for (auto& connection : connections) connection.send(response(picture()));
+  for (auto& connection : connections) (void)connection.receiveAll();
+  for (const auto& peer : Peers(peers.begin() + 1, peers.end())) EXPECT_TRUE(arrives(*peer));
+  EXPECT_EQ(peers.front()->avatar(), "loading");
+  EXPECT_EQ(waiting->avatar(), "loading");
+  waitForLoop();
+  EXPECT_FALSE(machine.hasWaiting());
+  EXPECT_NE(meet(machine.port()), peers.front());
+  answer(machine, response(picture()));
+  EXPECT_TRUE(arrives(*server_->peerWithKey("127.0.0.1"))) << "a new record, a new picture";
+}
+
+TEST_F(VeskoServerAvatarTest, AllPicturesTogetherAreBounded) {
+  const RawListener machine;
+  const std::string large = picture() + std::string(maximumPicture - picture().size(), 'x');
+  const Peers peers = meetMany(machine.port());
+  const auto pictures = [&] {
+    MainQueue::shared()->drain();
+    return observer_->count("main");
+  };
+  // Of 64 MiB: 5.3 MiB are less than an eighth of what three leave, and more than one of what four do.
+  for (std::size_t number = 1; number <= 4; ++number) {
+    answer(machine, response(large));
+    ASSERT_TRUE(isSoon([&] { return pictures() == number; }));
+  }
+  answer(machine, response(large));
+  const auto small = meet(machine.port(), 100);
+  std::vector<RawConnection> connections;
+  for (int i = 0; i < 3; ++i) connections.push_back(machine.accept());
+  answer(machine, response(picture()));
+  EXPECT_TRUE(arrives(*small)) << "large ones leave room";
+  EXPECT_EQ(std::ranges::count_if(peers, hasPicture), 4);
+
+  const auto first = std::ranges::find_if(peers, hasPicture) - peers.begin();
+  hear("\3", static_cast<std::uint32_t>(first) + 1);
+  EXPECT_TRUE(hasPicture(peers[static_cast<std::size_t>(first)])) << "who keeps the record keeps the picture";
+  const auto later = meet(machine.port(), 101);
+  answer(machine, response(large));
+  EXPECT_TRUE(arrives(*later)) << "a share that was given back is there for the next";
+}
+
+TEST_F(VeskoServerAvatarTest, APictureHoldsItsPlaceUntilItIsKept) {
+  const RawListener machine;
+  const Peers peers = meetMany(machine.port());
+  const auto next = meet(machine.port(), 100);
+  std::promise<void> goOn;
+  server_->broadcastDispatchQueue()->async([&] { goOn.get_future().wait(); });
+  for (std::uint32_t i = 0; i < maximumFetches; ++i) answer(machine, response(picture()));
+  for (int i = 0; i < 3; ++i) waitForLoop();
+  EXPECT_FALSE(machine.hasWaiting());
+  goOn.set_value();
+  answer(machine, response(picture()));
+  EXPECT_TRUE(arrives(*next));
+  EXPECT_TRUE(std::ranges::all_of(peers, hasPicture));
+}
+
+TEST_F(VeskoServerAvatarTest, WhoDoesNotAcceptKeepsAPlaceForTwoSeconds) {
+  const SilentListener silent;
+  const RawListener machine;
+  (void)meetMany(silent.port());
+  const auto good = meet(machine.port(), 100);
+  waitForLoop();
+  clock_->advance(std::chrono::milliseconds(1999));
+  waitForLoop();
+  EXPECT_FALSE(machine.hasWaiting());
+  clock_->advance(std::chrono::milliseconds(1));
+  answer(machine, response(picture()));
+  EXPECT_TRUE(arrives(*good));
+}
+
+TEST_F(VeskoServerAvatarTest, AMainQueueThatNobodyDrainsHoldsOneTaskAndNoPicture) {
+  const RawListener machine;
+  std::vector<std::weak_ptr<VeskoPeer>> gone;
+  for (std::uint32_t number = 1; number <= 3; ++number) {
+    for (int i = 0; i < 5; ++i) {
+      hear("\3", number);
+      const auto peer = meet(machine.port(), number);
+      answer(machine, response(picture()));
+      ASSERT_TRUE(arrives(*peer));
+      gone.push_back(peer);
+    }
+  }
+  for (const std::uint32_t number : {1U, 3U}) hear("\3", number);
   waitForTasks(server_->broadcastDispatchQueue());
-  MainQueue::shared()->drain();
-  EXPECT_EQ(observer_->all(), Strings());
-  const RawListener anew;
-  EXPECT_NE(meet(anew.port()), peer);
-  EXPECT_EQ(server_->peerWithKey("127.0.0.1")->avatar(), "loading") << "a new record, a new picture";
+  EXPECT_EQ(std::ranges::count_if(gone, &std::weak_ptr<VeskoPeer>::expired), std::ssize(gone) - 1);
+  EXPECT_EQ(MainQueue::shared()->drain(), 1U);
+  EXPECT_EQ(observer_->all(), Strings{"main 127.0.0.2"});
 }
 
 TEST_F(VeskoServerAvatarTest, ATakenPortIsShownAndListed) {

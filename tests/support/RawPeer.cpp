@@ -86,13 +86,13 @@ void RawConnection::reset() noexcept {
   descriptor_.reset();
 }
 
-RawListener::RawListener(bool listening) : descriptor_(makeSocket()) {
+RawListener::RawListener(bool listening, int backlog) : descriptor_(makeSocket()) {
   // Small, so that a sender soon has to wait for a receiver that does not read.
   setOption(descriptor_.get(), SOL_SOCKET, SO_RCVBUF, 256 * 1024);
   sockaddr_in address = loopback(0);
   socklen_t length = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(descriptor_.get(), generic, length) != 0 || (listening && ::listen(descriptor_.get(), SOMAXCONN) != 0) ||
+  if (::bind(descriptor_.get(), generic, length) != 0 || (listening && ::listen(descriptor_.get(), backlog) != 0) ||
       ::getsockname(descriptor_.get(), generic, &length) != 0) {
     throw std::system_error(lastSystemError(), "listen");
   }

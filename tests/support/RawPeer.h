@@ -40,7 +40,8 @@ class RawConnection {
 /// A port of this machine that connections can be made to; one that is not `listening` is taken, but refuses them.
 class RawListener {
  public:
-  explicit RawListener(bool listening = true);
+  /// `backlog`: connections that can wait to be accepted, beside one more.
+  explicit RawListener(bool listening = true, int backlog = 4096);
 
   [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
   [[nodiscard]] RawConnection accept() const;
@@ -51,6 +52,17 @@ class RawListener {
  private:
   FileDescriptor descriptor_;
   std::uint16_t port_ = 0;
+};
+
+/// A port that says nothing to whoever wants a connection, as a machine that is switched off.
+class SilentListener : private RawListener {
+ public:
+  SilentListener() : RawListener(true, 0), only_(RawConnection::to(port())) {}
+
+  using RawListener::port;
+
+ private:
+  RawConnection only_;  // takes up all the room there is
 };
 
 }  // namespace vesko
