@@ -4,12 +4,14 @@
 #include "Platform/DirectoryHandle.h"
 #include "Platform/FileHandle.h"
 #include "VeskoKit/PathText.h"
+#include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferStream.h"
 #include "VeskoKit/VeskoItem.h"
 
 namespace vesko {
 namespace {
 
+using TransferFailure::faultOfName;
 using FolderPointer = std::shared_ptr<const VeskoItemFolder>;
 
 struct Entry {
@@ -23,22 +25,6 @@ VeskoFailureReason reasonForError(std::error_code error) {
     return VeskoFailureReason::notFound;
   }
   return error == std::errc::filename_too_long ? VeskoFailureReason::limit : VeskoFailureReason::notReadable;
-}
-
-VeskoFailureReason reasonForName(std::string_view name) noexcept {
-  using TransferStream::NameVerdict;
-  switch (TransferStream::checkName(name)) {
-    case NameVerdict::good:
-      return VeskoFailureReason::none;
-    case NameVerdict::unsafe:
-      return VeskoFailureReason::unsafeName;
-    case NameVerdict::invalid:
-      return VeskoFailureReason::invalidText;
-    case NameVerdict::tooLong:
-    case NameVerdict::tooDeep:
-      break;
-  }
-  return VeskoFailureReason::limit;
 }
 
 std::vector<Entry> entriesOf(const DirectoryHandle& folder, std::vector<std::string> leaves) {
@@ -83,8 +69,9 @@ class ItemWalk {
 
 void ItemWalk::addChosen(const std::string& path) {
   const std::string name = lastPathComponent(path);
-  const VeskoFailureReason reason = reasonForName(name);
-  if (reason != VeskoFailureReason::none) return leaveOut(path, reason);
+  if (const auto fault = faultOfName(name); fault.reason != VeskoFailureReason::none) {
+    return leaveOut(path, fault.reason, fault.error);
+  }
 
   std::error_code error;
   if (auto handle = DirectoryHandle::open(path, error)) {
@@ -125,15 +112,15 @@ void ItemWalk::addEntry(const FolderPointer& folder, Entry& entry) {
     entry.error = std::make_error_code(std::errc::filename_too_long);
   }
   std::string name = stringByAppendingPathComponent(folder->name, entry.leaf);
-  const VeskoFailureReason nameReason = reasonForName(name);
-  const bool isGood = nameReason == VeskoFailureReason::none && !entry.error;
+  const auto fault = faultOfName(name);
+  const bool isGood = fault.reason == VeskoFailureReason::none && !entry.error;
   if (isGood && entry.attributes.kind == EntryKind::file) {
     items_.push_back(std::make_shared<VeskoFile>(folder, std::move(entry.leaf), entry.attributes.size));
     return;
   }
 
   std::string path = stringByAppendingPathComponent(folder->path, entry.leaf);
-  if (nameReason != VeskoFailureReason::none) return leaveOut(std::move(path), nameReason);
+  if (fault.reason != VeskoFailureReason::none) return leaveOut(std::move(path), fault.reason, fault.error);
   if (entry.error) return leaveOut(std::move(path), entry.error);
   if (entry.attributes.kind != EntryKind::folder) {
     return leaveOut(std::move(path), std::make_error_code(std::errc::invalid_argument));

@@ -3,6 +3,9 @@
 #include <cerrno>
 #include <utility>
 
+#include "VeskoKit/TransferLimit.h"
+#include "VeskoKit/TransferStream.h"
+
 namespace vesko::TransferFailure {
 
 namespace {
@@ -57,6 +60,23 @@ VeskoTransferOutcome cancelled() {
   outcome.kind = VeskoTransferOutcome::Kind::cancelled;
   outcome.reason = VeskoFailureReason::cancelled;
   return outcome;
+}
+
+NameFault faultOfName(std::string_view name) noexcept {
+  using TransferStream::NameVerdict;
+  switch (TransferStream::checkName(name)) {
+    case NameVerdict::unsafe:
+      return {VeskoFailureReason::unsafeName, {}};
+    case NameVerdict::invalid:
+      return {VeskoFailureReason::invalidText, {}};
+    case NameVerdict::tooLong:
+      return {VeskoFailureReason::limit, TransferLimit::nameLength};
+    case NameVerdict::tooDeep:
+      return {VeskoFailureReason::limit, TransferLimit::nameDepth};
+    case NameVerdict::good:
+      break;
+  }
+  return {};
 }
 
 VeskoFailureReason reasonOfSource(std::error_code error) {

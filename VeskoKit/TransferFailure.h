@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "Platform/SocketError.h"
@@ -17,6 +18,13 @@ namespace vesko::TransferFailure {
 
 /// The outcome of a transfer whose own side ended it.
 [[nodiscard]] VeskoTransferOutcome cancelled();
+
+/// What is wrong with an element's name: the reason, with the limit where it is one; `none` for a good name.
+struct NameFault {
+  VeskoFailureReason reason = VeskoFailureReason::none;
+  std::error_code error;
+};
+[[nodiscard]] NameFault faultOfName(std::string_view name) noexcept;
 
 /// What an error of a file that is being sent means.
 [[nodiscard]] VeskoFailureReason reasonOfSource(std::error_code error);

@@ -12,6 +12,7 @@
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "VeskoKit/TransferFailure.h"
+#include "VeskoKit/TransferLimit.h"
 #include "VeskoKit/TransferStream.h"
 #include "VeskoKit/VeskoItem.h"
 
@@ -127,7 +128,7 @@ void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
   Log::line("Incoming transfer elements=", metadata.elementCount, metadata.totalSize);
   reportProgress(0, 0);
   if (totalSize > settings_.maximumSize) {
-    fail(VeskoFailureReason::limit, {});
+    failAtLimit(TransferLimit::size);
     return;
   }
   doNextFile();
@@ -156,22 +157,17 @@ void VeskoIncomingTransfer::didReadNameBytes(std::string_view bytes) {
   if (isWhole) {
     didReadName();
   } else if (currentNameBuffer_.size() > TransferStream::maximumNameLength) {
-    fail(VeskoFailureReason::limit, "receiving a name");
+    failAtLimit(TransferLimit::nameLength);
   } else {
     readName();
   }
 }
 
 void VeskoIncomingTransfer::didReadName() {
-  using TransferStream::NameVerdict;
   currentName_ = currentNameBuffer_;
   buffer_.reset();
-  const NameVerdict verdict = TransferStream::checkName(*currentName_);
-  if (verdict != NameVerdict::good) {
-    const auto reason = verdict == NameVerdict::unsafe    ? VeskoFailureReason::unsafeName
-                        : verdict == NameVerdict::invalid ? VeskoFailureReason::invalidText
-                                                          : VeskoFailureReason::limit;
-    fail(reason, "receiving a name");
+  if (const auto fault = TransferFailure::faultOfName(*currentName_); fault.reason != VeskoFailureReason::none) {
+    fail(fault.reason, "receiving a name", fault.error);
     return;
   }
   if (TransferStream::isText(*currentName_, elementCount)) {
@@ -227,7 +223,7 @@ void VeskoIncomingTransfer::refuse() {
 void VeskoIncomingTransfer::takeElement() {
   // What is announced binds nobody: each body counts before its first byte is read.
   if (currentElementSize > settings_.maximumSize - byteFinished) {
-    fail(VeskoFailureReason::limit, {});
+    failAtLimit(TransferLimit::size);
     return;
   }
   if (isFolder_ ? prepareFolder() : prepareBody()) doNextChunk();
@@ -242,7 +238,7 @@ bool VeskoIncomingTransfer::prepareFolder() {
 bool VeskoIncomingTransfer::prepareBody() {
   if (buffer_) {
     const bool acceptable = currentElementSize <= VeskoText::maximumLength;
-    if (!acceptable) fail(VeskoFailureReason::limit, "receiving a text");
+    if (!acceptable) failAtLimit(TransferLimit::textLength);
     return acceptable;
   }
   auto prepared = storage_->prepareFile(*currentName_, currentElementSize);
@@ -357,7 +353,9 @@ void VeskoIncomingTransfer::cancel() {
   queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
 }
 
-void VeskoIncomingTransfer::giveWay() { fail(VeskoFailureReason::limit, "waiting while newer connections came in"); }
+void VeskoIncomingTransfer::giveWay() { failAtLimit(TransferLimit::connections); }
+
+void VeskoIncomingTransfer::failAtLimit(TransferLimit limit) { fail(VeskoFailureReason::limit, {}, limit); }
 
 void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
   if (ended_) return;

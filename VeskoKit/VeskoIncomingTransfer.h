@@ -23,6 +23,7 @@ class GCDAsyncSocket;
 class GCDAsyncSocketDelegate;
 class ReceivedItemStorage;
 class VeskoIncomingTransfer;
+enum class TransferLimit;
 struct SocketError;
 
 /// Hears how incoming transfers get on. Every call comes on the queue of the transfer, which all incoming transfers of
@@ -49,10 +50,13 @@ class VeskoIncomingTransferDelegate {
                                            const std::optional<std::string>& /*currentName*/,
                                            const std::optional<std::string>& /*currentPath*/) {}
 
-  /// A snippet of text has arrived whole; `text` is UTF-8 and may hold anything else.
+  /// A snippet of text has arrived whole; `text` is UTF-8, of 64 MiB at most (`VeskoText::maximumLength`), and may hold
+  /// anything else.
   virtual void incomingTransferDidReceiveText(VeskoIncomingTransfer& /*transfer*/, const std::string& /*text*/) {}
 
-  /// What arrived has moved to `path`, its final place; "" when there was nothing to move.
+  /// What arrived has moved to `path`, its final place; "" when there was nothing to move. Several items, and one that
+  /// is named as storage folders are, stand in a folder "Received by Vesko at" and the start time. Where the name is
+  /// taken a number stands before its extension; a name beyond 255 bytes loses characters before the number.
   virtual void incomingTransferDidSaveItems(VeskoIncomingTransfer& /*transfer*/, const std::string& /*path*/) {}
 };
 
@@ -195,6 +199,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void noteReception() noexcept { lastReception_ = ++*settings_.receptions; }
   void reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent);
   void fail(VeskoFailureReason reason, std::string operation, std::error_code error = {});
+  void failAtLimit(TransferLimit limit);
   void end(VeskoTransferOutcome outcome);
 
   std::shared_ptr<GCDAsyncSocket> socket_;

@@ -109,8 +109,8 @@ class VeskoFile : public VeskoItem {
 /// A snippet of text, sent as the only element of its transfer.
 class VeskoText : public VeskoItem {
  public:
-  /// The longest snippet (bytes) that is received: it is kept in memory, so there is a bound, far above what a person
-  /// copies.
+  /// The longest snippet (64 MiB) that is received: it is kept in memory, so there is a bound, far above what a person
+  /// copies. A longer one is sent, but breaks off at the other side.
   static constexpr std::uint64_t maximumLength = 64 * 1024 * 1024;
 
   /// `text`: UTF-8.

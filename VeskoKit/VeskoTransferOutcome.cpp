@@ -25,7 +25,7 @@ constexpr std::array reasonTexts = {
     ReasonText{connectionLost, "connectionLost", "the connection was lost", true},
     ReasonText{unsafeName, "unsafeName", "a name like this could lead out of the receiving folder"},
     ReasonText{invalidText, "invalidText", "not valid UTF-8"},
-    ReasonText{limit, "limit", "larger, longer, deeper or more than is accepted"},
+    ReasonText{limit, "limit", "its name or path is longer than this system takes"},
     ReasonText{noSpace, "noSpace", "no space left on the disk"},
     ReasonText{storage, "storage", "it cannot be stored", true},
     ReasonText{sourceChanged, "sourceChanged", "the file changed while it was being sent", true},
@@ -43,8 +43,13 @@ static_assert(isIndexedByReason());
 
 const ReasonText& textOf(VeskoFailureReason reason) noexcept { return reasonTexts[static_cast<std::size_t>(reason)]; }
 
+/// True for a code that says all there is to say, unlike those of the system.
+bool isOurs(std::error_code error) noexcept {
+  return error && error.category() != std::system_category() && error.category() != std::generic_category();
+}
+
 std::string causeOf(VeskoFailureReason reason, std::error_code error) {
-  if (error == SocketErrc::endOfStream || error == SocketErrc::sourceEnded) return error.message();
+  if (isOurs(error)) return error.message();
   if (reason == notReadable && error == std::errc::invalid_argument) return "it is neither a file nor a folder";
   if (reason == notReadable && error == std::errc::too_many_symbolic_link_levels) return "its links lead in a circle";
   if (reason == noSpace && error == std::errc::file_too_large) return "files as large as that cannot be stored there";

@@ -23,8 +23,8 @@ enum class VeskoFailureReason : std::uint8_t {
   connectionLost,     ///< the connection ended before the stream did
   unsafeName,         ///< a name that could lead out of the folder received into
   invalidText,        ///< a name or snippet that is not UTF-8
-  limit,              ///< larger, longer, deeper or more than is accepted
-  noSpace,            ///< no room on the disk, or no quota left
+  limit,              ///< larger, longer, deeper or more than is accepted; the description says which
+  noSpace,            ///< no room on the disk, no quota left, or a limit of file sizes
   storage,            ///< the disk or folder received into failed otherwise
   sourceChanged,      ///< a file shrank, vanished or was replaced while it was being sent
   refused,            ///< this host does not want the transfer

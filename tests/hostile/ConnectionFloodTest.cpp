@@ -35,8 +35,7 @@ TEST_F(HostileTest, TheLongestSilentTransferGivesWay) {
   expectGone(third);
   const auto outcome = recorder_->lastOutcome();
   EXPECT_EQ(outcome.reason, VeskoFailureReason::limit);
-  EXPECT_EQ(outcome.description(),
-            "waiting while newer connections came in: larger, longer, deeper or more than is accepted");
+  EXPECT_EQ(outcome.description(), "too many connections at once, and this one had been silent for longest");
 
   auto fifth = connectAndSend(metadata(1, 1), "Incoming transfer elements= 1");
   expectGone(fourth);
