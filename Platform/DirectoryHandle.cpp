@@ -183,6 +183,11 @@ std::shared_ptr<DirectoryHandle> DirectoryHandle::openFolder(const std::string& 
   return error ? nullptr : std::make_shared<DirectoryHandle>(std::move(descriptor));
 }
 
+std::shared_ptr<FileHandle> DirectoryHandle::openFile(const std::string& name, std::error_code& error) const {
+  assert(isComponent(name));
+  return FileHandle::forReadingInFolder(descriptor_.get(), name, error);
+}
+
 void DirectoryHandle::makeFolder(const std::string& name, std::error_code& error) const {
   assert(isComponent(name));
   setOnFailure(::mkdirat(descriptor_.get(), name.c_str(), S_IRWXU | S_IRWXG | S_IRWXO), error);

@@ -46,6 +46,9 @@ class DirectoryHandle {
   /// Opens a folder inside this one.
   [[nodiscard]] std::shared_ptr<DirectoryHandle> openFolder(const std::string& name, std::error_code& error) const;
 
+  /// Opens a regular file directly inside this one for reading, as `FileHandle::forReadingAtPath` does, links followed.
+  [[nodiscard]] std::shared_ptr<FileHandle> openFile(const std::string& name, std::error_code& error) const;
+
   /// Makes a folder; the modes left by the process's umask of 0777. `std::errc::file_exists` when the name is taken.
   void makeFolder(const std::string& name, std::error_code& error) const;
 

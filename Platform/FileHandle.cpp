@@ -12,10 +12,15 @@
 namespace vesko {
 
 std::shared_ptr<FileHandle> FileHandle::forReadingAtPath(const std::string& path, std::error_code& error) {
+  return forReadingInFolder(AT_FDCWD, path, error);
+}
+
+std::shared_ptr<FileHandle> FileHandle::forReadingInFolder(int folder, const std::string& path,
+                                                           std::error_code& error) {
   error.clear();
   // Without O_NONBLOCK a named pipe would hold the caller until somebody writes to it.
   const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-  FileDescriptor descriptor(uninterrupted([&] { return ::open(path.c_str(), flags); }));
+  FileDescriptor descriptor(uninterrupted([&] { return ::openat(folder, path.c_str(), flags); }));
   struct stat status {};
   if (!descriptor || ::fstat(descriptor.get(), &status) != 0) {
     // What a socket answers to being opened.

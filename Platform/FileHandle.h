@@ -25,6 +25,10 @@ class FileHandle : public std::enable_shared_from_this<FileHandle> {
   /// be opened; `std::errc::invalid_argument` when it is something other than a regular file.
   [[nodiscard]] static std::shared_ptr<FileHandle> forReadingAtPath(const std::string& path, std::error_code& error);
 
+  /// The same for a path that is relative to an open folder.
+  [[nodiscard]] static std::shared_ptr<FileHandle> forReadingInFolder(int folder, const std::string& path,
+                                                                      std::error_code& error);
+
   /// A handle whose writes go nowhere: the destination of a body that is to be read and dropped.
   [[nodiscard]] static std::shared_ptr<FileHandle> nullDevice(std::error_code& error);
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "Platform/DirectoryHandle.h"
@@ -27,16 +28,37 @@ VeskoFailureReason reasonForError(std::error_code error) {
   return error == std::errc::filename_too_long ? VeskoFailureReason::limit : VeskoFailureReason::notReadable;
 }
 
+/// What is wrong with a file that is said to be empty; no error when it is.
+std::error_code flawOfEmptyFile(FileHandle& file) {
+  std::error_code error;
+  std::array<char, 1> byte{};
+  if (file.readAt(0, byte, error) == 0) return error;
+  // One that has grown meanwhile has a length by now; it is sent at the one that was listed.
+  const bool hasLength = !file.readDataOfLength(1, error).empty();
+  return error || hasLength ? error : VeskoItemErrc::lengthUnknown;
+}
+
+std::error_code flawOf(const DirectoryHandle& folder, const std::string& leaf, const FileAttributes& attributes) {
+  if (attributes.kind != EntryKind::file) return {};
+  if (!attributes.isOwnReadable && !folder.isReadable(leaf)) return std::make_error_code(std::errc::permission_denied);
+  if (attributes.size > 0) return {};
+  std::error_code error;
+  const auto file = folder.openFile(leaf, error);
+  return file ? flawOfEmptyFile(*file) : error;
+}
+
+std::string pathOf(const VeskoItem& listed) {
+  const auto* const folder = dynamic_cast<const VeskoDir*>(&listed);
+  return folder != nullptr ? folder->path() : dynamic_cast<const VeskoFile&>(listed).path();
+}
+
 std::vector<Entry> entriesOf(const DirectoryHandle& folder, std::vector<std::string> leaves) {
   std::vector<Entry> entries;
   entries.reserve(leaves.size());
   for (std::string& leaf : leaves) {
     std::error_code error;
     const FileAttributes attributes = folder.attributes(leaf, true, error);
-    const bool isReadable = attributes.isOwnReadable || attributes.kind != EntryKind::file || folder.isReadable(leaf);
-    if (!error && !isReadable) {
-      error = std::make_error_code(std::errc::permission_denied);
-    }
+    if (!error) error = flawOf(folder, leaf, attributes);
     entries.push_back({std::move(leaf), attributes, error});
   }
   return entries;
@@ -48,9 +70,11 @@ class ItemWalk {
   explicit ItemWalk(std::vector<VeskoSkippedElement>& leftOut) : leftOut_(leftOut) {}
 
   void addChosen(const std::string& path);
+  void leaveOutWhatLooksLikeText();
   [[nodiscard]] VeskoItems takeItems() { return std::move(items_); }
 
  private:
+  void addChosenFile(const std::string& path, const std::string& name);
   void addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryHandle> handle);
   void addEntry(const FolderPointer& folder, Entry& entry);
   void descend(std::string path, std::string name);
@@ -78,11 +102,27 @@ void ItemWalk::addChosen(const std::string& path) {
     return addFolder(std::make_shared<const VeskoItemFolder>(VeskoItemFolder{path, name}), std::move(handle));
   }
   if (error != std::errc::not_a_directory) return leaveOut(path, error);
+  addChosenFile(path, name);
+}
 
-  if (!FileHandle::forReadingAtPath(path, error)) return leaveOut(path, error);
+void ItemWalk::addChosenFile(const std::string& path, const std::string& name) {
+  std::error_code error;
+  // Without the slashes at its end, which would make a file look as if it were not there.
+  const auto handle = FileHandle::forReadingAtPath(stringByAppendingPathComponent(path, {}), error);
+  if (!handle) return leaveOut(path, error);
+  if (path.ends_with('/')) return leaveOut(path, VeskoFailureReason::notReadable, VeskoItemErrc::notAFolder);
   auto file = std::make_shared<VeskoFile>(path, name);
-  if (file->sourceError()) return leaveOut(path, file->sourceError());
+  error = file->sourceError();
+  if (!error && file->size() == 0) error = flawOfEmptyFile(*handle);
+  if (error) return leaveOut(path, error);
   items_.push_back(std::move(file));
+}
+
+void ItemWalk::leaveOutWhatLooksLikeText() {
+  if (items_.size() != 1 || !TransferStream::isText(items_.front()->name(), 1)) return;
+  // An empty folder too: not every receiver looks for the mark of folders first.
+  leaveOut(pathOf(*items_.front()), VeskoFailureReason::unsafeName, VeskoItemErrc::textName);
+  items_.clear();
 }
 
 void ItemWalk::addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryHandle> handle) {
@@ -141,6 +181,7 @@ void ItemWalk::descend(std::string path, std::string name) {
 VeskoItems walkPaths(const std::vector<std::string>& paths, std::vector<VeskoSkippedElement>& leftOut) {
   ItemWalk walk(leftOut);
   for (const std::string& path : paths) walk.addChosen(path);
+  walk.leaveOutWhatLooksLikeText();
   return walk.takeItems();
 }
 

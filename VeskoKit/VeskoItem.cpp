@@ -13,11 +13,33 @@
 namespace vesko {
 namespace {
 
+class ItemCategory : public std::error_category {
+ public:
+  [[nodiscard]] const char* name() const noexcept override { return "vesko.item"; }
+
+  [[nodiscard]] std::string message(int code) const override {
+    switch (static_cast<VeskoItemErrc>(code)) {
+      case VeskoItemErrc::lengthUnknown:
+        return "its length is not known in advance (it says 0 bytes, but holds some)";
+      case VeskoItemErrc::textName:
+        return "by itself it would arrive as a text; put it into a folder and send that";
+      case VeskoItemErrc::notAFolder:
+        return "it is a file, not a folder";
+    }
+    return "unknown error " + std::to_string(code);
+  }
+};
+
 std::shared_ptr<const VeskoItemFolder> makeFolder(std::string path, std::string name) {
   return std::make_shared<const VeskoItemFolder>(VeskoItemFolder{std::move(path), std::move(name)});
 }
 
 }  // namespace
+
+std::error_code make_error_code(VeskoItemErrc code) noexcept {
+  static const ItemCategory category;
+  return {static_cast<int>(code), category};
+}
 
 VeskoItem::VeskoItem(std::string name, std::uint64_t size, std::uint64_t protocolSize)
     : leaf_(std::move(name)), size_(size), protocolSize_(protocolSize) {}

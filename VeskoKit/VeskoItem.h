@@ -14,6 +14,15 @@ namespace vesko {
 class Data;
 class FileHandle;
 
+/// Why the walk leaves something out, besides the errors of the system.
+enum class VeskoItemErrc {
+  lengthUnknown = 1,  ///< a file that is said to have 0 bytes, but holds some: those of /proc, say
+  textName,           ///< the only element is called what a snippet of text is, which it would arrive as
+  notAFolder,         ///< a path that ends in "/" leads to a file
+};
+
+[[nodiscard]] std::error_code make_error_code(VeskoItemErrc code) noexcept;
+
 /// Where elements of one folder are: its path on this machine, and the name it has in the stream. Shared by everything
 /// directly inside, so that a listed element costs little more than its own last component.
 struct VeskoItemFolder {
@@ -133,7 +142,11 @@ using VeskoItems = std::vector<std::shared_ptr<VeskoItem>>;
 ///
 /// What cannot be sent is left out, with everything inside it, and added to `leftOut` with the reason: what does not
 /// exist, cannot be read or is no file or folder; a folder that is its own ancestor; a name the other side would refuse
-/// (not UTF-8, too long or too deep). Blocks while it queries the file system; any thread.
+/// (not UTF-8, of more than 4,096 bytes or 256 components); and what `VeskoItemErrc` lists. Every file that is said to
+/// be empty is tried for a first byte. Blocks while it queries the file system; any thread.
 [[nodiscard]] VeskoItems walkPaths(const std::vector<std::string>& paths, std::vector<VeskoSkippedElement>& leftOut);
 
 }  // namespace vesko
+
+template <>
+struct std::is_error_code_enum<vesko::VeskoItemErrc> : std::true_type {};

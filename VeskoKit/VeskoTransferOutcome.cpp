@@ -3,6 +3,7 @@
 #include <array>
 
 #include "Platform/SocketError.h"
+#include "VeskoKit/VeskoItem.h"
 
 namespace vesko {
 namespace {

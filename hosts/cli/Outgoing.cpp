@@ -11,7 +11,7 @@ ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
   PreparedTransfer transfer = prepare(session);
   if (transfer.items.empty()) {
     run.takeWaitingEvents();
-    return ExitCode::incomplete;
+    return transfer.looksLikeText ? ExitCode::usage : ExitCode::incomplete;
   }
   // Before, an interruption ends the program at once; from here on the other side has to be told.
   run.handleInterrupts(ExitCode::interrupted);

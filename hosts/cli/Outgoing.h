@@ -9,7 +9,7 @@
 namespace vesko {
 
 /// Sends what `prepare` prepares, and follows it to its end. Where that is nothing, nobody is connected to and the
-/// result is that all was left out.
+/// result is that all was left out, or that it has to be called for otherwise.
 [[nodiscard]] ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
                                      const std::function<PreparedTransfer(Session&)>& prepare);
 

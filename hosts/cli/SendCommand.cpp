@@ -1,7 +1,9 @@
 #include "hosts/cli/SendCommand.h"
 
+#include <filesystem>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "Platform/FileManager.h"
 #include "VeskoKit/PathText.h"
@@ -13,20 +15,28 @@ namespace {
 
 /// The path that `named` stands for, ending in the name that it is to be sent under: "." and the like have none.
 std::string pathToSend(const std::string& named) {
-  const std::string leaf = named.ends_with('/') ? "" : lastPathComponent(named);
+  const std::string leaf = lastPathComponent(named);
   if (!leaf.empty() && leaf != "." && leaf != "..") return named;
   std::error_code error;
   std::string path = FileManager::canonicalPath(named, error);
   return error ? named : path;
 }
 
-/// Each path once.
+/// What `path` leads to, and the name it is sent under: two paths that agree in both say the same.
+std::pair<std::string, std::string> meaningOf(const std::string& path) {
+  std::error_code error;
+  std::string target = FileManager::canonicalPath(path, error);
+  if (error) target = std::filesystem::path(path).lexically_normal().string();
+  return {std::move(target), lastPathComponent(path)};
+}
+
+/// Each path once, however it is spelt.
 std::vector<std::string> pathsToSend(const std::vector<std::string>& named) {
   std::vector<std::string> paths;
-  std::set<std::string> known;
+  std::set<std::pair<std::string, std::string>> known;
   for (const auto& one : named) {
     std::string path = pathToSend(one);
-    if (known.insert(path).second) paths.push_back(std::move(path));
+    if (known.insert(meaningOf(path)).second) paths.push_back(std::move(path));
   }
   return paths;
 }

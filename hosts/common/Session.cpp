@@ -111,7 +111,9 @@ PreparedTransfer Session::prepare(const std::vector<std::string>& paths) {
   std::vector<VeskoSkippedElement> leftOut;
   VeskoItems items = VeskoTransfer::itemsForPaths(paths, &leftOut);
   observer_->noteLeftOut(id, TransferDirection::out, leftOut);
-  return {id, nameOfItems(items), std::move(items)};
+  const bool looksLikeText =
+      std::ranges::any_of(leftOut, [](const auto& one) { return one.error == VeskoItemErrc::textName; });
+  return {id, nameOfItems(items), std::move(items), looksLikeText};
 }
 
 PreparedTransfer Session::prepareText(std::string text) {

@@ -40,6 +40,7 @@ struct PreparedTransfer {
   TransferId id = 0;
   std::string name;  ///< for people
   VeskoItems items;
+  bool looksLikeText = false;  ///< all that was left would arrive as a text, so it was left out too
 };
 
 /// What a host does with the library: one service, the machines it knows, the transfers it runs, and the events they

@@ -51,7 +51,7 @@ class WalkFaultsTest : public FaultsTest {
 TEST_F(WalkFaultsTest, ListsOrNamesEverything) {
   const Sendable chosen = sendable("several");
   const std::pair<int, std::vector<std::string_view>> cases[] = {
-      {EIO, {"open", "openat", "stat", "fstat", "fstatat", "faccessat", "readdir"}},
+      {EIO, {"open", "openat", "stat", "fstat", "fstatat", "faccessat", "readdir", "pread"}},
       {EACCES, {"open", "openat", "stat", "fstatat", "faccessat"}},
       {EMFILE, {"open", "openat"}},
       {ENOMEM, {"open", "openat", "stat", "fstat", "fstatat", "fdopendir"}},

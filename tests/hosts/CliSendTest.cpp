@@ -30,19 +30,34 @@ TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {
   folder_.write("dir/[a,b]", "b");
   folder_.write("dir/{}", "c");
   folder_.write("dir/text", "d");
+  std::filesystem::create_symlink("text", folder_.path("dir/link"));
+  std::filesystem::create_symlink("sub", folder_.path("dir/linkToSub"));
   const auto receiver = startReceiver();
-  const std::pair<std::string, std::string> cases[] = {
-      {".", "dir"},       {"sub/..", "dir (2)"}, {"sub/", "sub"},  {"sub/.", "sub (2)"},
-      {"[a,b]", "[a,b]"}, {"{}", "{}"},          {"text", "text"},
+  const struct {
+    Arguments paths;
+    std::string saved;
+  } cases[] = {
+      {{"."}, "/dir: 9 elements, 6 bytes"},
+      {{"sub/.."}, "/dir (2): 9 elements, 6 bytes"},
+      {{"sub/"}, "/sub: 2 elements, 1 byte"},
+      {{"sub/."}, "/sub (2): 2 elements, 1 byte"},
+      {{"[a,b]"}, "/[a,b]: 1 byte"},
+      {{"{}"}, "/{}: 1 byte"},
+      {{"text"}, "/text: 1 byte"},
+      {{"linkToSub/"}, "/linkToSub: 2 elements, 1 byte"},
+      {{"text", "./text", "sub/../text", "linkToSub/../text"}, "/text (2): 1 byte"},
+      {{"sub", "sub/", "../dir/sub"}, "/sub (3): 2 elements, 1 byte"},
+      {{"link", "text"}, ": 2 elements, 2 bytes"},
   };
-  for (const auto& [path, name] : cases) {
-    auto setup = setupFor({"send", "--to", peer(), "--quiet", path});
+  for (const auto& [paths, saved] : cases) {
+    auto setup = setupFor({"send", "--to", peer(), "--quiet"});
     setup.arguments.insert(setup.arguments.begin(), {"/usr/bin/env", "-C", folder_.path("dir")});
+    setup.arguments.insert(setup.arguments.end(), paths.begin(), paths.end());
     Process sender(setup);
     const auto result = resultOf(sender);
-    EXPECT_EQ(result.code, 0) << path << result.errors;
-    EXPECT_EQ(result.output + result.errors, "") << path;
-    EXPECT_TRUE(receiver->waitForOutput(folder_.path("in/" + name) + ':')) << path;
+    EXPECT_EQ(result.code, 0) << paths.front() << result.errors;
+    EXPECT_EQ(result.output + result.errors, "") << paths.front();
+    EXPECT_TRUE(receiver->waitForOutput(saved + " from")) << saved << " is missing in\n" << receiver->output();
   }
 }
 
@@ -87,9 +102,22 @@ TEST_F(CliSendTest, NamesWhatCouldNotBeSent) {
   EXPECT_EQ(run({"send", "--to", "127.0.0.1", "--port", std::to_string(refusing.port()), file}).code, 4);
 
   // Nothing is left, so nobody has to be reached.
-  result = run({"send", "--to", addressOf(refusing.port()), folder_.path("none\x1b[2J")});
-  EXPECT_EQ(result.code, 6);
-  EXPECT_NE(result.errors.find("none\\u{1b}[2J\": it does not exist"), std::string::npos) << result.errors;
+  const struct {
+    std::string path;
+    int code;
+    std::string complaint;
+  } cases[] = {
+      {folder_.path("none\x1b[2J"), 6, "none\\u{1b}[2J\": it does not exist"},
+      {"/proc/cpuinfo", 6, "\"/proc/cpuinfo\": its length is not known in advance"},
+      {file + "/", 6, "a/\": it is a file, not a folder"},
+      {folder_.write("___VIRNO___TEXT___", "x"), 2,
+       "TEXT___\": by itself it would arrive as a text; put it into a folder"},
+  };
+  for (const auto& [path, code, complaint] : cases) {
+    result = run({"send", "--to", addressOf(refusing.port()), path});
+    EXPECT_EQ(result.code, code);
+    EXPECT_NE(result.errors.find(complaint), std::string::npos) << result.errors;
+  }
 
   const auto receiver = startReceiver();
   result = run({"send", "--to", peer(), "--json", folder_.path("none"), file});

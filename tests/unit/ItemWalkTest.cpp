@@ -89,7 +89,7 @@ TEST_F(ItemWalkTest, LeavesOutWhatCannotBeSent) {
   walk({"missing", "file/", "pipe", "caf\xe9", ".", "file/..", "file", "top"});
   EXPECT_EQ(sortedNames(), (Names{"file", "top", "top/kept"}));
   EXPECT_EQ(reasons(), (Reasons{{"missing", notFound},
-                                {"file/", notFound},
+                                {"file/", notReadable},
                                 {"pipe", notReadable},
                                 {"caf\xe9", invalidText},
                                 {".", unsafeName},
@@ -103,6 +103,42 @@ TEST_F(ItemWalkTest, LeavesOutWhatCannotBeSent) {
   EXPECT_TRUE(walkPaths({"", "/", ".."}, leftOut_).empty());
   for (const auto& skipped : leftOut_) EXPECT_EQ(skipped.reason, unsafeName) << skipped.element;
   EXPECT_EQ(leftOut_.size(), 3U);
+}
+
+TEST_F(ItemWalkTest, LeavesOutWhatWouldArriveAsSomethingElse) {
+  const std::string text = "___VIRNO___TEXT___";
+  folder_.write("text/" + text, "x");
+  folder_.makeFolder("emptyFolder/" + text);
+  folder_.write("fullFolder/" + text + "/x", "");
+  folder_.write("mixed/empty", "");
+  // The kernel knows how long this is only once somebody has read it.
+  fs::create_symlink("/proc/cpuinfo", folder_.path("mixed/unmeasured"));
+  const struct {
+    Names chosen;
+    Names sent;
+    std::vector<std::pair<std::string, std::error_code>> leftOut;
+  } cases[] = {
+      {{"text/" + text}, {}, {{"text/" + text, VeskoItemErrc::textName}}},
+      {{"emptyFolder/" + text}, {}, {{"emptyFolder/" + text, VeskoItemErrc::textName}}},
+      {{"missing", "text/" + text},
+       {},
+       {{"missing", {ENOENT, std::system_category()}}, {"text/" + text, VeskoItemErrc::textName}}},
+      {{"text/" + text, "mixed/empty"}, {text, "empty"}, {}},
+      {{"text"}, {"text", "text/" + text}, {}},
+      {{"fullFolder/" + text}, {text, text + "/x"}, {}},
+      {{"mixed"}, {"mixed", "mixed/empty"}, {{"mixed/unmeasured", VeskoItemErrc::lengthUnknown}}},
+      {{"mixed/unmeasured"}, {}, {{"mixed/unmeasured", VeskoItemErrc::lengthUnknown}}},
+      {{"mixed/empty/"}, {}, {{"mixed/empty/", VeskoItemErrc::notAFolder}}},
+  };
+  for (const auto& [chosen, sent, expected] : cases) {
+    walk(chosen);
+    EXPECT_EQ(names(), sent);
+    ASSERT_EQ(leftOut_.size(), expected.size()) << chosen.front();
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+      EXPECT_EQ(leftOut_[i].element, folder_.path(expected[i].first));
+      EXPECT_EQ(leftOut_[i].error, expected[i].second) << leftOut_[i].error.message();
+    }
+  }
 }
 
 TEST_F(ItemWalkTest, FollowsLinksButNotInCircles) {

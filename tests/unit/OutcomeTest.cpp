@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/SocketError.h"
+#include "VeskoKit/VeskoItem.h"
 #include "VeskoKit/VeskoTransferOutcome.h"
 
 namespace vesko {
@@ -32,6 +33,8 @@ TEST(Outcome, IsDescribedByThingAndCause) {
   EXPECT_EQ(
       descriptionOf({"/a/pipe", VeskoFailureReason::notReadable, std::make_error_code(std::errc::invalid_argument)}),
       "\"/a/pipe\": it is neither a file nor a folder");
+  EXPECT_EQ(descriptionOf({"/a", VeskoFailureReason::notReadable, VeskoItemErrc::notAFolder}),
+            "\"/a\": it is a file, not a folder");
 }
 
 }  // namespace
