@@ -9,9 +9,15 @@ namespace {
 
 bool isDigit(char character) noexcept { return character >= '0' && character <= '9'; }
 
-bool isLetterOrDigit(char character) noexcept {
+bool isLetter(char character) noexcept {
   const char lower = static_cast<char>(character | 0x20);
-  return isDigit(character) || (lower >= 'a' && lower <= 'z');
+  return lower >= 'a' && lower <= 'z';
+}
+
+bool isLetterOrDigit(char character) noexcept { return isDigit(character) || isLetter(character); }
+
+bool isInAnyCase(char character, char wanted) noexcept {
+  return character == wanted || (isLetter(wanted) && (character ^ wanted) == 0x20);
 }
 
 /// The longest part of the beginning of `text`, which is UTF-8, that has at most `length` bytes and cuts no character.
@@ -27,19 +33,22 @@ bool isStorageName(std::string_view name) noexcept {
   if (name.size() != storagePrefix.size() + storageDateLength + storageRandomLength) return false;
   const auto date = name.substr(storagePrefix.size(), storageDateLength);
   const auto random = name.substr(storagePrefix.size() + storageDateLength);
-  return name.starts_with(storagePrefix) && std::ranges::all_of(date, isDigit) &&
-         std::ranges::all_of(random, isLetterOrDigit);
+  return std::ranges::equal(name.substr(0, storagePrefix.size()), storagePrefix, isInAnyCase) &&
+         std::ranges::all_of(date, isDigit) && std::ranges::all_of(random, isLetterOrDigit);
 }
 
 std::string numberedName(const std::string& name, std::uint64_t counter) {
   const auto number = " (" + std::to_string(counter) + ")";
   const auto extension = pathExtension(name);
   const auto ending = extension.empty() ? number : number + "." + extension;
-  // An extension of such a length is none, and would leave no room for what it extends.
-  if (ending.size() > maximumLength / 2) {
-    return std::string(beginning(name, maximumLength - number.size())) + number;
+  if (ending.size() < maximumLength) {
+    const auto stem = stringByDeletingPathExtension(name);
+    if (const auto kept = beginning(stem, maximumLength - ending.size()); !kept.empty()) {
+      return std::string(kept) + ending;
+    }
   }
-  return std::string(beginning(stringByDeletingPathExtension(name), maximumLength - ending.size())) + ending;
+  // Nothing would be left of what the extension extends.
+  return std::string(beginning(name, maximumLength - number.size())) + number;
 }
 
 }  // namespace vesko::ReceivedItemNames

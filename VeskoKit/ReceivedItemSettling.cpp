@@ -46,7 +46,8 @@ std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
   if (needsFolder) {
     delivered = moveToFreeName(*base_, name_, *base_, nameForSeveral(startTime_), error);
   } else if (!entries.empty()) {
-    delivered = moveToFreeName(*root_, entries.front(), *base_, entries.front(), error);
+    const auto name = spellings_.onlyNameAtTop().value_or(entries.front());
+    delivered = moveToFreeName(*root_, name, *base_, name, error);
   }
   if (error) return std::nullopt;
   if (needsFolder) {
@@ -71,7 +72,7 @@ void ReceivedItemStorage::remove() {
 void ReceivedItemStorage::close() noexcept {
   base_.reset();
   root_.reset();
-  parent_.reset();
+  parent_ = {};
   parentFolders_.clear();
   lastFile_.clear();
 }
@@ -81,8 +82,11 @@ std::size_t ReceivedItemStorage::sweep(const std::string& basePath) {
   std::error_code error;
   const auto base = DirectoryHandle::open(basePath, error);
   if (!base) return count;
-  for (const auto& name : base->contents(error)) {
-    if (!ReceivedItemNames::isStorageName(name)) continue;
+  for (const auto& listed : base->contents(error)) {
+    if (!ReceivedItemNames::isStorageName(listed)) continue;
+    // Where letter case counts, one in another is none of ours.
+    const auto name =
+        std::string(ReceivedItemNames::storagePrefix).append(listed, ReceivedItemNames::storagePrefix.size());
     const auto folder = base->openFolder(name, error);
     if (!folder || !isAbandoned(*base, name, *folder)) continue;
     base->removeTree(name, error);

@@ -12,6 +12,7 @@
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/TransferStream.h"
+#include "VeskoKit/VeskoItem.h"
 
 namespace vesko {
 namespace {
@@ -37,7 +38,8 @@ constexpr std::array errorsOfName = {
 ReceivedItemStorage::Preparation preparation(std::error_code error, std::shared_ptr<FileHandle> file = nullptr) {
   using Verdict = ReceivedItemStorage::Verdict;
   if (!error) return {Verdict::stored, std::move(file), error};
-  const bool isOfName = std::ranges::any_of(errorsOfName, [&](std::errc code) { return error == code; });
+  const bool isOfName = error == VeskoItemErrc::nameTaken ||
+                        std::ranges::any_of(errorsOfName, [&](std::errc code) { return error == code; });
   return {isOfName ? Verdict::dropped : Verdict::failed, nullptr, error};
 }
 
@@ -49,26 +51,23 @@ bool claim(const DirectoryHandle& base, const std::string& name, const Directory
   return !isLockedByAnother && base.leadsTo(name, folder, error);
 }
 
-void makeFolder(const DirectoryHandle& parent, const std::string& name, std::error_code& error) {
-  parent.makeFolder(name, error);
-  if (error != std::errc::file_exists) return;
-  const auto kind = parent.attributes(name, false, error).kind;
-  if (!error && kind != EntryKind::folder) error = std::make_error_code(std::errc::not_a_directory);
-}
+/// What some file systems answer to a name that they cannot have, and all of them where the folder is gone or takes
+/// nothing.
+constexpr std::array errorsOfNameOrFolder = {
+    std::errc::no_such_file_or_directory,
+    std::errc::operation_not_permitted,
+    std::errc::operation_not_supported,
+};
 
-std::shared_ptr<DirectoryHandle> openOrMakeFolder(const DirectoryHandle& parent, const std::string& name,
-                                                  std::error_code& error) {
-  auto folder = parent.openFolder(name, error);
-  if (error != std::errc::no_such_file_or_directory) return folder;
-  makeFolder(parent, name, error);
-  return error ? nullptr : parent.openFolder(name, error);
-}
-
-std::shared_ptr<FileHandle> makeFile(const DirectoryHandle& parent, const std::string& name, std::error_code& error) {
-  auto file = parent.makeFile(name, error);
-  if (error != std::errc::file_exists) return file;
-  parent.removeFile(name, error);
-  return error ? nullptr : parent.makeFile(name, error);
+/// The error with which something could not be made, or the one of a name when the folder takes others.
+std::error_code causeOf(std::error_code error, const DirectoryHandle& parent) {
+  const auto isError = [&](std::errc code) { return error == code; };
+  if (std::ranges::none_of(errorsOfNameOrFolder, isError)) return error;
+  const std::string plain = "vesko";
+  std::error_code obstacle;
+  if (parent.makeFile(plain, obstacle)) parent.removeFile(plain, obstacle);
+  const bool takesOthers = !obstacle || obstacle == std::errc::file_exists;
+  return takesOthers ? std::make_error_code(std::errc::invalid_argument) : error;
 }
 
 }  // namespace
@@ -103,7 +102,9 @@ std::error_code ReceivedItemStorage::makeStorageFolder() {
     if (error) return error;
     auto folder = base_->openFolder(name_, error);
     if (folder && claim(*base_, name_, *folder, error)) {
-      parent_ = root_ = std::move(folder);
+      root_ = std::move(folder);
+      parent_ = {root_, ReceivedItemSpellings::top};
+      spellings_.examine(*root_, error);
       return error;
     }
     if (error && error != std::errc::no_such_file_or_directory) {
@@ -126,16 +127,61 @@ bool ReceivedItemStorage::hasRoomFor(std::uint64_t size) {
   return true;
 }
 
+void ReceivedItemStorage::noteEntry(const Place& parent, const std::string& name) {
+  spellings_.note(parent.number, name);
+}
+
+void ReceivedItemStorage::makeFolder(const Place& parent, const std::string& name, std::error_code& error) {
+  parent.folder->makeFolder(name, error);
+  if (!error) return noteEntry(parent, name);
+  if (error != std::errc::file_exists) {
+    error = causeOf(error, *parent.folder);
+  } else if (spellings_.knows(parent.number, name)) {
+    const auto kind = parent.folder->attributes(name, false, error).kind;
+    if (!error && kind != EntryKind::folder) error = std::make_error_code(std::errc::not_a_directory);
+  } else {
+    error = VeskoItemErrc::nameTaken;
+  }
+}
+
+ReceivedItemStorage::Place ReceivedItemStorage::openOrMakeFolder(const Place& parent, const std::string& name,
+                                                                 std::error_code& error) {
+  std::shared_ptr<DirectoryHandle> folder;
+  error = std::make_error_code(std::errc::no_such_file_or_directory);
+  if (spellings_.knows(parent.number, name)) folder = parent.folder->openFolder(name, error);
+  if (error == std::errc::no_such_file_or_directory) {
+    makeFolder(parent, name, error);
+    if (!error) folder = parent.folder->openFolder(name, error);
+  }
+  return {std::move(folder), spellings_.folder(parent.number, name)};
+}
+
+std::shared_ptr<FileHandle> ReceivedItemStorage::makeFile(const std::string& name, std::error_code& error) {
+  auto file = parent_.folder->makeFile(name, error);
+  if (error == std::errc::file_exists && spellings_.knows(parent_.number, name)) {
+    parent_.folder->removeFile(name, error);
+    if (!error) file = parent_.folder->makeFile(name, error);
+  }
+  if (error == std::errc::file_exists) {
+    error = VeskoItemErrc::nameTaken;
+  } else if (error) {
+    error = causeOf(error, *parent_.folder);
+  } else {
+    noteEntry(parent_, name);
+  }
+  return file;
+}
+
 std::error_code ReceivedItemStorage::enterFolder(std::vector<std::string> folders) {
   std::error_code error;
   const auto [held, wanted] = std::ranges::mismatch(parentFolders_, folders);
   const bool isBelowHeld = held == parentFolders_.end();
-  auto folder = isBelowHeld ? parent_ : root_;
+  auto place = isBelowHeld ? parent_ : Place{root_, ReceivedItemSpellings::top};
   for (auto name = isBelowHeld ? wanted : folders.begin(); name != folders.end(); ++name) {
-    folder = openOrMakeFolder(*folder, *name, error);
+    place = openOrMakeFolder(place, *name, error);
     if (error) return error;
   }
-  parent_ = std::move(folder);
+  parent_ = std::move(place);
   parentFolders_ = std::move(folders);
   return error;
 }
@@ -154,7 +200,7 @@ ReceivedItemStorage::Preparation ReceivedItemStorage::prepareFolder(std::string_
   auto error = makeStorageFolder();
   if (error) return {Verdict::failed, nullptr, error};
   const auto leaf = enterParentOf(name, error);
-  if (!error) makeFolder(*parent_, leaf, error);
+  if (!error) makeFolder(parent_, leaf, error);
   return preparation(error);
 }
 
@@ -166,7 +212,7 @@ ReceivedItemStorage::Preparation ReceivedItemStorage::prepareFile(std::string_vi
   if (error) return {Verdict::failed, nullptr, error};
   auto leaf = enterParentOf(name, error);
   if (error) return preparation(error);
-  auto file = makeFile(*parent_, leaf, error);
+  auto file = makeFile(leaf, error);
   if (!error) lastFile_ = std::move(leaf);
   return preparation(error, std::move(file));
 }
@@ -175,9 +221,10 @@ bool ReceivedItemStorage::discardLastFile() {
   const auto file = std::exchange(lastFile_, {});
   std::error_code error;
   for (int attempt = 0; !file.empty() && attempt < removalAttempts; ++attempt) {
-    parent_->removeFile(file, error);
+    parent_.folder->removeFile(file, error);
     if (!error) break;
   }
+  if (!error) spellings_.forget(parent_.number, file);
   return !error;
 }
 

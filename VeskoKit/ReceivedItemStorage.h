@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Platform/DirectoryHandle.h"
+#include "VeskoKit/ReceivedItemSpellings.h"
 
 namespace vesko {
 
@@ -52,7 +53,8 @@ class ReceivedItemStorage {
   /// somebody take the chosen name until then, another one is drawn.
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// Makes the folder of an element, and missing ones above it; one that exists is accepted.
+  /// Makes the folder of an element, and missing ones above it; one that exists is accepted. Here and below, an element
+  /// is dropped when the file system takes its name, or that of a folder above it, for another one that came before.
   /// Requires: `name` is good by `TransferStream::checkName`, here and below.
   [[nodiscard]] Preparation prepareFolder(std::string_view name);
 
@@ -81,11 +83,20 @@ class ReceivedItemStorage {
   /// The failure that ended the transfer may be the one that stands in the way of a removal, and pass.
   static constexpr int removalAttempts = 2;
 
+  struct Place {
+    std::shared_ptr<DirectoryHandle> folder;
+    ReceivedItemSpellings::Folder number = ReceivedItemSpellings::top;
+  };
+
   void chooseName();
   [[nodiscard]] std::error_code makeStorageFolder();
   [[nodiscard]] bool hasRoomFor(std::uint64_t size);
   [[nodiscard]] std::string enterParentOf(std::string_view name, std::error_code& error);
   [[nodiscard]] std::error_code enterFolder(std::vector<std::string> folders);
+  void noteEntry(const Place& parent, const std::string& name);
+  void makeFolder(const Place& parent, const std::string& name, std::error_code& error);
+  [[nodiscard]] Place openOrMakeFolder(const Place& parent, const std::string& name, std::error_code& error);
+  [[nodiscard]] std::shared_ptr<FileHandle> makeFile(const std::string& name, std::error_code& error);
   void close() noexcept;
 
   std::string basePath_;
@@ -96,9 +107,10 @@ class ReceivedItemStorage {
 
   // Three folders are held whatever the depth: siblings, which usually come in a row, cost no walk from the top.
   std::shared_ptr<DirectoryHandle> base_;
-  std::shared_ptr<DirectoryHandle> root_;    ///< the storage folder, locked while it is ours
-  std::shared_ptr<DirectoryHandle> parent_;  ///< of the element prepared last
-  std::vector<std::string> parentFolders_;   ///< the way from `root_` to `parent_`
+  std::shared_ptr<DirectoryHandle> root_;   ///< the storage folder, locked while it is ours
+  Place parent_;                            ///< of the element prepared last
+  std::vector<std::string> parentFolders_;  ///< the way from `root_` to `parent_`
+  ReceivedItemSpellings spellings_;
 
   std::string lastFile_;  ///< inside `parent_`; "" when the element prepared last is no file
   std::uint64_t estimatedFreeBytes_ = 0;

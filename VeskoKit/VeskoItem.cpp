@@ -25,6 +25,8 @@ class ItemCategory : public std::error_category {
         return "by itself it would arrive as a text; put it into a folder and send that";
       case VeskoItemErrc::notAFolder:
         return "it is a file, not a folder";
+      case VeskoItemErrc::nameTaken:
+        return "the disk takes its name for that of something else in this transfer";
     }
     return "unknown error " + std::to_string(code);
   }

@@ -19,6 +19,7 @@ enum class VeskoItemErrc {
   lengthUnknown = 1,  ///< a file that is said to have 0 bytes, but holds some: those of /proc, say
   textName,           ///< the only element is called what a snippet of text is, which it would arrive as
   notAFolder,         ///< a path that ends in "/" leads to a file
+  nameTaken,          ///< received: the disk takes its name for that of another element of the transfer
 };
 
 [[nodiscard]] std::error_code make_error_code(VeskoItemErrc code) noexcept;

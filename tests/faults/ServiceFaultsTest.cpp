@@ -173,7 +173,8 @@ TEST_F(ListenerFaultsTest, KeepsOfAFailedTransferOnlyWhatIsWhole) {
   for (const std::size_t count : {std::size_t{0}, std::size_t{1}, SystemFaults::forever}) {
     received_->take();
     {
-      SystemFaults faults({{EIO, {"unlinkat"}, 1, count}});
+      // The first removal is of what the folder is examined with.
+      SystemFaults faults({{EIO, {"unlinkat"}, 2, count}});
       RawConnection sender = RawConnection::to(server_->boundTcpPort());
       sender.send(StreamBytes::metadata(3, 9) + StreamBytes::file("whole", "1234") + StreamBytes::header("half", 5) +
                   "12");

@@ -23,6 +23,7 @@ struct State {
   std::condition_variable changed;
   bool isArmed = false;
   std::vector<Armed> faults;
+  std::string (*spelling)(std::string) = nullptr;
   std::map<std::string, std::size_t, std::less<>> calls;
   std::size_t connects = 0;
   std::size_t accepts = 0;
@@ -49,6 +50,7 @@ std::optional<int> strike(Armed& fault, std::string_view call) {
 SystemFaults::SystemFaults(std::vector<Fault> faults) {
   const std::scoped_lock lock(state().mutex);
   state().isArmed = true;
+  state().spelling = nullptr;
   state().faults.clear();
   for (auto& fault : faults) state().faults.push_back({std::move(fault)});
   state().calls.clear();
@@ -60,6 +62,11 @@ SystemFaults::~SystemFaults() {
   const std::scoped_lock lock(state().mutex);
   state().isArmed = false;
   isSpared = false;
+}
+
+void SystemFaults::spellNames(std::string (*spelling)(std::string name)) {
+  const std::scoped_lock lock(state().mutex);
+  state().spelling = spelling;
 }
 
 SystemFaults::AsProduct::AsProduct() { isSpared = false; }
@@ -100,6 +107,11 @@ std::optional<int> fault(std::string_view call) {
     if (const auto error = strike(armed, call)) return error;
   }
   return std::nullopt;
+}
+
+std::string spelled(const char* name) {
+  const std::scoped_lock lock(state().mutex);
+  return !state().isArmed || isSpared || state().spelling == nullptr ? name : state().spelling(name);
 }
 
 void countConnect() {

@@ -34,6 +34,10 @@ class SystemFaults {
   SystemFaults(const SystemFaults&) = delete;
   SystemFaults& operator=(const SystemFaults&) = delete;
 
+  /// Has the names that calls take inside a folder reach the system as this spells them, as on a file system that takes
+  /// different names for one. A name that becomes "" is one that it cannot have.
+  void spellNames(std::string (*spelling)(std::string name));
+
   /// Runs a part of the product on this thread.
   template <class Task>
   auto asProduct(Task task) {

@@ -20,6 +20,7 @@
 namespace {
 
 using vesko::SystemFaults;
+using vesko::WrappedCalls::spelled;
 namespace WrappedCalls = vesko::WrappedCalls;
 
 /// Small enough to cut every stretch of a body many times, large enough not to take forever.
@@ -107,7 +108,7 @@ int __wrap_fstat(int descriptor, struct stat* status) {
 
 int __real_fstatat(int, const char*, struct stat*, int);
 int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags) {
-  return unlessItFails("fstatat", -1, [&] { return __real_fstatat(folder, name, status, flags); });
+  return unlessItFails("fstatat", -1, [&] { return __real_fstatat(folder, spelled(name).c_str(), status, flags); });
 }
 
 int __real_fstatvfs(int, struct statvfs*);
@@ -137,7 +138,7 @@ int __wrap_mkdir(const char* path, mode_t mode) {
 
 int __real_mkdirat(int, const char*, mode_t);
 int __wrap_mkdirat(int folder, const char* name, mode_t mode) {
-  return unlessItFails("mkdirat", -1, [&] { return __real_mkdirat(folder, name, mode); });
+  return unlessItFails("mkdirat", -1, [&] { return __real_mkdirat(folder, spelled(name).c_str(), mode); });
 }
 
 int __real_open(const char*, int, ...);
@@ -157,7 +158,7 @@ int __wrap_openat(int folder, const char* name, int flags, ...) {
   const mode_t mode = creates ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   const auto* const call = creates ? "openat creating" : "openat";
-  return unlessItFails(call, -1, [&] { return __real_openat(folder, name, flags, mode); });
+  return unlessItFails(call, -1, [&] { return __real_openat(folder, spelled(name).c_str(), flags, mode); });
 }
 
 int __real_pipe2(int*, int);
@@ -187,12 +188,15 @@ ssize_t __wrap_recv(int descriptor, void* buffer, std::size_t length, int flags)
 
 int __real_renameat(int, const char*, int, const char*);
 int __wrap_renameat(int from, const char* name, int to, const char* newName) {
-  return unlessItFails("renameat", -1, [&] { return __real_renameat(from, name, to, newName); });
+  return unlessItFails("renameat", -1,
+                       [&] { return __real_renameat(from, spelled(name).c_str(), to, spelled(newName).c_str()); });
 }
 
 int __real_renameat2(int, const char*, int, const char*, unsigned);
 int __wrap_renameat2(int from, const char* name, int to, const char* newName, unsigned flags) {
-  return unlessItFails("renameat2", -1, [&] { return __real_renameat2(from, name, to, newName, flags); });
+  return unlessItFails("renameat2", -1, [&] {
+    return __real_renameat2(from, spelled(name).c_str(), to, spelled(newName).c_str(), flags);
+  });
 }
 
 ssize_t __real_send(int, const void*, std::size_t, int);
@@ -230,7 +234,7 @@ int __wrap_stat(const char* path, struct stat* status) {
 
 int __real_unlinkat(int, const char*, int);
 int __wrap_unlinkat(int folder, const char* name, int flags) {
-  return unlessItFails("unlinkat", -1, [&] { return __real_unlinkat(folder, name, flags); });
+  return unlessItFails("unlinkat", -1, [&] { return __real_unlinkat(folder, spelled(name).c_str(), flags); });
 }
 
 }  // extern "C"

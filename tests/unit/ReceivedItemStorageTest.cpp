@@ -104,6 +104,17 @@ TEST_F(ReceivedItemStorageTest, DeliversASingleEntryUnderTheFirstFreeName) {
       {{"./dots//./file.txt/"}, {"dots", "dots (2)"}},
       {{"line\nfeed \x1b[1m.txt"}, {"line\nfeed \x1b[1m.txt", "line\nfeed \x1b[1m (2).txt"}},
       {{umlauts}, {umlauts, repeated("\xC3\xA4", 123) + " (2).txt"}},
+      {{"a." + std::string(200, 'x')}, {"a." + std::string(200, 'x'), "a (2)." + std::string(200, 'x')}},
+      {{"abcde." + std::string(249, 'x')}, {"abcde." + std::string(249, 'x'), "a (2)." + std::string(249, 'x')}},
+      {{"\xC3\xA4"
+        "b." +
+        std::string(249, 'x')},
+       {"\xC3\xA4"
+        "b." +
+            std::string(249, 'x'),
+        "\xC3\xA4"
+        "b." +
+            std::string(247, 'x') + " (2)"}},
       {{"a." + std::string(253, 'x')}, {"a." + std::string(253, 'x'), "a." + std::string(249, 'x') + " (2)"}},
   };
   for (const auto& [elements, names] : cases) {
