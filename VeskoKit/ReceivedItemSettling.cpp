@@ -23,6 +23,24 @@ std::string nameForSeveral(std::chrono::system_clock::time_point startTime) {
   return sanitizedString("Received by Vesko at " + DateFormatter("yyyy-MM-dd hh-mm").stringFromDate(startTime));
 }
 
+/// Removes a storage folder, unless something else is in its place. What cannot be removed even by a second attempt is
+/// left to the next sweep.
+void removeStorage(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
+  std::error_code error;
+  for (int attempt = 0; attempt < ReceivedItemStorage::removalAttempts; ++attempt) {
+    if (base.leadsTo(name, folder, error)) base.removeTree(name, error);
+    if (!error) return;
+  }
+}
+
+/// The same for one that is not held, and was `identity` when it was.
+void removeStorage(const std::string& basePath, const std::string& name, const FileIdentity& identity) {
+  std::error_code error;
+  const auto base = DirectoryHandle::open(basePath, error);
+  const auto folder = base ? base->openFolder(name, error) : nullptr;
+  if (folder && folder->identity(error) == identity && !error) removeStorage(*base, name, *folder);
+}
+
 /// True when the folder is one that a transfer of this user left behind. It is locked then, for as long as it is held.
 bool isAbandoned(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
   std::error_code error;
@@ -58,14 +76,24 @@ std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
   return delivered.empty() ? delivered : stringByAppendingPathComponent(basePath_, delivered);
 }
 
+bool ReceivedItemStorage::takesLongToRemove() const noexcept {
+  return root_ && (entryCount_ > quicklyRemovedEntries || byteCount_ > quicklyRemovedBytes);
+}
+
+std::function<void()> ReceivedItemStorage::giveUp() {
+  std::error_code error;
+  const auto identity = root_ ? root_->identity(error) : FileIdentity{};
+  if (!root_ || error) {
+    remove();
+    return [] {};
+  }
+  close();
+  return [basePath = basePath_, name = name_, identity] { removeStorage(basePath, name, identity); };
+}
+
 void ReceivedItemStorage::remove() {
   if (!root_) return;
-  std::error_code error;
-  // What cannot be removed even by a second attempt is left to the next sweep.
-  for (int attempt = 0; attempt < removalAttempts; ++attempt) {
-    if (base_->leadsTo(name_, *root_, error)) base_->removeTree(name_, error);
-    if (!error) break;
-  }
+  removeStorage(*base_, name_, *root_);
   close();
 }
 

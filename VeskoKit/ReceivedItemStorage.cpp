@@ -128,6 +128,7 @@ bool ReceivedItemStorage::hasRoomFor(std::uint64_t size) {
 }
 
 void ReceivedItemStorage::noteEntry(const Place& parent, const std::string& name) {
+  ++entryCount_;
   spellings_.note(parent.number, name);
 }
 
@@ -213,7 +214,10 @@ ReceivedItemStorage::Preparation ReceivedItemStorage::prepareFile(std::string_vi
   auto leaf = enterParentOf(name, error);
   if (error) return preparation(error);
   auto file = makeFile(leaf, error);
-  if (!error) lastFile_ = std::move(leaf);
+  if (!error) {
+    lastFile_ = std::move(leaf);
+    byteCount_ += size;
+  }
   return preparation(error, std::move(file));
 }
 

@@ -25,6 +25,13 @@ class FileHandle;
 /// only.
 class ReceivedItemStorage {
  public:
+  /// The failure that ended the transfer may be the one that stands in the way of a removal, and pass.
+  static constexpr int removalAttempts = 2;
+
+  /// What a disk removes within some milliseconds, which is less than handing it on is worth.
+  static constexpr std::uint64_t quicklyRemovedEntries = 100;
+  static constexpr std::uint64_t quicklyRemovedBytes = 64ULL * 1024 * 1024;
+
   enum class Verdict : std::uint8_t {
     stored,   ///< the element has its place
     dropped,  ///< this element cannot be created; others can
@@ -75,14 +82,19 @@ class ReceivedItemStorage {
   /// Removes the storage folder with all it holds.
   void remove();
 
+  /// True when `remove` would keep others on this queue waiting: of many entries, or of more bytes than a file system
+  /// frees in a moment.
+  [[nodiscard]] bool takesLongToRemove() const noexcept;
+
+  /// Lets go of the storage folder, and leaves its removal to a task that may run anywhere, once. Until it does no
+  /// descriptor is held.
+  [[nodiscard]] std::function<void()> giveUp();
+
   /// Removes the storage folders that dead transfers left in `basePath`: folders of the name above that belong to this
   /// user and that no living process holds. The number removed.
   static std::size_t sweep(const std::string& basePath);
 
  private:
-  /// The failure that ended the transfer may be the one that stands in the way of a removal, and pass.
-  static constexpr int removalAttempts = 2;
-
   struct Place {
     std::shared_ptr<DirectoryHandle> folder;
     ReceivedItemSpellings::Folder number = ReceivedItemSpellings::top;
@@ -114,6 +126,8 @@ class ReceivedItemStorage {
 
   std::string lastFile_;  ///< inside `parent_`; "" when the element prepared last is no file
   std::uint64_t estimatedFreeBytes_ = 0;
+  std::uint64_t entryCount_ = 0;  ///< made, those that gave way included
+  std::uint64_t byteCount_ = 0;   ///< that these were to hold
 };
 
 }  // namespace vesko

@@ -68,8 +68,6 @@ VeskoIncomingTransfer::VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> soc
       remoteAddress_(socket_->connectedHost()),
       startTime_(queue_->clock()->now()) {}
 
-VeskoIncomingTransfer::~VeskoIncomingTransfer() = default;
-
 std::shared_ptr<VeskoIncomingTransfer> VeskoIncomingTransfer::make(
     std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
     std::shared_ptr<DispatchQueue> queue, VeskoIncomingTransferSettings settings) {
@@ -108,7 +106,7 @@ void VeskoIncomingTransfer::socketDidReadData(GCDAsyncSocket& /*socket*/, const 
   } else {
     Log::line("Incoming didRead", data.size(), tag);
   }
-  if (ended_) return;
+  if (isOver_) return;
   if (tag == tagFileName) {
     didReadNameBytes(data.view());
   } else if (tag == tagFileBody) {
@@ -198,7 +196,7 @@ void VeskoIncomingTransfer::didReadSize(const Data& data) {
 template <class Act>
 void VeskoIncomingTransfer::decide(Act act) {
   const auto settle = [self = shared_from_this(), act] {
-    if (self->ended_ || self->decision_ != Decision::awaited) return;
+    if (self->isOver_ || self->decision_ != Decision::awaited) return;
     self->decision_ = Decision::made;
     act(*self);
   };
@@ -299,7 +297,7 @@ void VeskoIncomingTransfer::didReadBody(const Data& data) {
 
 void VeskoIncomingTransfer::socketDidReadPartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t length,
                                                              std::int64_t tag) {
-  if (tag != tagFileBody || ended_) return;
+  if (tag != tagFileBody || isOver_) return;
   noteReception();
   partialSize += length;
   if (partialSize < lastReportedPartialSize + partialReportInterval) return;
@@ -325,62 +323,6 @@ void VeskoIncomingTransfer::completeElement() {
     buffer_.reset();
   }
   doNextFile();
-}
-
-void VeskoIncomingTransfer::finish() {
-  Log::line("Finished transfer");
-  std::error_code error;
-  const std::optional<std::string> path = storage_->settle(error);
-  if (error) {
-    fail(TransferFailure::reasonOfStorage(error), "moving what arrived to its place", error);
-    return;
-  }
-  // Not before everything has its place: the sender takes the orderly end for the news of that.
-  socket_->disconnect();
-  socket_.reset();
-  if (path && delegate_) delegate_->incomingTransferDidSaveItems(*this, *path);
-  if (delegate_) delegate_->incomingTransferDidFinish(*this);
-  end({});
-}
-
-void VeskoIncomingTransfer::socketDidDisconnect(GCDAsyncSocket& /*socket*/, const SocketError& error) {
-  if (ended_) return;
-  const auto failure = TransferFailure::fromSocket(error, {});
-  fail(failure.reason, failure.operation, failure.error);
-}
-
-void VeskoIncomingTransfer::cancel() {
-  queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
-}
-
-void VeskoIncomingTransfer::giveWay() { failAtLimit(TransferLimit::connections); }
-
-void VeskoIncomingTransfer::failAtLimit(TransferLimit limit) { fail(VeskoFailureReason::limit, {}, limit); }
-
-void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
-  if (ended_) return;
-  auto outcome = reason == VeskoFailureReason::cancelled
-                     ? TransferFailure::cancelled()
-                     : TransferFailure::make(reason, std::move(operation), error, buffer_ ? "" : currentName());
-  if (socket_) socket_->disconnectWithReset();
-  const bool isRestWhole = !std::exchange(currentFile_, nullptr) || storage_->discardLastFile();
-  if (settings_.keepPartial && isRestWhole) {
-    std::error_code unsettled;
-    outcome.keptPath = storage_->settle(unsettled).value_or("");
-  }
-  storage_->remove();
-  end(std::move(outcome));
-}
-
-void VeskoIncomingTransfer::end(VeskoTransferOutcome outcome) {
-  ended_ = true;
-  outcome.dropped = std::move(dropped_);
-  outcome.droppedCount = droppedCount_;
-  socket_.reset();
-  storage_.reset();
-  droppedBody_.reset();
-  buffer_.reset();
-  if (settings_.outcomeDelegate) settings_.outcomeDelegate->incomingTransferDidEnd(*this, outcome);
 }
 
 void VeskoIncomingTransfer::reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent) {

@@ -87,6 +87,10 @@ struct VeskoIncomingTransferSettings {
 
   /// Counts what the transfers of one service receive, on their queue.
   std::shared_ptr<std::uint64_t> receptions = std::make_shared<std::uint64_t>(0);
+
+  /// Where a failed transfer's storage is removed when that takes long, so that others go on meanwhile; the outcome
+  /// waits for it. None: on the transfer's queue.
+  std::shared_ptr<DispatchQueue> removalQueue;
 };
 
 /// The receiving end of one transfer: reads the stream from an accepted connection and stores what it carries.
@@ -119,7 +123,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   Counter<std::uint64_t> lastReportedPartialSize;  ///< `partialSize` at the last report made from it
   Counter<std::uint64_t> queuedSize;               ///< bytes of the current body for which reads were issued
 
-  /// The connection; none once the transfer has ended. This and the following: on the transfer's queue only.
+  /// The connection; none once the transfer is over, which may be before its outcome. This and the following: on the
+  /// transfer's queue only.
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
   [[nodiscard]] const std::string& currentBasePath() const noexcept { return currentBasePath_; }
   [[nodiscard]] std::string currentName() const { return currentName_.value_or(""); }
@@ -200,6 +205,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent);
   void fail(VeskoFailureReason reason, std::string operation, std::error_code error = {});
   void failAtLimit(TransferLimit limit);
+  void letGo();
   void end(VeskoTransferOutcome outcome);
 
   std::shared_ptr<GCDAsyncSocket> socket_;
@@ -225,6 +231,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::vector<VeskoSkippedElement> dropped_;
   std::size_t droppedCount_ = 0;
   std::uint64_t lastReception_ = 0;
+  bool isOver_ = false;  // but for the outcome, which may be yet to come
   std::atomic<bool> ended_{false};
 };
 

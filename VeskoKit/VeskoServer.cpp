@@ -1,6 +1,8 @@
 #include "VeskoKit/VeskoServer.h"
 
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <iostream>
 #include <utility>
 
@@ -29,6 +31,10 @@ constexpr std::uint64_t descriptorsForTransfer = 8;
 /// More transfers at once than people start, few enough to look through with each connection.
 constexpr std::uint64_t mostIncomingTransfers = 512;
 
+/// A start waits no longer for the sweep, which then goes on: what the dead left is usually gone in no time, but
+/// hundreds of thousands of files, or a slow disk, must not keep everybody from being heard.
+constexpr std::chrono::seconds sweepPatience{1};
+
 }  // namespace
 
 VeskoServer::VeskoServer() : VeskoServer(defaultPort, defaultPort) {}
@@ -40,6 +46,7 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
           std::clamp<std::uint64_t>(DescriptorLimit::current() / descriptorsForTransfer, 1, mostIncomingTransfers)),
       broadcastQueue_(DispatchQueue::serialWithThread("broadcast", clock ? clock : Clock::system())),
       incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())),
+      removalQueue_(DispatchQueue::serialWithThread("removal")),
       ownAddresses_(std::make_unique<OwnAddresses>()) {
   makeAvatarEndpoint();
 }
@@ -64,7 +71,13 @@ void VeskoServer::startDiscovery() {
 void VeskoServer::sweepStorage() const {
   std::error_code error;
   const std::string folder = downloadsFolder.empty() ? FileManager::downloadsDirectory(error) : downloadsFolder;
-  if (!error) ReceivedItemStorage::sweep(folder);
+  if (error) return;
+  const auto swept = std::make_shared<std::promise<void>>();
+  removalQueue_->async([folder, swept] {
+    ReceivedItemStorage::sweep(folder);
+    swept->set_value();
+  });
+  (void)swept->get_future().wait_for(sweepPatience);
 }
 
 /// Listed first: an alert runs the program's event loop, which may look.

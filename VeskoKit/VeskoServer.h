@@ -134,9 +134,10 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Who decides what is let in; without one everything is. Any thread; it counts for connections accepted from now on.
   void setIncomingGuard(std::shared_ptr<VeskoIncomingTransferGuard> guard);
 
-  /// Sweeps the storage folders of dead transfers and opens the endpoints. One that cannot be opened is listed in
-  /// `failedEndpoints` and shown to the user; the start goes on with the next. A later call tries those that are not
-  /// open again. Throws `std::system_error` when the system has no thread left for the endpoint of pictures.
+  /// Sweeps the storage folders of dead transfers, in the background once that takes longer than a second, and opens
+  /// the endpoints. One that cannot be opened is listed in `failedEndpoints` and shown to the user; the start goes on
+  /// with the next. A later call tries those that are not open again. Throws `std::system_error` when the system has no
+  /// thread left for the endpoint of pictures.
   virtual void startServer();
 
   /// Opens the discovery endpoint alone, in place of `startServer`, for a program that only looks around: it sees the
@@ -213,11 +214,13 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Lets go of the transfers that have ended. Any thread.
   void pruneFinishedTransfers();
 
-  /// The serial queues "broadcast" (discovery) and "incoming" (everything received).
+  /// The serial queues "broadcast" (discovery), "incoming" (everything received) and "removal" (of storage that would
+  /// keep other transfers waiting).
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& broadcastDispatchQueue() const noexcept {
     return broadcastQueue_;
   }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& incomingDispatchQueue() const noexcept { return incomingQueue_; }
+  [[nodiscard]] const std::shared_ptr<DispatchQueue>& removalDispatchQueue() const noexcept { return removalQueue_; }
 
   /// A connection was accepted, on the "incoming" queue; not for hosts.
   void socketDidAcceptNewSocket(GCDAsyncSocket& listener, std::shared_ptr<GCDAsyncSocket> newSocket);
@@ -268,6 +271,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
 
   const std::shared_ptr<DispatchQueue> broadcastQueue_;
   const std::shared_ptr<DispatchQueue> incomingQueue_;
+  const std::shared_ptr<DispatchQueue> removalQueue_;
   std::shared_ptr<SelectorEventLoop> loop_;
   std::unique_ptr<AvatarEndpoint> server_;
   std::shared_ptr<AvatarFetches> avatarFetches_;

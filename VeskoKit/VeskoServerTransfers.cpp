@@ -38,8 +38,8 @@ void VeskoServer::startListener() {
 }
 
 void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::shared_ptr<GCDAsyncSocket> newSocket) {
-  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize,
-                                         nullptr,         nullptr,     receptions_};
+  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize, nullptr,
+                                         nullptr,         receptions_, removalQueue_};
   std::shared_ptr<VeskoIncomingTransferDelegate> delegate;
   {
     const std::scoped_lock lock(mutex_);
@@ -65,7 +65,8 @@ void VeskoServer::makeRoomForIncoming() {
   std::shared_ptr<VeskoIncomingTransfer> idlest;
   std::erase_if(liveIncomingTransfers_, [&](const auto& listed) {
     const auto transfer = listed.lock();
-    if (!transfer || transfer->hasEnded()) return true;
+    // One whose storage is being removed holds no connection, and no descriptor, any more.
+    if (!transfer || !transfer->socket()) return true;
     if (!idlest || transfer->lastReception() < idlest->lastReception()) idlest = transfer;
     return false;
   });

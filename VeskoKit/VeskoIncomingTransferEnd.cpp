@@ -1,0 +1,91 @@
+#include <utility>
+
+#include "Platform/DispatchQueue.h"
+#include "Platform/GCDAsyncSocket.h"
+#include "VeskoKit/Log.h"
+#include "VeskoKit/ReceivedItemStorage.h"
+#include "VeskoKit/TransferFailure.h"
+#include "VeskoKit/TransferLimit.h"
+#include "VeskoKit/VeskoIncomingTransfer.h"
+
+namespace vesko {
+
+VeskoIncomingTransfer::~VeskoIncomingTransfer() {
+  if (storage_ && settings_.removalQueue && storage_->takesLongToRemove()) {
+    settings_.removalQueue->async(storage_->giveUp());
+  }
+}
+
+void VeskoIncomingTransfer::finish() {
+  Log::line("Finished transfer");
+  std::error_code error;
+  const std::optional<std::string> path = storage_->settle(error);
+  if (error) {
+    fail(TransferFailure::reasonOfStorage(error), "moving what arrived to its place", error);
+    return;
+  }
+  // Not before everything has its place: the sender takes the orderly end for the news of that.
+  socket_->disconnect();
+  socket_.reset();
+  if (path && delegate_) delegate_->incomingTransferDidSaveItems(*this, *path);
+  if (delegate_) delegate_->incomingTransferDidFinish(*this);
+  end({});
+}
+
+void VeskoIncomingTransfer::socketDidDisconnect(GCDAsyncSocket& /*socket*/, const SocketError& error) {
+  if (isOver_) return;
+  const auto failure = TransferFailure::fromSocket(error, {});
+  fail(failure.reason, failure.operation, failure.error);
+}
+
+void VeskoIncomingTransfer::cancel() {
+  queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
+}
+
+void VeskoIncomingTransfer::giveWay() { failAtLimit(TransferLimit::connections); }
+
+void VeskoIncomingTransfer::failAtLimit(TransferLimit limit) { fail(VeskoFailureReason::limit, {}, limit); }
+
+void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
+  if (isOver_) return;
+  auto outcome = reason == VeskoFailureReason::cancelled
+                     ? TransferFailure::cancelled()
+                     : TransferFailure::make(reason, std::move(operation), error, buffer_ ? "" : currentName());
+  if (socket_) socket_->disconnectWithReset();
+  const bool isHalfWay = std::exchange(currentFile_, nullptr) != nullptr;
+  if (settings_.keepPartial && (!isHalfWay || storage_->discardLastFile())) {
+    std::error_code unsettled;
+    outcome.keptPath = storage_->settle(unsettled).value_or("");
+  }
+  letGo();
+  if (!settings_.removalQueue || !storage_->takesLongToRemove()) {
+    storage_->remove();
+    end(std::move(outcome));
+    return;
+  }
+  settings_.removalQueue->async(
+      [self = shared_from_this(), remove = storage_->giveUp(), outcome = std::move(outcome)]() mutable {
+        remove();
+        const auto queue = self->queue_;
+        queue->async([self = std::move(self), outcome = std::move(outcome)] { self->end(outcome); });
+      });
+}
+
+/// From here on nothing but the outcome is to come, and no descriptor is held but those of the storage.
+void VeskoIncomingTransfer::letGo() {
+  isOver_ = true;
+  socket_.reset();
+  droppedBody_.reset();
+  buffer_.reset();
+}
+
+void VeskoIncomingTransfer::end(VeskoTransferOutcome outcome) {
+  letGo();
+  ended_ = true;
+  storage_.reset();
+  outcome.dropped = std::move(dropped_);
+  outcome.droppedCount = droppedCount_;
+  if (settings_.outcomeDelegate) settings_.outcomeDelegate->incomingTransferDidEnd(*this, outcome);
+}
+
+}  // namespace vesko
