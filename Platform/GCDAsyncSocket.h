@@ -33,6 +33,13 @@ class GCDAsyncSocketDelegate {
   virtual void socketDidReadPartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t /*length*/,
                                                 std::int64_t /*tag*/) {}
 
+  /// A read has not been completed within its time-out: the answer is how many seconds more it gets; 0 or less fails it
+  /// and closes the connection. `elapsed`: seconds since it became the first in line; `bytesDone`: bytes of it so far.
+  [[nodiscard]] virtual double socketShouldTimeoutReadWithTag(GCDAsyncSocket& /*socket*/, std::int64_t /*tag*/,
+                                                              double /*elapsed*/, std::uint64_t /*bytesDone*/) {
+    return 0.0;
+  }
+
   /// All bytes of a write have been handed over.
   virtual void socketDidWriteDataWithTag(GCDAsyncSocket& /*socket*/, std::int64_t /*tag*/) {}
 
@@ -79,7 +86,8 @@ class GCDAsyncSocket {
   [[nodiscard]] virtual bool acceptOnPort(std::uint16_t port, SocketError& error) = 0;
 
   /// Queues a read of exactly `length` bytes (at least 1) into memory. `timeout`: seconds from the moment that the read
-  /// is the first in line; negative: none. When it expires the connection closes with `std::errc::timed_out`.
+  /// is the first in line; negative: none. Its expiry asks the delegate first; otherwise the connection closes with
+  /// `std::errc::timed_out`.
   virtual void readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) = 0;
 
   /// Queues a read of exactly `length` bytes that are written to `destination`, at its offset, as they come.

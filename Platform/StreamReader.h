@@ -37,6 +37,8 @@ class StreamReader {
 
   /// The first request's time-out; none when nothing is queued or it has none. Its deadline is kept by the socket.
   [[nodiscard]] std::optional<double> timeoutOfFirst() const noexcept;
+  [[nodiscard]] std::int64_t tagOfFirst() const noexcept { return queue_.front().tag; }
+  [[nodiscard]] std::uint64_t bytesDoneOfFirst() const noexcept { return queue_.front().done; }
   [[nodiscard]] bool empty() const noexcept { return queue_.empty(); }
 
   /// Brings the first request one step further, from the buffer or else from the connection. On `failed`, `error` says

@@ -83,6 +83,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void onAlarm();
   void checkReadDeadline(Time now);
   void checkWriteDeadline(Time now);
+  void extend(Deadline& deadline, double extension, SocketError::Operation operation, Time now);
 
   std::weak_ptr<GCDAsyncSocketDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;

@@ -212,7 +212,12 @@ void StreamSocket::onAlarm() {
 
 void StreamSocket::checkReadDeadline(Time now) {
   if (!readDeadline_.started || now < readDeadline_.expires || !reader_.timeoutOfFirst()) return;
-  close({Operation::read, std::make_error_code(std::errc::timed_out)});
+  const auto delegate = delegate_.lock();
+  const double elapsed = Seconds(now - *readDeadline_.started).count();
+  const double extension = delegate ? delegate->socketShouldTimeoutReadWithTag(*this, reader_.tagOfFirst(), elapsed,
+                                                                               reader_.bytesDoneOfFirst())
+                                    : 0.0;
+  extend(readDeadline_, extension, Operation::read, now);
 }
 
 void StreamSocket::checkWriteDeadline(Time now) {
@@ -222,11 +227,15 @@ void StreamSocket::checkWriteDeadline(Time now) {
   const double extension = delegate ? delegate->socketShouldTimeoutWriteWithTag(*this, writer_.tagOfFirst(), elapsed,
                                                                                 writer_.bytesDoneOfFirst())
                                     : 0.0;
+  extend(writeDeadline_, extension, Operation::write, now);
+}
+
+void StreamSocket::extend(Deadline& deadline, double extension, Operation operation, Time now) {
   if (state_ != State::connected) return;
   if (extension > 0) {
-    writeDeadline_.expires = now + inTicks(extension);
+    deadline.expires = now + inTicks(extension);
   } else {
-    close({Operation::write, std::make_error_code(std::errc::timed_out)});
+    close({operation, std::make_error_code(std::errc::timed_out)});
   }
 }
 

@@ -20,7 +20,7 @@ namespace vesko {
 
 namespace {
 
-/// Seconds for the metadata, a name byte and a size field, and for one read of a body.
+/// Seconds for the metadata, a name byte and a size field, and for the next bytes of a body.
 constexpr double headerTimeout = 5.0;
 constexpr double bodyTimeout = 60.0;
 
@@ -45,6 +45,11 @@ class VeskoIncomingTransfer::SocketEvents final : public GCDAsyncSocketDelegate 
   }
   void socketDidReadPartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag) override {
     if (const auto transfer = transfer_.lock()) transfer->socketDidReadPartialDataOfLength(socket, length, tag);
+  }
+  double socketShouldTimeoutReadWithTag(GCDAsyncSocket& socket, std::int64_t tag, double elapsed,
+                                        std::uint64_t bytesDone) override {
+    const auto transfer = transfer_.lock();
+    return transfer ? transfer->socketShouldTimeoutReadWithTag(socket, tag, elapsed, bytesDone) : 0.0;
   }
   void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) override {
     if (const auto transfer = transfer_.lock()) transfer->socketDidDisconnect(socket, error);
@@ -299,10 +304,20 @@ void VeskoIncomingTransfer::socketDidReadPartialDataOfLength(GCDAsyncSocket& /*s
                                                              std::int64_t tag) {
   if (tag != tagFileBody || isOver_) return;
   noteReception();
+  lastPartialRead_ = queue_->clock()->monotonicNow();
   partialSize += length;
   if (partialSize < lastReportedPartialSize + partialReportInterval) return;
   lastReportedPartialSize = partialSize;
   reportProgress(currentElementPlusOne - 1, currentSize + partialSize);
+}
+
+/// A slow way is no fault: a body gets its time anew with whatever comes of it. Numbers and names do not, so that
+/// nobody holds a place by dribbling before anything of use has come.
+double VeskoIncomingTransfer::socketShouldTimeoutReadWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag,
+                                                             double /*elapsed*/, std::uint64_t bytesDone) {
+  if (tag != tagFileBody || bytesDone == 0) return 0.0;
+  const std::chrono::duration<double> silence = queue_->clock()->monotonicNow() - lastPartialRead_;
+  return bodyTimeout - silence.count();
 }
 
 void VeskoIncomingTransfer::completeElement() {

@@ -95,6 +95,10 @@ struct VeskoIncomingTransferSettings {
 
 /// The receiving end of one transfer: reads the stream from an accepted connection and stores what it carries.
 ///
+/// A name that could lead out of the storage folder ("unsafeName"), is not UTF-8 ("invalidText"), or has more than
+/// 4,096 bytes or 256 components ("limit") ends the transfer before anything of its element is written. So does a
+/// sender that sends nothing for 60 seconds within a body, or 5 elsewhere ("timedOut").
+///
 /// Made on the queue it is given, and used there; the counters may be read on any thread.
 class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingTransfer> {
  public:
@@ -170,6 +174,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// What the socket reports, on the transfer's queue; not for hosts.
   void socketDidReadData(GCDAsyncSocket& socket, const Data& data, std::int64_t tag);
   void socketDidReadPartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag);
+  [[nodiscard]] double socketShouldTimeoutReadWithTag(GCDAsyncSocket& socket, std::int64_t tag, double elapsed,
+                                                      std::uint64_t bytesDone);
   void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error);
 
  protected:
@@ -231,7 +237,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::vector<VeskoSkippedElement> dropped_;
   std::size_t droppedCount_ = 0;
   std::uint64_t lastReception_ = 0;
-  bool isOver_ = false;  // but for the outcome, which may be yet to come
+  std::chrono::steady_clock::time_point lastPartialRead_;  // of a body
+  bool isOver_ = false;                                    // but for the outcome, which may be yet to come
   std::atomic<bool> ended_{false};
 };
 

@@ -1,6 +1,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <thread>
 
 #include "tests/hostile/HostileFixture.h"
 
@@ -69,6 +70,29 @@ TEST_F(HostileTest, ANameMayComeSlowlyButNoNumberMay) {
   ASSERT_TRUE(sender.send("\1"));
   letTimePass();
   ASSERT_TRUE(endsWith("failed timedOut")) << "one bound holds for all bytes of a size";
+  expectGoodService();
+}
+
+TEST_F(HostileTest, ABodyMayComeAsSlowlyAsItLikes) {
+  recorder_->take();
+  auto sender = connect();
+  ASSERT_TRUE(sender.send(metadata(1, 1000) + header("name", 1000)));
+  ASSERT_TRUE(recorder_->waitFor("Incoming item size"));
+  const auto transfer = server_->pendingIncomingTransfers().back();
+  const auto letTimePass = [&](seconds time) {
+    waitForTasks(server_->incomingDispatchQueue());
+    clock_->advance(time);
+    waitForTasks(server_->incomingDispatchQueue());
+  };
+  for (std::uint64_t sent = 1; sent <= 10; ++sent) {
+    letTimePass(seconds(50));
+    ASSERT_TRUE(sender.send("x"));
+    while (transfer->partialSize < sent && recorder_->count("[outcome") == 0) std::this_thread::yield();
+  }
+  letTimePass(seconds(59));
+  EXPECT_EQ(recorder_->count("[outcome"), 0U);
+  letTimePass(seconds(1));
+  ASSERT_TRUE(endsWith("failed timedOut"));
   expectGoodService();
 }
 

@@ -26,8 +26,16 @@ TEST_F(SocketTest, AReadTimesOut) {
   clock_->advance(4900ms);
   waitForTasks(queue_);
   EXPECT_EQ(events_->count("disconnected"), 0U) << "its time runs from the moment that it is the first in line";
+  events_->extension = 60;
+  clock_->advance(100ms);
+  ASSERT_TRUE(events_->waitFor("timed out 2 5.0"));
+  waitForTasks(queue_);
+  clock_->advance(59900ms);
+  waitForTasks(queue_);
+  EXPECT_EQ(events_->count("timed out"), 1U);
   clock_->advance(100ms);
   EXPECT_TRUE(endsWith("read: Connection timed out"));
+  EXPECT_EQ(events_->count("timed out 2 65.000000 2"), 1U);
   EXPECT_EQ(peer.receiveAll(), "");
 }
 

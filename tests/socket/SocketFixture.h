@@ -22,7 +22,7 @@ class SocketEvents final : public GCDAsyncSocketDelegate, public EventList {
  public:
   std::string received;                      ///< by reads into memory
   std::shared_ptr<GCDAsyncSocket> accepted;  ///< last
-  double extension = 0;                      ///< seconds that the next write to time out gets; once
+  double extension = 0;                      ///< seconds that the next operation to time out gets; once
   std::function<void()> onRead;
 
   void socketDidAcceptNewSocket(GCDAsyncSocket& /*socket*/, std::shared_ptr<GCDAsyncSocket> newSocket) override {
@@ -48,8 +48,11 @@ class SocketEvents final : public GCDAsyncSocketDelegate, public EventList {
   }
   double socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag, double elapsed,
                                          std::uint64_t bytesDone) override {
-    add("timed out " + std::to_string(tag) + " " + std::to_string(elapsed) + " " + std::to_string(bytesDone));
-    return std::exchange(extension, 0);
+    return timedOut(tag, elapsed, bytesDone);
+  }
+  double socketShouldTimeoutReadWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag, double elapsed,
+                                        std::uint64_t bytesDone) override {
+    return timedOut(tag, elapsed, bytesDone);
   }
   void socketDidDisconnect(GCDAsyncSocket& /*socket*/, const SocketError& error) override {
     static constexpr const char* operations[] = {"none", "listen", "connect", "read", "write", "source", "destination"};
@@ -62,6 +65,12 @@ class SocketEvents final : public GCDAsyncSocketDelegate, public EventList {
     std::uint64_t sum = 0;
     for (const std::string& event : startingWith(notice + " ")) sum += std::stoull(event.substr(notice.size()));
     return sum;
+  }
+
+ private:
+  double timedOut(std::int64_t tag, double elapsed, std::uint64_t bytesDone) {
+    add("timed out " + std::to_string(tag) + " " + std::to_string(elapsed) + " " + std::to_string(bytesDone));
+    return std::exchange(extension, 0);
   }
 };
 
