@@ -43,7 +43,8 @@ class GCDAsyncSocketDelegate {
   /// All bytes of a write have been handed over.
   virtual void socketDidWriteDataWithTag(GCDAsyncSocket& /*socket*/, std::int64_t /*tag*/) {}
 
-  /// `length` more bytes of the write under way have been handed over; the rest has not yet.
+  /// `length` more bytes of the write under way have been handed over; the rest has not yet. 0, where there is a bound
+  /// for stalls: none, but the other side has acknowledged more of what was.
   virtual void socketDidWritePartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t /*length*/,
                                                  std::int64_t /*tag*/) {}
 
@@ -77,9 +78,17 @@ class GCDAsyncSocket {
   /// Replaces the delegate. Call it on the delegate queue, or before the socket is connected.
   virtual void setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) = 0;
 
-  /// Starts connecting to `host`, an IPv4 address in dotted-decimal form, without a time limit but the system's. False,
-  /// with `error` set, when the request cannot even be started; nothing is reported to the delegate then.
-  [[nodiscard]] virtual bool connectToHost(const std::string& host, std::uint16_t port, SocketError& error) = 0;
+  /// Starts connecting to `host`, an IPv4 address in dotted-decimal form. `timeout`: seconds, after which it fails with
+  /// `std::errc::timed_out`; negative: the system's own time. False, with `error` set, when the request cannot even be
+  /// started; nothing is reported to the delegate then.
+  [[nodiscard]] virtual bool connectToHost(const std::string& host, std::uint16_t port, double timeout,
+                                           SocketError& error) = 0;
+
+  /// Bounds how long written bytes may be outstanding without the other side acknowledging any: after so many seconds
+  /// the connection closes with `std::errc::timed_out`. Negative, the default: no bound while there is something to
+  /// write. Asked about once a second, so it may take that much longer. Before the connection is made, or on the
+  /// delegate queue.
+  virtual void setStallTimeout(double seconds) = 0;
 
   /// Listens on `port` of every interface; 0 lets the system choose one. False, with `error` set, when it cannot. While
   /// that fails, for want of a descriptor or memory, say, accepting pauses and goes on by itself.
@@ -110,9 +119,10 @@ class GCDAsyncSocket {
   /// Closes the connection by a reset (RFC 9293, 3.10.7.4), so that the other side cannot take it for a whole stream.
   virtual void disconnectWithReset() = 0;
 
-  /// Ends the connection once every queued write is complete: says that nothing follows (half-close), waits for the
-  /// other side to close, as long as sent bytes are still being taken and then `drainSeconds` at most, and closes.
-  /// Another side that ends before it has taken everything has to take the rest, or the end is an error.
+  /// Ends the connection once every queued write is complete: says that nothing follows (half-close) and waits until
+  /// the other side has acknowledged everything and closed in good order; nothing else ends without an error. The error
+  /// is `std::errc::timed_out` when bytes are outstanding and none is acknowledged for `endSeconds`, and
+  /// `SocketErrc::unconfirmed` when all of them are and the other side has not closed for `endSeconds` since.
   virtual void disconnectAfterWriting() = 0;
 
   /// The other side's address in dotted-decimal form; empty while there is none. On the delegate queue only.
@@ -121,8 +131,8 @@ class GCDAsyncSocket {
   /// The local port; 0 while there is none.
   [[nodiscard]] virtual std::uint16_t localPort() const = 0;
 
-  /// Seconds that a finished connection waits for the other side once nothing drains any more.
-  static constexpr double drainSeconds = 10.0;
+  /// Seconds; longer than the minute for which a receiver may leave a question to its user open.
+  static constexpr double endSeconds = 90.0;
 
  protected:
   GCDAsyncSocket() = default;

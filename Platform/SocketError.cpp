@@ -15,6 +15,9 @@ class SocketCategory : public std::error_category {
         return "the connection was closed by the other side";
       case SocketErrc::sourceEnded:
         return "the file became shorter while it was being sent";
+      case SocketErrc::unconfirmed:
+        return "everything was handed over, but the other side never said that it has it; look there before deleting "
+               "anything here";
     }
     return "unknown error " + std::to_string(code);
   }

@@ -10,6 +10,7 @@ namespace vesko {
 enum class SocketErrc {
   endOfStream = 1,  ///< the other side closed in good order, while more was expected
   sourceEnded,      ///< a file that was being sent ended before its announced length
+  unconfirmed,      ///< the other side has acknowledged every byte, but never closed
 };
 
 [[nodiscard]] std::error_code make_error_code(SocketErrc code) noexcept;

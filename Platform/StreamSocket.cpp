@@ -12,7 +12,6 @@ namespace vesko {
 namespace {
 
 using Operation = SocketError::Operation;
-using Seconds = std::chrono::duration<double>;
 
 /// Accepted in one go before other work on the queue gets its turn.
 constexpr int acceptBatch = 64;
@@ -71,7 +70,7 @@ void StreamSocket::take(FileDescriptor descriptor, std::unique_ptr<DispatchSourc
   state_ = state;
 }
 
-bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, SocketError& error) {
+bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, double timeout, SocketError& error) {
   error = {};
   if (!SocketCalls::isAddress(host) || port == 0) {
     error = {Operation::connect, std::make_error_code(std::errc::invalid_argument)};
@@ -83,24 +82,25 @@ bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, So
     error = {Operation::connect, code};
     return false;
   }
-  onQueue([descriptor, host, port](StreamSocket& self) {
+  onQueue([descriptor, host, port, timeout](StreamSocket& self) {
     self.host_ = host;
     if (const std::error_code unwatched = self.open(std::move(*descriptor), State::connecting)) {
       self.close({Operation::connect, unwatched});
     } else {
-      self.beginConnect(port);
+      self.beginConnect(port, timeout);
     }
   });
   return true;
 }
 
-void StreamSocket::beginConnect(std::uint16_t port) {
+void StreamSocket::beginConnect(std::uint16_t port, double timeout) {
   std::error_code code;
   SocketCalls::connect(descriptor_.get(), {host_, port}, code);
   if (code && code != std::errc::operation_in_progress) {
     close({Operation::connect, code});
     return;
   }
+  if (timeout >= 0) wakeIn(inTicks(timeout));
   source_->whenWritable([weak = weak_from_this(), port] {
     if (const auto self = weak.lock()) self->finishConnect(port);
   });
@@ -113,6 +113,8 @@ void StreamSocket::finishConnect(std::uint16_t port) {
     return;
   }
   state_ = State::connected;
+  alarm_.reset();
+  alarmTime_.reset();
   localPort_ = SocketCalls::localPort(descriptor_.get());
   if (const auto delegate = delegate_.lock()) delegate->socketDidConnectToHost(*this, host_, port);
   runLoop();
@@ -180,8 +182,7 @@ void StreamSocket::disconnectAfterWriting() {
 void StreamSocket::beginDraining() {
   state_ = State::draining;
   reader_.clear();
-  undrained_ = undrainedBytes();
-  drainedAt_ = queue_->clock()->monotonicNow();
+  beginAcknowledged(queue_->clock()->monotonicNow());
   wakeIn(drainInterval);
   waitReadable();
   finishSending();
@@ -223,26 +224,36 @@ void StreamSocket::drain() {
   }
 }
 
+void StreamSocket::beginAcknowledged(Time now) {
+  acknowledged_ = {0, now};
+  noteAcknowledged(undrainedBytes(), now);
+}
+
+void StreamSocket::noteAcknowledged(std::uint64_t outstanding, Time now) {
+  const std::uint64_t bytes = written_ > outstanding ? written_ - outstanding : 0;
+  if (bytes > acknowledged_.bytes) acknowledged_ = {bytes, now};
+}
+
 void StreamSocket::checkDraining() {
   const Time now = queue_->clock()->monotonicNow();
-  const std::uint64_t left = undrainedBytes();
-  if (left < undrained_) drainedAt_ = now;
-  undrained_ = left;
+  const std::uint64_t outstanding = undrainedBytes();
+  noteAcknowledged(outstanding, now);
+  const bool isTaken = outstanding <= endOfStreamLength;
   const std::error_code refused =
       otherSideHasEnded_ ? SocketCalls::connectResult(descriptor_.get()) : std::error_code();
-  const bool isTaken = otherSideHasEnded_ && left <= endOfStreamLength;
-  SocketError error;
+  const auto end = inTicks(endSeconds);
   if (refused) {
-    error = {Operation::write, refused};
-  } else if (!isTaken && now - drainedAt_ < Seconds(drainSeconds)) {
-    wakeIn(drainInterval);
-    return;
-  } else if (!isTaken && otherSideHasEnded_) {
-    error = {Operation::write, SocketErrc::endOfStream};
-  } else if (writer_.gatheredBytes() > 0) {
-    error = {Operation::write, std::make_error_code(std::errc::timed_out)};
+    close({Operation::write, refused});
+  } else if (isTaken && otherSideHasEnded_) {
+    close({});
+  } else if (now - acknowledged_.since < end) {
+    // From now on only the other side's end is awaited, which is told without asking.
+    wakeIn(isTaken ? acknowledged_.since + end - now : drainInterval);
+  } else if (isTaken) {
+    close({Operation::write, SocketErrc::unconfirmed});
+  } else {
+    close({Operation::write, std::make_error_code(std::errc::timed_out)});
   }
-  close(error);
 }
 
 void StreamSocket::close(const SocketError& error, bool reset) {

@@ -27,7 +27,9 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   ~StreamSocket() override;
 
   void setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) override;
-  [[nodiscard]] bool connectToHost(const std::string& host, std::uint16_t port, SocketError& error) override;
+  [[nodiscard]] bool connectToHost(const std::string& host, std::uint16_t port, double timeout,
+                                   SocketError& error) override;
+  void setStallTimeout(double seconds) override { stallTimeout_ = seconds; }
   [[nodiscard]] bool acceptOnPort(std::uint16_t port, SocketError& error) override;
   void readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) override;
   void readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
@@ -50,11 +52,20 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
     Time expires;
   };
 
+  /// How much the other side has acknowledged, and since when it has been no more, as far as asking it now and then
+  /// tells.
+  struct Acknowledged {
+    std::uint64_t bytes = 0;
+    Time since;
+  };
+
+  [[nodiscard]] static Time::duration inTicks(double seconds);
+
   // StreamSocket.cpp: the life of a connection
   void onQueue(std::function<void(StreamSocket&)> work);
   [[nodiscard]] std::error_code open(FileDescriptor descriptor, State state);
   void take(FileDescriptor descriptor, std::unique_ptr<DispatchSource> source, State state);
-  void beginConnect(std::uint16_t port);
+  void beginConnect(std::uint16_t port, double timeout);
   void finishConnect(std::uint16_t port);
   void acceptWaiting();
   void adopt(FileDescriptor descriptor, std::string host);
@@ -63,6 +74,8 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   [[nodiscard]] std::uint64_t undrainedBytes() const noexcept;
   void drain();
   void checkDraining();
+  void beginAcknowledged(Time now);
+  void noteAcknowledged(std::uint64_t outstanding, Time now);
   void close(const SocketError& error, bool reset = false);
 
   // StreamSocketLoop.cpp: moving bytes
@@ -81,9 +94,11 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void watchDeadline(Deadline& deadline, std::optional<double> timeout, Time& earliest);
   void wakeIn(std::chrono::steady_clock::duration delay);
   void onAlarm();
+  void watchStall(Time& earliest);
   void checkReadDeadline(Time now);
   void checkWriteDeadline(Time now);
   void extend(Deadline& deadline, double extension, SocketError::Operation operation, Time now);
+  void checkStall(Time now);
 
   std::weak_ptr<GCDAsyncSocketDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
@@ -106,9 +121,11 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   std::unique_ptr<Alarm> alarm_;
   std::optional<Time> alarmTime_;
 
+  double stallTimeout_ = -1.0;  ///< seconds
+  std::optional<Time> nextStallCheck_;
+  std::uint64_t written_ = 0;  ///< bytes of writes, handed to the system or gathered
+  Acknowledged acknowledged_;
   bool otherSideHasEnded_ = false;  ///< while it has not taken everything
-  std::uint64_t undrained_ = 0;
-  Time drainedAt_;
 };
 
 }  // namespace vesko

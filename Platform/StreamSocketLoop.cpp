@@ -17,11 +17,14 @@ using Seconds = std::chrono::duration<double>;
 constexpr std::uint64_t turnBytes = 2 * 1024 * 1024;
 constexpr int turnSteps = 20'000;
 
-std::chrono::steady_clock::duration inTicks(double seconds) {
-  return std::chrono::duration_cast<std::chrono::steady_clock::duration>(Seconds(seconds));
-}
+/// How often a connection that waits to write is asked whether anything is still acknowledged.
+constexpr std::chrono::seconds stallInterval{1};
 
 }  // namespace
+
+StreamSocket::Time::duration StreamSocket::inTicks(double seconds) {
+  return std::chrono::duration_cast<Time::duration>(Seconds(seconds));
+}
 
 void StreamSocket::readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) {
   readDataToLength(length, nullptr, timeout, tag);
@@ -83,7 +86,10 @@ void StreamSocket::runLoop() {
     const StreamStep written = state_ == State::connected ? stepWriter(*delegate) : StreamStep::idle;
     moving = read >= StreamStep::moved || written >= StreamStep::moved;
     if (read >= StreamStep::moved) bytes += reader_.moved().partialLength;
-    if (written >= StreamStep::moved) bytes += writer_.movedLength();
+    if (written >= StreamStep::moved) {
+      bytes += writer_.movedLength();
+      written_ += writer_.movedLength();
+    }
   }
   loopRunning_ = false;
   if (state_ != State::connected) return;
@@ -176,6 +182,7 @@ void StreamSocket::watchDeadlines() {
   Time earliest = Time::max();
   watchDeadline(readDeadline_, reader_.timeoutOfFirst(), earliest);
   watchDeadline(writeDeadline_, writer_.timeoutOfFirst(), earliest);
+  watchStall(earliest);
   if (earliest == Time::max() || (alarmTime_ && *alarmTime_ <= earliest)) return;
   wakeIn(earliest - queue_->clock()->monotonicNow());
 }
@@ -187,6 +194,18 @@ void StreamSocket::watchDeadline(Deadline& deadline, std::optional<double> timeo
     deadline.expires = *deadline.started + inTicks(*timeout);
   }
   earliest = std::min(earliest, deadline.expires);
+}
+
+/// Being writable again is no measure: the system says so only once a good part of what it holds is acknowledged, which
+/// may take minutes where the way is slow.
+void StreamSocket::watchStall(Time& earliest) {
+  if (stallTimeout_ < 0 || !writer_.isBlocked()) return;
+  if (!nextStallCheck_) {
+    const Time now = queue_->clock()->monotonicNow();
+    beginAcknowledged(now);
+    nextStallCheck_ = now + stallInterval;
+  }
+  earliest = std::min(earliest, *nextStallCheck_);
 }
 
 void StreamSocket::wakeIn(std::chrono::steady_clock::duration delay) {
@@ -204,9 +223,11 @@ void StreamSocket::onAlarm() {
   alarmTime_.reset();
   const Time now = queue_->clock()->monotonicNow();
   if (state_ == State::listening) acceptWaiting();
+  if (state_ == State::connecting) close({Operation::connect, std::make_error_code(std::errc::timed_out)});
   if (state_ == State::draining) checkDraining();
   if (state_ == State::connected) checkReadDeadline(now);
   if (state_ == State::connected) checkWriteDeadline(now);
+  if (state_ == State::connected) checkStall(now);
   if (state_ == State::connected) watchDeadlines();
 }
 
@@ -237,6 +258,22 @@ void StreamSocket::extend(Deadline& deadline, double extension, Operation operat
   } else {
     close({operation, std::make_error_code(std::errc::timed_out)});
   }
+}
+
+void StreamSocket::checkStall(Time now) {
+  if (!nextStallCheck_ || now < *nextStallCheck_) return;
+  nextStallCheck_.reset();
+  // What comes next, if anything, begins a time of its own.
+  if (!writer_.isBlocked()) return;
+  noteAcknowledged(undrainedBytes(), now);
+  if (now - acknowledged_.since >= inTicks(stallTimeout_)) {
+    close({Operation::write, std::make_error_code(std::errc::timed_out)});
+    return;
+  }
+  nextStallCheck_ = now + stallInterval;
+  const auto delegate = delegate_.lock();
+  const bool isMoving = acknowledged_.since == now && !writer_.isComplete();
+  if (delegate && isMoving) delegate->socketDidWritePartialDataOfLength(*this, 0, writer_.tagOfFirst());
 }
 
 }  // namespace vesko

@@ -17,6 +17,7 @@ VeskoFailureReason reasonOfConnection(const SocketError& error) {
     return error.code == std::errc::connection_refused ? VeskoFailureReason::connectionRefused
                                                        : VeskoFailureReason::unreachable;
   }
+  if (error.code == SocketErrc::unconfirmed) return VeskoFailureReason::unconfirmed;
   return error.code == std::errc::timed_out ? VeskoFailureReason::timedOut : VeskoFailureReason::connectionLost;
 }
 
@@ -52,6 +53,7 @@ VeskoTransferOutcome fromSocket(const SocketError& error, std::string element) {
   VeskoFailureReason reason = reasonOfConnection(error);
   if (error.operation == Operation::source) reason = reasonOfSource(error.code);
   if (error.operation == Operation::destination) reason = reasonOfStorage(error.code);
+  if (reason == VeskoFailureReason::unconfirmed) return make(reason, {}, error.code, std::move(element));
   return make(reason, nameOfOperation(error.operation), error.code, std::move(element));
 }
 

@@ -14,7 +14,7 @@ namespace vesko {
 namespace {
 
 /// Seconds for the small writes. Bodies have no bound: a slow link is no fault.
-constexpr double headerTimeout = 10.0;
+constexpr double defaultHeaderTimeout = 10.0;
 constexpr double noTimeout = -1.0;
 
 }  // namespace
@@ -73,8 +73,9 @@ void VeskoTransfer::start() {
   transferedCount = 0;
   events_ = std::make_shared<SocketEvents>(weak_from_this());
   socket_ = makeSocket(events_);
+  socket_->setStallTimeout(stallTimeout.value_or(noTimeout));
   SocketError error;
-  if (!socket_->connectToHost(peer_->ip(), peer_->port(), error)) {
+  if (!socket_->connectToHost(peer_->ip(), peer_->port(), connectTimeout.value_or(noTimeout), error)) {
     dispatchQueue_->async([self = shared_from_this(), error] { self->end(self->failure(error)); });
   }
   isStarted_ = true;
@@ -92,7 +93,7 @@ void VeskoTransfer::cancel() {
 void VeskoTransfer::socketDidConnectToHost(GCDAsyncSocket& socket, const std::string& host, std::uint16_t port) {
   Log::line("didConnectToHost", host, port);
   if (delegate_) delegate_->transferDidConnect(*this);
-  socket.writeData(TransferStream::encodeMetadata({items_.size(), totalSize}), headerTimeout, tagMetadata);
+  socket.writeData(TransferStream::encodeMetadata({items_.size(), totalSize}), headerTimeout(), tagMetadata);
   reportProgress(0);
 }
 
@@ -110,9 +111,12 @@ void VeskoTransfer::socketDidWriteDataWithTag(GCDAsyncSocket& socket, std::int64
   }
 }
 
+/// A header waits for what a body waits for, a person who is asked over there, say: a bound for stalls holds for both.
+double VeskoTransfer::headerTimeout() const noexcept { return stallTimeout ? noTimeout : defaultHeaderTimeout; }
+
 void VeskoTransfer::sendHeader(GCDAsyncSocket& socket) {
   if (Log::isEnabled()) Log::line("sending meta", currentItem().name());
-  socket.writeData(currentItem().header(), headerTimeout, tagFileHeader);
+  socket.writeData(currentItem().header(), headerTimeout(), tagFileHeader);
 }
 
 void VeskoTransfer::nextChunk(GCDAsyncSocket& socket) {
@@ -163,9 +167,13 @@ void VeskoTransfer::finish(GCDAsyncSocket& socket) {
 }
 
 void VeskoTransfer::socketDidWritePartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag) {
-  if (tag != tagFileBody || !isCurrent(socket)) return;
-  partialSize += length;
-  reportProgress(transferedItemSize + partialSize);
+  if (!isCurrent(socket)) return;
+  if (tag == tagFileBody) {
+    partialSize += length;
+    reportProgress(transferedItemSize + partialSize);
+  } else if (length == 0) {
+    reportProgress(0);
+  }
 }
 
 double VeskoTransfer::socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag, double elapsed,

@@ -29,14 +29,17 @@ class VeskoTransferDelegate {
   /// The connection is up; nothing has been written yet. Once.
   virtual void transferDidConnect(VeskoTransfer& /*transfer*/) {}
 
-  /// The last byte has been handed over. Once; whether it arrived is told by the outcome, which comes later.
+  /// The last byte has been handed over. Once. Whether it arrived is told by the outcome, which comes later: up to two
+  /// minutes, where the other side asks its user first or takes its time to store what it got.
   virtual void transferDidFinish(VeskoTransfer& /*transfer*/) {}
 
   /// Keeps its place for programs that count on the order of these operations; never called.
   virtual void transferReserved(VeskoTransfer& /*transfer*/) {}
 
-  /// After the metadata, whenever a chunk is taken, as a body is written, and at each element's end. `finishedElements`
-  /// is also the index of the element under way; `finishedBytes` counts bytes of bodies only and never decreases.
+  /// After the metadata, whenever a chunk is taken, as a body is written, and at each element's end; with a
+  /// `stallTimeout` also, once a second, when no more can be written but what was is being acknowledged: the numbers
+  /// are then those of before. `finishedElements` is also the index of the element under way; `finishedBytes` counts
+  /// bytes of bodies only and never decreases.
   virtual void transferDidProgress(VeskoTransfer& /*transfer*/, std::int64_t /*elementCount*/,
                                    std::int64_t /*finishedElements*/, std::uint64_t /*totalSize*/,
                                    std::uint64_t /*finishedBytes*/) {}
@@ -59,7 +62,7 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   VeskoTransfer(const VeskoTransfer&) = delete;
   VeskoTransfer& operator=(const VeskoTransfer&) = delete;
 
-  /// One item for `text` (UTF-8).
+  /// One item for `text` (UTF-8). Receivers of ours take 64 MiB at most (`VeskoText::maximumLength`).
   [[nodiscard]] static VeskoItems itemsForText(std::string text);
 
   /// The items for what is at `paths`, as `walkPaths` lists them; what had to be left out goes to `leftOut` if given.
@@ -90,6 +93,15 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   /// A label for the host's use; the transfer never reads it. Set it before the start.
   std::string key;
 
+  /// Seconds that connecting may take; none: as many as the system grants. Set it before the start.
+  std::optional<double> connectTimeout;
+
+  /// Seconds for which nothing may be acknowledged while there is more to send; the outcome is then "timedOut". None:
+  /// bodies have no bound, and metadata and headers ten seconds each to be handed over. Set it before the start. What
+  /// has been handed over in full has a bound in any case: 90 seconds without an acknowledgement ("timedOut") and, once
+  /// all is acknowledged, 90 seconds until the other side closes ("unconfirmed").
+  std::optional<double> stallTimeout;
+
   /// Starts connecting; returns at once. Any thread; called by `VeskoServer::startTransfer`. A transfer that has ended
   /// may be started again, from its first element. Requires: it is not under way.
   void start();
@@ -118,6 +130,7 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   class SocketEvents;
 
   [[nodiscard]] VeskoItem& currentItem() const { return *items_[static_cast<std::size_t>(transferedCount)]; }
+  [[nodiscard]] double headerTimeout() const noexcept;
   void sendHeader(GCDAsyncSocket& socket);
   void completeBodyWrite(GCDAsyncSocket& socket);
   void completeElement(GCDAsyncSocket& socket);

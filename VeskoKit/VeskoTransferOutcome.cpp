@@ -31,6 +31,7 @@ constexpr std::array reasonTexts = {
     ReasonText{storage, "storage", "it cannot be stored", true},
     ReasonText{sourceChanged, "sourceChanged", "the file changed while it was being sent", true},
     ReasonText{refused, "refused", "this computer does not accept it"},
+    ReasonText{unconfirmed, "unconfirmed", "the other side never said that it has everything"},
     ReasonText{cancelled, "cancelled", "it was cancelled"},
 };
 

@@ -28,6 +28,7 @@ enum class VeskoFailureReason : std::uint8_t {
   storage,            ///< the disk or folder received into failed otherwise
   sourceChanged,      ///< a file shrank, vanished or was replaced while it was being sent
   refused,            ///< this host does not want the transfer
+  unconfirmed,        ///< all was handed over, but the other side never said that it has it
   cancelled,          ///< somebody here asked for the end
 };
 

@@ -67,7 +67,7 @@ struct Connection {
   [[nodiscard]] bool open() const {
     SocketError error;
     if (!listener->acceptOnPort(0, error)) return false;
-    if (!socket->connectToHost("127.0.0.1", listener->localPort(), error)) return false;
+    if (!socket->connectToHost("127.0.0.1", listener->localPort(), -1, error)) return false;
     server->isConnected.acquire();
     return true;
   }

@@ -62,8 +62,9 @@ class MemorySocket final : public GCDAsyncSocket {
   void disconnectWithReset() override { end({}); }
 
   void writeData(Data /*data*/, double /*timeout*/, std::int64_t /*tag*/) override { broken("nothing is written"); }
+  void setStallTimeout(double /*seconds*/) override {}
   void disconnectAfterWriting() override { broken("nothing is written"); }
-  [[nodiscard]] bool connectToHost(const std::string&, std::uint16_t, SocketError&) override { return false; }
+  [[nodiscard]] bool connectToHost(const std::string&, std::uint16_t, double, SocketError&) override { return false; }
   [[nodiscard]] bool acceptOnPort(std::uint16_t, SocketError&) override { return false; }
   [[nodiscard]] std::string connectedHost() const override { return "192.0.2.1"; }
   [[nodiscard]] std::uint16_t localPort() const override { return 1; }

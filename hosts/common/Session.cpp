@@ -14,6 +14,12 @@
 namespace vesko {
 namespace {
 
+/// Seconds. On a local network an address that does not answer by then is not there.
+constexpr double connectTimeout = 10;
+
+/// Seconds: longer than the minute that a person over there may take to answer a question.
+constexpr double stallTimeout = 90;
+
 /// The events tell the host what an alert would; the service is to go on and to list the endpoint as failed.
 class QuietApplication final : public NSApp {
  public:
@@ -132,7 +138,10 @@ void Session::cancelAll() { observer_->cancelAll(); }
 void Session::send(PreparedTransfer transfer, const PeerAddress& peer) {
   auto record = std::make_shared<VeskoPeer>(peer.ip, peer.ip, peer.port, std::string(), VeskoPeer::TimePoint());
   const auto outgoing =
-      std::make_shared<VeskoTransfer>(std::move(transfer.items), std::move(record), DispatchQueue::serial("transfer"));
+      std::make_shared<VeskoTransfer>(std::move(transfer.items), std::move(record),
+                                      DispatchQueue::serial("transfer", server_->broadcastDispatchQueue()->clock()));
+  outgoing->connectTimeout = connectTimeout;
+  outgoing->stallTimeout = stallTimeout;
   outgoing->setDelegate(observer_);
   outgoing->setOutcomeDelegate(observer_);
   observer_->noteStarted(transfer.id, std::move(transfer.name), *outgoing);

@@ -47,7 +47,7 @@ struct PreparedTransfer {
 /// make. Used on one thread.
 class Session {
  public:
-  /// Opens nothing yet. `clock` measures transfers and paces their progress.
+  /// Opens nothing yet. `clock` is that of transfers and of the service.
   explicit Session(std::shared_ptr<EventSink> sink, SessionSettings settings = {},
                    std::shared_ptr<Clock> clock = Clock::system());
 
@@ -86,7 +86,8 @@ class Session {
   /// The same for a snippet. Requires: `reasonAgainstText` has none.
   [[nodiscard]] PreparedTransfer prepareText(std::string text);
 
-  /// Starts to send, which needs no listener. Requires: `transfer` has items.
+  /// Starts to send, which needs no listener. It fails when there is no connection within ten seconds, or nothing more
+  /// is acknowledged for 90. Requires: `transfer` has items.
   void send(PreparedTransfer transfer, const PeerAddress& peer);
 
   /// Answers a `QuestionEvent`; without effect once it has been answered. Any thread.

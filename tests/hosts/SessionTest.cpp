@@ -6,6 +6,7 @@
 #include "hosts/common/EventJson.h"
 #include "tests/hosts/CliFixture.h"
 #include "tests/support/EventList.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/StreamBytes.h"
 
 namespace vesko {
@@ -40,6 +41,24 @@ TEST_F(SessionTest, TurnsConnectionsAwayWhileTooMuchWaits) {
   RawConnection::to(settings.port).send(StreamBytes::folderWithFile());
   EXPECT_TRUE(sink->waitFor(R"({"event":"finished","transfer":1)")) << "of the other one there was nothing to tell";
   EXPECT_EQ(treeOf("in").size(), 2U);
+}
+
+TEST_F(SessionTest, GivesUpOnWhoTakesNothingForNinetySeconds) {
+  const auto sink = std::make_shared<SlowSink>();
+  const auto clock = std::make_shared<FakeClock>();
+  const RawListener listener;
+  Session session(sink, {}, clock);
+  session.send(session.prepare({makeLargeFile("large")}), {"127.0.0.1", listener.port()});
+  const RawConnection receiver = listener.accept();
+  ASSERT_TRUE(sink->waitFor(R"({"event":"progress")"));
+  for (int second = 0; second < 89; ++second) {
+    ASSERT_TRUE(clock->waitForAlarm()) << "given up after " << second << " seconds";
+    clock->advance(std::chrono::seconds(1));
+  }
+  EXPECT_EQ(sink->count(R"({"event":"failed")"), 0U);
+  ASSERT_TRUE(clock->waitForAlarm());
+  clock->advance(std::chrono::seconds(90));  // some of the others may have passed before all was acknowledged
+  EXPECT_TRUE(sink->waitFor(R"({"event":"failed","transfer":1,"reason":"timedOut")"));
 }
 
 }  // namespace

@@ -82,12 +82,14 @@ class SocketTest : public testing::Test {
     waitForTasks(queue_);
   }
 
-  [[nodiscard]] RawConnection connect() {
+  /// `stallTimeout`: seconds; negative: none.
+  [[nodiscard]] RawConnection connect(double stallTimeout = -1) {
     events_ = std::make_shared<SocketEvents>();
     socket_ = GCDAsyncSocket::make(events_, queue_);
+    socket_->setStallTimeout(stallTimeout);
     const RawListener listener;
     SocketError error;
-    EXPECT_TRUE(socket_->connectToHost("127.0.0.1", listener.port(), error));
+    EXPECT_TRUE(socket_->connectToHost("127.0.0.1", listener.port(), 10, error));
     RawConnection peer = listener.accept();
     EXPECT_TRUE(events_->waitFor("connected 127.0.0.1"));
     return peer;

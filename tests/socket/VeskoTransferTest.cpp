@@ -198,17 +198,42 @@ TEST_F(VeskoTransferTest, SmallWritesTimeOut) {
   }
 }
 
-TEST_F(VeskoTransferTest, WritesOfBodiesDoNot) {
-  const auto transfer = make<ScriptedTransfer>(folderWithFile(), 4644);
-  transfer->completedWrites = 3;
-  transfer->start();
-  ASSERT_TRUE(recorder_->waitFor("sending chunk 5"));
-  waitForTasks(queue_);
-  clock_->advance(std::chrono::hours(24));
-  waitForTasks(queue_);
-  EXPECT_EQ(recorder_->count("[outcome"), 0U);
-  transfer->cancel();
-  EXPECT_TRUE(endsWith("cancelled"));
+TEST_F(VeskoTransferTest, WritesOfBodiesAndThoseWithABoundForStallsDoNot) {
+  const struct {
+    std::size_t completed;
+    std::optional<double> stallTimeout;
+    std::string awaited;
+  } cases[] = {{3, std::nullopt, "sending chunk 5"}, {1, 90.0, "sending meta A"}};
+  for (const auto& [completed, stallTimeout, awaited] : cases) {
+    recorder_->take();
+    const auto transfer = make<ScriptedTransfer>(folderWithFile(), 4644);
+    transfer->completedWrites = completed;
+    transfer->stallTimeout = stallTimeout;
+    transfer->start();
+    ASSERT_TRUE(recorder_->waitFor(awaited));
+    waitForTasks(queue_);
+    clock_->advance(std::chrono::hours(24));
+    waitForTasks(queue_);
+    EXPECT_EQ(recorder_->count("[outcome"), 0U);
+    transfer->cancel();
+    EXPECT_TRUE(endsWith("cancelled"));
+  }
+}
+
+TEST_F(VeskoTransferTest, ABoundForStallsCountsFromTheLastByteTaken) {
+  const auto transfer = make(sparseFile("file", 50 * mebibyte), listener_.port());
+  transfer->stallTimeout = 90.0;
+  RawConnection peer = start(*transfer);
+  ASSERT_TRUE(recorder_->waitFor("sending chunk"));
+  (void)peer.receive(10 * mebibyte);
+  for (int step = 0; step < 2; ++step) {
+    waitForTasks(queue_);
+    ASSERT_TRUE(clock_->waitForAlarm());
+    EXPECT_EQ(recorder_->count("[outcome"), 0U);
+    clock_->advance(std::chrono::seconds(step == 0 ? 1 : 90));
+  }
+  EXPECT_TRUE(endsWith("failed timedOut"));
+  EXPECT_EQ(recorder_->lastOutcome().element, "file");
 }
 
 TEST_F(VeskoTransferTest, AnElementThatCannotBeSentAsListedResetsTheConnection) {
@@ -288,16 +313,31 @@ TEST_F(VeskoTransferTest, AFileThatChangesArrivesAsOneFileOrNotAtAll) {
 }
 
 TEST_F(VeskoTransferTest, TheReceiverDecidesWhatTheEndWasWorth) {
-  for (const bool resets : {true, false}) {
+  const struct {
+    std::function<void(RawConnection&)> end;
+    std::string outcome;
+  } cases[] = {
+      {[](RawConnection& peer) { peer.reset(); }, "failed connectionLost"},
+      {[](RawConnection& peer) { peer.close(); }, "finished"},
+      {[this](RawConnection& /*silent*/) { clock_->advance(std::chrono::seconds(10)); }, "failed unconfirmed"},
+  };
+  for (const auto& [end, outcome] : cases) {
+    SCOPED_TRACE(outcome);
     recorder_->take();
     const auto transfer = make(folderWithFile(), listener_.port());
     RawConnection peer = start(*transfer);
     EXPECT_EQ(peer.receiveAll(), StreamBytes::folderWithFile());
     ASSERT_TRUE(recorder_->waitFor("[finished]"));
-    waitForTasks(queue_);
+    for (int step = 0; step < 8; ++step) {
+      waitForTasks(queue_);
+      clock_->advance(std::chrono::seconds(10));
+      waitForTasks(queue_);
+    }
     EXPECT_EQ(recorder_->count("[outcome"), 0U) << "only the receiver's answer ends the transfer";
-    resets ? peer.reset() : peer.close();
-    EXPECT_TRUE(endsWith(resets ? "failed connectionLost" : "finished"));
+    end(peer);
+    waitForTasks(queue_);
+    if (outcome == "failed unconfirmed") clock_->advance(std::chrono::seconds(10));
+    EXPECT_TRUE(endsWith(outcome));
   }
   recorder_->take();
   const auto transfer = make(sparseFile("file", 50 * mebibyte), listener_.port());

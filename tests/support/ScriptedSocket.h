@@ -24,10 +24,13 @@ class ScriptedSocket final : public GCDAsyncSocket, public std::enable_shared_fr
 
   void setDelegate(Delegate delegate) override { delegate_ = std::move(delegate); }
 
-  [[nodiscard]] bool connectToHost(const std::string& host, std::uint16_t port, SocketError& /*error*/) override {
+  [[nodiscard]] bool connectToHost(const std::string& host, std::uint16_t port, double /*timeout*/,
+                                   SocketError& /*error*/) override {
     tell([host, port](auto& self, auto& delegate) { delegate.socketDidConnectToHost(self, host, port); });
     return true;
   }
+
+  void setStallTimeout(double /*seconds*/) override {}
 
   void writeData(Data /*data*/, double timeout, std::int64_t tag) override {
     if (writesToComplete_ > 0) {
