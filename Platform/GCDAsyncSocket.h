@@ -91,7 +91,8 @@ class GCDAsyncSocket {
   virtual void setStallTimeout(double seconds) = 0;
 
   /// Listens on `port` of every interface; 0 lets the system choose one. False, with `error` set, when it cannot. While
-  /// that fails, for want of a descriptor or memory, say, accepting pauses and goes on by itself.
+  /// that fails, for want of a descriptor or memory, say, accepting pauses and goes on by itself. What is accepted is
+  /// reset by default: only `disconnect` ends it in good order, and the death of the process does not.
   [[nodiscard]] virtual bool acceptOnPort(std::uint16_t port, SocketError& error) = 0;
 
   /// Queues a read of exactly `length` bytes (at least 1) into memory. `timeout`: seconds from the moment that the read
@@ -113,7 +114,7 @@ class GCDAsyncSocket {
   /// socket waits for anything. `timeout`: seconds, as above; its expiry asks the delegate first.
   virtual void writeData(Data data, double timeout, std::int64_t tag) = 0;
 
-  /// Closes the connection and forgets everything queued.
+  /// Closes the connection in good order and forgets everything queued.
   virtual void disconnect() = 0;
 
   /// Closes the connection by a reset (RFC 9293, 3.10.7.4), so that the other side cannot take it for a whole stream.

@@ -148,6 +148,11 @@ void resetOnClose(int descriptor) noexcept {
   ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
 }
 
+void endOnClose(int descriptor) noexcept {
+  const linger inBackground{.l_onoff = 0, .l_linger = 0};
+  ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &inBackground, sizeof inBackground);
+}
+
 std::uint64_t unacknowledgedBytes(int descriptor) noexcept {
   int count = 0;
   return ::ioctl(descriptor, SIOCOUTQ, &count) < 0 ? 0 : static_cast<std::uint64_t>(count);

@@ -66,8 +66,12 @@ void connect(int descriptor, const Address& address, std::error_code& error);
 /// Says that nothing more will be sent.
 void shutdownSending(int descriptor) noexcept;
 
-/// Makes closing the socket a reset.
+/// Makes closing the socket a reset, also when it is the system that closes it at the death of the process. Sockets
+/// that a listening one accepts take this over from it (socket(7), SO_LINGER).
 void resetOnClose(int descriptor) noexcept;
+
+/// Makes closing the socket an orderly end.
+void endOnClose(int descriptor) noexcept;
 
 /// Bytes that the other side has not acknowledged yet.
 [[nodiscard]] std::uint64_t unacknowledgedBytes(int descriptor) noexcept;

@@ -128,6 +128,9 @@ bool StreamSocket::acceptOnPort(std::uint16_t port, SocketError& error) {
   if (!code) *source = queue_->makeSource(descriptor->get(), code);
   error = {code ? Operation::listen : Operation::none, code};
   if (code) return false;
+  // Taken over by what is accepted. Whoever sends takes an orderly end for success, so it must be nobody's default:
+  // were this process killed, the system would close its connections.
+  SocketCalls::resetOnClose(descriptor->get());
   localPort_ = SocketCalls::localPort(descriptor->get());
   onQueue([descriptor, source](StreamSocket& self) {
     self.take(std::move(*descriptor), std::move(*source), State::listening);
@@ -259,8 +262,12 @@ void StreamSocket::checkDraining() {
 void StreamSocket::close(const SocketError& error, bool reset) {
   if (state_ == State::fresh || state_ == State::closed) return;
   state_ = State::closed;
-  // An orderly end would tell the other side that nothing was lost.
-  if (reset || error) SocketCalls::resetOnClose(descriptor_.get());
+  // An orderly end tells the other side that nothing was lost.
+  if (reset || error) {
+    SocketCalls::resetOnClose(descriptor_.get());
+  } else {
+    SocketCalls::endOnClose(descriptor_.get());
+  }
   alarm_.reset();
   source_.reset();
   descriptor_.reset();

@@ -66,11 +66,15 @@ class Downloads:
     def storage_folders(self):
         return {name for name in os.listdir(self.path) if STORAGE_NAME.fullmatch(name)} - self.similar
 
+    def items(self):
+        """What was delivered."""
+        return set(os.listdir(self.path)) - self.similar - self.storage_folders()
+
     def check(self):
         """What is wrong with the folder and all around it. Items that have come since are known from now on."""
         wrong = [f"{path.name} was changed" for path, attributes in self.fixed.items()
                  if not os.path.lexists(path) or attributes_of(path) != attributes]
-        present = set(os.listdir(self.path)) - self.similar - self.storage_folders()
+        present = self.items()
         for name in self.known.keys() - present:
             wrong.append(f"{name} is gone")
             del self.known[name]

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "tests/hosts/CliFixture.h"
 #include "tests/support/StreamBytes.h"
@@ -75,6 +76,18 @@ TEST_F(CliReceiveTest, TellsProgramsAllThereIsToKnow) {
   EXPECT_EQ(events.back()["bytes"], 5);
   EXPECT_GT(events.back()["seconds"], 0.0);
   EXPECT_NE(folder_.read("log").find("Incoming transfer elements="), std::string::npos);
+}
+
+TEST_F(CliReceiveTest, ItsDeathIsNoOrderlyEnd) {
+  const auto receiver = startReceiver({"--json"});
+  auto connection = RawConnection::to(port_);
+  connection.send(unfinishedStream());
+  // The first element is stored when everything has been read: the system would reset a connection with unread bytes.
+  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (folder_.entries("in").empty() && std::chrono::steady_clock::now() < bound) std::this_thread::yield();
+  receiver->signal(SIGKILL);
+  EXPECT_EQ(connection.receiveAll(), "");
+  EXPECT_EQ(connection.error(), std::errc::connection_reset);
 }
 
 TEST_F(CliReceiveTest, PrintsResultsOnStandardOutput) {
