@@ -20,14 +20,14 @@ std::vector<NetworkTools::InterfaceEntry> presentAddresses() {
 
 }  // namespace
 
-Announcer::Announcer(std::shared_ptr<VeskoServer> server)
-    : server_(std::move(server)), addresses_(presentAddresses()) {}
+Announcer::Announcer(std::shared_ptr<VeskoServer> server, std::shared_ptr<Clock> clock)
+    : server_(std::move(server)), clock_(std::move(clock)), addresses_(presentAddresses()) {}
 
 Announcer::~Announcer() = default;
 
 void Announcer::announce() {
   const std::scoped_lock lock(mutex_);
-  if (hasLeft_) return;
+  if (left_) return;
   hasAnnounced_ = true;
   server_->sayHello();
 }
@@ -54,8 +54,11 @@ void Announcer::noteChange() {
 
 void Announcer::leave() {
   const std::scoped_lock lock(mutex_);
-  if (hasAnnounced_ && !hasLeft_) server_->sayGoodbye();
-  hasLeft_ = true;
+  const auto before = std::exchange(left_, clock_->now());
+  if (hasAnnounced_ && !before) return server_->sayGoodbye();
+  for (const auto& [key, peer] : server_->peers()) {
+    if (!before || peer->lastActiveTime() > *before) server_->sayGoodbye(peer->ip(), peer->port());
+  }
 }
 
 }  // namespace vesko

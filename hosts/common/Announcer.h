@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
+#include "Platform/Clock.h"
 #include "VeskoKit/NetworkTools.h"
 
 namespace vesko {
@@ -15,7 +18,7 @@ class VeskoServer;
 /// leaves. Any thread.
 class Announcer : public std::enable_shared_from_this<Announcer> {
  public:
-  explicit Announcer(std::shared_ptr<VeskoServer> server);
+  Announcer(std::shared_ptr<VeskoServer> server, std::shared_ptr<Clock> clock);
   ~Announcer();
   Announcer(const Announcer&) = delete;
   Announcer& operator=(const Announcer&) = delete;
@@ -27,16 +30,19 @@ class Announcer : public std::enable_shared_from_this<Announcer> {
   /// nothing happens.
   void followInterfaces();
 
-  /// Says goodbye to all, once.
+  /// Says goodbye: to all after `announce`. A start that was given up before it has answered whoever said hello
+  /// meanwhile, so then it is said to them alone: others may know this machine by another host, which stays. The
+  /// service goes on answering until it ends; another call says goodbye to those who were answered since the last.
   void leave();
 
  private:
   void noteChange();
 
   const std::shared_ptr<VeskoServer> server_;
+  const std::shared_ptr<Clock> clock_;
   std::mutex mutex_;
   bool hasAnnounced_ = false;
-  bool hasLeft_ = false;
+  std::optional<std::chrono::system_clock::time_point> left_;  // last
   std::vector<NetworkTools::InterfaceEntry> addresses_;
   std::unique_ptr<InterfaceWatch> watch_;
 };

@@ -53,7 +53,7 @@ Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std:
           settings_.admission, hub_,
           [observer = observer_](const VeskoIncomingTransfer& transfer) { return observer->idOf(transfer); },
           server_->incomingDispatchQueue())),
-      announcer_(std::make_shared<Announcer>(server_)) {
+      announcer_(std::make_shared<Announcer>(server_, clock)) {
   server_->downloadsFolder = settings_.downloadsFolder;
   server_->keepPartial = settings_.keepPartial;
   server_->maximumIncomingSize = settings_.maximumSize;

@@ -68,7 +68,7 @@ class Session {
   /// Announces this machine once more. Requires: one of these two returned true.
   void announce();
 
-  /// Takes leave of everybody, if this machine was announced; it is not announced again.
+  /// Takes leave of whoever may know this machine by this session; it is not announced again.
   void leave();
 
   /// The machines known and the transfers, running and ended. Any thread.
