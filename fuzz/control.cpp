@@ -36,7 +36,8 @@ class Host {
     const auto hub = std::make_shared<EventHub>(std::make_shared<NoSink>());
     hub->publish(PeerAppearedEvent{{"10.0.0.2", "10.0.0.2", port, "a\nb \xff \"\\ \x1b", "", {}}});
     check(::setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1) == 0, "the environment can be changed");
-    server_ = std::make_shared<ControlServer>(hub, ControlActions{[] {}, [](const std::string& key) { return key; }});
+    server_ = std::make_shared<ControlServer>(
+        hub, ControlActions{[] {}, [](const std::string& key) { return key; }, [] { return std::chrono::seconds(1); }});
     std::error_code error;
     server_->listen(port, error);
     check(!error, "the host listens", [&] { return error.message(); });

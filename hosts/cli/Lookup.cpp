@@ -23,14 +23,13 @@ Lookup::~Lookup() {
   program_.interrupts.handle({}, ExitCode::interrupted);
 }
 
-std::optional<StartupFailureEvent> Lookup::tryStart() {
-  if (askHost(program_.options.port)) return std::nullopt;
+std::optional<StartupFailureEvent> Lookup::tryStart() { return askHosts() ? std::nullopt : startSession(); }
+
+bool Lookup::askHosts() {
+  if (askHost(program_.options.port)) return true;
   // Other machines know this one by its address alone: a passing hello from another port would take the place of the
   // host that runs, and the goodbye would remove it.
-  if (std::ranges::any_of(ControlClient::runningPorts(), [this](auto other) { return askHost(other); })) {
-    return std::nullopt;
-  }
-  return startSession();
+  return std::ranges::any_of(ControlClient::runningPorts(), [this](auto other) { return askHost(other); });
 }
 
 ExitCode Lookup::start() {
@@ -46,9 +45,10 @@ ExitCode Lookup::start() {
 bool Lookup::askHost(std::uint16_t port) {
   auto client = ControlClient::connect(port);
   if (!client) return false;
-  const auto peers = client->watch(events_, [events = events_] { events->finish(); });
-  if (!peers) return false;
-  for (const auto& peer : *peers) state_.apply(PeerAppearedEvent{peer});
+  const auto known = client->watch(events_, [events = events_] { events->finish(); });
+  if (!known) return false;
+  for (const auto& peer : known->peers) state_.apply(PeerAppearedEvent{peer});
+  heardFor_ = known->heardFor;
   host_ = std::move(client);
   return true;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -24,6 +25,8 @@ class Lookup {
   static constexpr std::string_view nobodyFound =
       "no other machine was found; `vesko doctor` tells what may be in the way";
 
+  static constexpr std::string_view hostGone = "the host that was asked has ended";
+
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
   explicit Lookup(Program& program);
@@ -39,8 +42,17 @@ class Lookup {
   /// The same, and the user is told why; the code is then not success.
   [[nodiscard]] ExitCode start();
 
-  /// True when a host was asked, which knows at once what there is to know.
+  /// Begins only where a host runs that can be asked; false otherwise.
+  [[nodiscard]] bool askHosts();
+
+  /// True when a host was asked.
   [[nodiscard]] bool isHosted() const noexcept { return host_ != nullptr; }
+
+  /// What is left of `wait` until everybody has had that long to answer: nothing where a host was asked that has been
+  /// listening for longer.
+  [[nodiscard]] std::chrono::duration<double> leftOf(std::chrono::duration<double> wait) const {
+    return std::max(wait - heardFor_, std::chrono::duration<double>());
+  }
 
   /// Has all machines say once more that they are there.
   void announce();
@@ -67,6 +79,7 @@ class Lookup {
   const std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>();
   SessionState state_;
   std::unique_ptr<ControlClient> host_;
+  std::chrono::duration<double> heardFor_{};  // by that host
   std::unique_ptr<Session> session_;
 };
 

@@ -4,7 +4,7 @@
 
 namespace vesko {
 
-ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
+ExitCode sendAndFollow(Program& program, const PeerView& peer,
                        const std::function<PreparedTransfer(Session&)>& prepare) {
   Run run(program);
   Session session(run.events());

@@ -3,14 +3,13 @@
 #include <functional>
 
 #include "hosts/cli/Run.h"
-#include "hosts/common/PeerAddress.h"
 #include "hosts/common/Session.h"
 
 namespace vesko {
 
 /// Sends what `prepare` prepares, and follows it to its end. Where that is nothing, nobody is connected to and the
 /// result is that all was left out, or that it has to be called for otherwise.
-[[nodiscard]] ExitCode sendAndFollow(Program& program, const PeerAddress& peer,
+[[nodiscard]] ExitCode sendAndFollow(Program& program, const PeerView& peer,
                                      const std::function<PreparedTransfer(Session&)>& prepare);
 
 }  // namespace vesko

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/cli/Lookup.h"
+#include "hosts/common/PeerAddress.h"
 #include "hosts/common/PeerNames.h"
 
 namespace vesko {
@@ -15,11 +16,7 @@ namespace {
 using Seconds = std::chrono::duration<double>;
 using Peers = std::map<std::string, PeerView>;
 
-/// What a second machine that the same name fits has for its answer, once the first has been heard: sending to the
-/// wrong one is worse than this wait, and answers come within a few milliseconds.
-constexpr std::chrono::milliseconds timeForOthers{100};
-
-PeerAddress addressOf(const PeerView& peer) { return {peer.ip, peer.port}; }
+bool isAt(const PeerView& peer, const PeerAddress& address) { return PeerAddress{peer.ip, peer.port} == address; }
 
 void list(Console& console, const std::vector<PeerView>& peers) {
   for (const auto& peer : peers) console.note("  " + describedPeer(peer));
@@ -32,7 +29,7 @@ ExitCode complainNobody(Program& program) {
 
 PeerOrCode settle(Program& program, const std::string& name, const Peers& peers) {
   const auto matches = peersMatching(peers, name).peers;
-  if (matches.size() == 1) return addressOf(matches.front());
+  if (matches.size() == 1) return matches.front();
   if (peers.empty()) return complainNobody(program);
   if (matches.empty()) {
     program.console.complain("no machine is called \"" + name + "\"; there are:");
@@ -44,32 +41,59 @@ PeerOrCode settle(Program& program, const std::string& name, const Peers& peers)
   return ExitCode::noSuchPeer;
 }
 
-/// Waits until `name` fits a machine and every other that it may fit has had time to answer.
+/// True when the machine that an event tells of is called `name`, and not only partly.
+bool namesWhole(const Event& event, const std::string& name) {
+  const auto isWhole = [&](const auto& any) { return isWholeNameOf(any.peer, name); };
+  return std::visit(
+      Overloaded{[&](const PeerAppearedEvent& any) { return isWhole(any); },
+                 [&](const PeerUpdatedEvent& any) { return isWhole(any); }, [](const auto&) { return false; }},
+      event);
+}
+
+/// Waits until all that `name` may fit have had time to answer, or one is called exactly that. False when the host that
+/// was asked has gone meanwhile.
+bool listenFor(Lookup& lookup, const std::string& name, Seconds wait) {
+  const PeerMatches known = peersMatching(lookup.peers(), name);
+  if (known.isWhole) return true;
+  const bool isAnew = known.peers.empty();
+  if (lookup.isHosted() && isAnew) lookup.announce();
+  const auto deadline = timeIn(isAnew ? wait : lookup.leftOf(wait));
+  while (const auto event = lookup.next(deadline)) {
+    if (namesWhole(*event, name)) return true;
+  }
+  return lookup.isInterrupted() || std::chrono::steady_clock::now() >= deadline;
+}
+
 PeerOrCode lookUp(Program& program, const std::string& name, Seconds wait) {
   Lookup lookup(program);
   if (const ExitCode code = lookup.start(); code != ExitCode::success) return code;
-  PeerMatches matches = peersMatching(lookup.peers(), name);
-  if (lookup.isHosted() && matches.peers.empty()) lookup.announce();
-  auto deadline = timeIn(wait);
-  bool isDone = lookup.isHosted() && !matches.peers.empty();
-  while (!isDone && lookup.next(deadline)) {
-    const bool wasEmpty = matches.peers.empty();
-    matches = peersMatching(lookup.peers(), name);
-    if (wasEmpty && !matches.peers.empty()) deadline = std::min(deadline, timeIn(timeForOthers));
-    isDone = matches.isWhole;
-  }
+  const bool isHeard = listenFor(lookup, name, wait);
   if (lookup.isInterrupted()) return ExitCode::interrupted;
-  return settle(program, name, lookup.peers());
+  if (isHeard) return settle(program, name, lookup.peers());
+  program.console.complain(Lookup::hostGone);
+  return ExitCode::unexpected;
+}
+
+/// What a host of the user's knows of the machine at `address`; nothing but that where there is none.
+PeerView peerAt(Program& program, const PeerAddress& address) {
+  Lookup lookup(program);
+  if (lookup.askHosts()) {
+    for (const auto& [key, peer] : lookup.peers()) {
+      if (isAt(peer, address)) return peer;
+    }
+  }
+  return {address.ip, address.ip, address.port, "", "", {}};
 }
 
 /// Everybody who answers in time; a code when there is none to choose from.
 std::variant<std::vector<PeerView>, ExitCode> everybody(Program& program, Seconds wait) {
   Lookup lookup(program);
   if (const ExitCode code = lookup.start(); code != ExitCode::success) return code;
-  if (!lookup.isHosted() || lookup.peers().empty()) {
-    if (lookup.isHosted()) lookup.announce();
+  const bool isAnew = lookup.peers().empty();
+  if (lookup.isHosted() && isAnew) lookup.announce();
+  if (const Seconds rest = isAnew ? wait : lookup.leftOf(wait); rest > Seconds()) {
     program.console.note("looking for other machines ...");
-    lookup.listen(wait);
+    lookup.listen(rest);
   }
   if (lookup.isInterrupted()) return ExitCode::interrupted;
   if (lookup.peers().empty()) return complainNobody(program);
@@ -87,7 +111,7 @@ PeerOrCode chosen(Program& program, const std::string& answer, const std::vector
   std::size_t number = 0;
   const auto [end, error] = std::from_chars(answer.data(), answer.data() + answer.size(), number);
   const bool isNumber = error == std::errc() && end == answer.data() + answer.size();
-  if (isNumber && number >= 1 && number <= peers.size()) return addressOf(peers[number - 1]);
+  if (isNumber && number >= 1 && number <= peers.size()) return peers[number - 1];
   Peers table;
   for (const auto& peer : peers) table.emplace(peer.key, peer);
   return settle(program, answer, table);
@@ -109,7 +133,11 @@ PeerOrCode choose(Program& program, Seconds wait) {
 }  // namespace
 
 PeerOrCode findPeer(Program& program, const std::string& name, Seconds wait) {
-  if (const auto address = parsePeerAddress(name, program.options.port)) return *address;
+  if (const auto address = parsePeerAddress(name, program.options.port)) return peerAt(program, *address);
+  if (const auto complaint = complaintAboutAddress(name)) {
+    program.console.complain("--to \"" + name + "\": " + *complaint);
+    return ExitCode::usage;
+  }
   if (!name.empty()) return lookUp(program, name, wait);
   if (Console::inputIsTerminal() && program.console.showsBars()) return choose(program, wait);
   program.console.complain("whom to send to is missing: --to PEER");

@@ -86,7 +86,7 @@ ExitCode watch(Program& program, Lookup& lookup) {
   for (const auto& peer : peersByName(lookup.peers())) printChange(program, PeerAppearedEvent{peer});
   while (const auto event = lookup.next({})) printChange(program, *event);
   if (lookup.isInterrupted()) return ExitCode::success;
-  program.console.complain("the host that was asked has ended");
+  program.console.complain(Lookup::hostGone);
   return ExitCode::unexpected;
 }
 
@@ -117,7 +117,7 @@ ExitCode runPeers(Program& program, const PeersOptions& options) {
   Lookup lookup(program);
   if (const ExitCode code = lookup.start(); code != ExitCode::success) return code;
   if (options.watch) return watch(program, lookup);
-  if (!lookup.isHosted()) lookup.listen(options.wait);
+  lookup.listen(lookup.leftOf(options.wait));
   if (lookup.isInterrupted()) return ExitCode::interrupted;
   printPeers(program, peersByName(lookup.peers()));
   return options.avatarFolder.empty() ? ExitCode::success : saveAvatars(program, lookup, options.avatarFolder);

@@ -63,7 +63,7 @@ ExitCode runSend(Program& program, const SendOptions& options) {
   }
   const PeerOrCode peer = findPeer(program, options.peer, options.wait);
   if (const auto* code = std::get_if<ExitCode>(&peer)) return *code;
-  return sendAndFollow(program, std::get<PeerAddress>(peer), [&](Session& session) { return session.prepare(paths); });
+  return sendAndFollow(program, std::get<PeerView>(peer), [&](Session& session) { return session.prepare(paths); });
 }
 
 }  // namespace vesko

@@ -36,6 +36,12 @@ std::string speedText(const FinishedEvent& event) {
 
 std::string leftOutText(std::uint64_t count) { return count == 0 ? "" : ", " + std::to_string(count) + " left out"; }
 
+/// Who is at the other end.
+std::string otherSideOf(const TransferView& transfer) {
+  if (transfer.direction == TransferDirection::in) return transfer.ip;
+  return describedPeer({transfer.ip, transfer.ip, transfer.port, transfer.systemSignature, "", {}});
+}
+
 std::string upperCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char letter) { return std::toupper(letter); });
   return text;
@@ -97,7 +103,7 @@ void TerminalReporter::on(const FailedEvent& event) {
   speeds_.erase(event.transfer);
   const TransferView& ended = transfer(event.transfer);
   const std::string what = ended.direction == TransferDirection::out ? "sending to " : "receiving from ";
-  console_.complain(what + ended.ip + ": " + event.message);
+  console_.complain(what + otherSideOf(ended) + ": " + event.message);
 }
 
 void TerminalReporter::on(const SkippedEvent& event) { console_.complain("left out " + event.message); }
@@ -145,8 +151,8 @@ void TerminalReporter::printSaved(const TransferView& saved, const FinishedEvent
 
 void TerminalReporter::printSent(const TransferView& sent, const FinishedEvent& event) {
   if (isQuiet_) return;
-  console_.print("sent " + Log::escaped(sent.name) + ": " + amountText(event) + " to " + sent.ip + speedText(event) +
-                 '\n');
+  console_.print("sent " + Log::escaped(sent.name) + " to " + Log::escaped(otherSideOf(sent)) + ": " +
+                 amountText(event) + speedText(event) + '\n');
 }
 
 }  // namespace vesko

@@ -46,8 +46,7 @@ ExitCode runText(Program& program, const TextOptions& options) {
     program.console.complain(complaintAbout(reason));
     return ExitCode::usage;
   }
-  return sendAndFollow(program, std::get<PeerAddress>(peer),
-                       [&](Session& session) { return session.prepareText(*text); });
+  return sendAndFollow(program, std::get<PeerView>(peer), [&](Session& session) { return session.prepareText(*text); });
 }
 
 }  // namespace vesko

@@ -28,7 +28,7 @@ Announcer::~Announcer() = default;
 void Announcer::announce() {
   const std::scoped_lock lock(mutex_);
   if (left_) return;
-  hasAnnounced_ = true;
+  if (!std::exchange(hasAnnounced_, true)) asked_ = clock_->monotonicNow();
   server_->sayHello();
 }
 
@@ -48,8 +48,14 @@ void Announcer::noteChange() {
   {
     const std::scoped_lock lock(mutex_);
     if (addresses_ == std::exchange(addresses_, presentAddresses())) return;
+    asked_ = clock_->monotonicNow();
   }
   announce();
+}
+
+std::chrono::duration<double> Announcer::heardFor() const {
+  const std::scoped_lock lock(mutex_);
+  return hasAnnounced_ ? clock_->monotonicNow() - asked_ : std::chrono::duration<double>();
 }
 
 void Announcer::leave() {

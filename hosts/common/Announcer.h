@@ -30,6 +30,10 @@ class Announcer : public std::enable_shared_from_this<Announcer> {
   /// nothing happens.
   void followInterfaces();
 
+  /// How long the others have had for their answers: since the first hello, or since the last change of addresses,
+  /// which leads to others. Not more than nothing before.
+  [[nodiscard]] std::chrono::duration<double> heardFor() const;
+
   /// Says goodbye: to all after `announce`. A start that was given up before it has answered whoever said hello
   /// meanwhile, so then it is said to them alone: others may know this machine by another host, which stays. The
   /// service goes on answering until it ends; another call says goodbye to those who were answered since the last.
@@ -40,9 +44,10 @@ class Announcer : public std::enable_shared_from_this<Announcer> {
 
   const std::shared_ptr<VeskoServer> server_;
   const std::shared_ptr<Clock> clock_;
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   bool hasAnnounced_ = false;
   std::optional<std::chrono::system_clock::time_point> left_;  // last
+  std::chrono::steady_clock::time_point asked_;                // when the answers that are being heard were asked for
   std::vector<NetworkTools::InterfaceEntry> addresses_;
   std::unique_ptr<InterfaceWatch> watch_;
 };

@@ -39,8 +39,8 @@ std::optional<std::uint16_t> portOf(const std::filesystem::path& path) {
 struct ControlClient::Shared {
   std::mutex mutex;
   std::condition_variable changed;
-  std::optional<std::vector<PeerView>> peers;  // the answer
-  std::optional<ControlAvatar> avatar;         // another one
+  std::optional<ControlPeers> known;    // the answer
+  std::optional<ControlAvatar> avatar;  // another one
   bool isAnswered = false;
   bool hasEnded = false;
   std::shared_ptr<EventSink> sink;
@@ -57,7 +57,7 @@ struct ControlClient::Shared {
       changed.notify_all();
     } else if (auto answer = parseControlPeers(line)) {
       const std::scoped_lock lock(mutex);
-      peers = std::move(answer);
+      known = std::move(answer);
       isAnswered = true;
       changed.notify_all();
     }
@@ -103,8 +103,7 @@ std::vector<std::uint16_t> ControlClient::runningPorts() {
   return ports;
 }
 
-std::optional<std::vector<PeerView>> ControlClient::watch(std::shared_ptr<EventSink> sink,
-                                                          std::function<void()> onEnd) {
+std::optional<ControlPeers> ControlClient::watch(std::shared_ptr<EventSink> sink, std::function<void()> onEnd) {
   shared_->sink = std::move(sink);
   shared_->onEnd = std::move(onEnd);
   connection_->start(
@@ -114,7 +113,7 @@ std::optional<std::vector<PeerView>> ControlClient::watch(std::shared_ptr<EventS
   std::unique_lock lock(shared_->mutex);
   shared_->changed.wait_for(lock, patience, [this] { return shared_->isAnswered || shared_->hasEnded; });
   if (!shared_->isAnswered) shared_->forget();
-  return std::exchange(shared_->peers, std::nullopt);
+  return std::exchange(shared_->known, std::nullopt);
 }
 
 std::optional<std::string> ControlClient::avatarOf(const std::string& key) {

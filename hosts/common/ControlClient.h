@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "hosts/common/ControlMessage.h"
 #include "hosts/common/Events.h"
 
 namespace vesko {
@@ -32,8 +33,7 @@ class ControlClient {
   /// The peers that the host knows, waited for; none when the host goes away or does not answer. All later peer events
   /// go to `sink`, from before the return on and on any thread, until this client is destroyed; `onEnd` is called when
   /// the host has gone after its answer. Neither may use this client. Once.
-  [[nodiscard]] std::optional<std::vector<PeerView>> watch(std::shared_ptr<EventSink> sink,
-                                                           std::function<void()> onEnd);
+  [[nodiscard]] std::optional<ControlPeers> watch(std::shared_ptr<EventSink> sink, std::function<void()> onEnd);
 
   /// The picture of a machine as `VeskoPeer::avatar` has it, waited for; none when the host does not answer. Requires:
   /// `watch` returned peers.

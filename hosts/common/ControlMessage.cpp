@@ -43,15 +43,22 @@ std::optional<ControlRequest> parseControlRequest(std::string_view line) {
   return std::nullopt;
 }
 
-std::string controlPeersLine(const std::vector<PeerView>& peers) {
-  return lineOf({{"event", "peers"}, {"version", controlVersion}, {"peers", arrayOf(peers)}});
+std::string controlPeersLine(const ControlPeers& known) {
+  return lineOf({{"event", "peers"},
+                 {"version", controlVersion},
+                 {"heardFor", known.heardFor.count()},
+                 {"peers", arrayOf(known.peers)}});
 }
 
-std::optional<std::vector<PeerView>> parseControlPeers(std::string_view line) {
+std::optional<ControlPeers> parseControlPeers(std::string_view line) {
   const nlohmann::json object = parseJson(line);
   if (textIn(object, "event") != "peers" || !isOfOurVersion(object)) return std::nullopt;
-  const auto peers = object.find("peers");
-  return peers == object.end() ? std::nullopt : peersIn(*peers);
+  const auto array = object.find("peers");
+  auto peers = array == object.end() ? std::nullopt : peersIn(*array);
+  const auto time = object.find("heardFor");
+  const double seconds = time == object.end() ? 0 : time->is_number() ? time->get<double>() : -1;
+  if (!peers || seconds < 0) return std::nullopt;
+  return ControlPeers{std::move(*peers), std::chrono::duration<double>(seconds)};
 }
 
 std::string controlAvatarLine(const ControlAvatar& avatar) {

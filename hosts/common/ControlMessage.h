@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -38,11 +39,19 @@ struct ControlRequest {
 /// None when `line` is no request of our version.
 [[nodiscard]] std::optional<ControlRequest> parseControlRequest(std::string_view line);
 
+/// What a host knows of others.
+struct ControlPeers {
+  std::vector<PeerView> peers;
+  std::chrono::duration<double> heardFor{};  ///< as `ControlActions` has it; none where the host does not say
+
+  friend bool operator==(const ControlPeers&, const ControlPeers&) = default;
+};
+
 /// The answer to `peers` and `watch`: "event" is "peers", and "peers" holds them.
-[[nodiscard]] std::string controlPeersLine(const std::vector<PeerView>& peers);
+[[nodiscard]] std::string controlPeersLine(const ControlPeers& known);
 
 /// None when `line` is not that.
-[[nodiscard]] std::optional<std::vector<PeerView>> parseControlPeers(std::string_view line);
+[[nodiscard]] std::optional<ControlPeers> parseControlPeers(std::string_view line);
 
 /// A picture, as `VeskoPeer::avatar` has it.
 struct ControlAvatar {

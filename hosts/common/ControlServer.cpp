@@ -12,10 +12,10 @@
 namespace vesko {
 namespace {
 
-std::string peersLineOf(const SessionState& state) {
-  std::vector<PeerView> peers;
-  for (const auto& [key, peer] : state.peers()) peers.push_back(peer);
-  return controlPeersLine(peers);
+std::string peersLineOf(const SessionState& state, std::chrono::duration<double> heardFor) {
+  ControlPeers known{{}, heardFor};
+  for (const auto& [key, peer] : state.peers()) known.peers.push_back(peer);
+  return controlPeersLine(known);
 }
 
 bool isOfPeer(const Event& event) {
@@ -57,7 +57,10 @@ class ControlServer::Client final : public EventSink, public std::enable_shared_
     if (!server) return;
     const auto request = parseControlRequest(line);
     if (!request) return refuse("not a request of version " + std::to_string(controlVersion));
-    const auto sendPeers = [this](const SessionState& state) { connection_->send(peersLineOf(state)); };
+    // Asked before the table is looked at, which then holds at least what was heard until now.
+    const auto sendPeers = [this, heardFor = server->actions_.heardFor()](const SessionState& state) {
+      connection_->send(peersLineOf(state, heardFor));
+    };
     switch (request->kind) {
       case ControlRequest::Kind::announce:
         server->actions_.announce();

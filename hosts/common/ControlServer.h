@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -21,6 +22,7 @@ class LocalListener;
 struct ControlActions {
   std::function<void()> announce;                               ///< says hello to all
   std::function<std::string(const std::string& key)> avatarOf;  ///< a machine's picture as `VeskoPeer::avatar` has it
+  std::function<std::chrono::duration<double>()> heardFor;      ///< how long others have had for their answers
 };
 
 /// Answers the user's other programs for a host that runs: who is there, and what changes. Any thread.

@@ -35,10 +35,13 @@ Json objectOf(const PeerUpdatedEvent& event) { return peerObject("peerUpdated", 
 Json objectOf(const PeerDisappearedEvent& event) { return {{"event", "peerDisappeared"}, {"key", event.peer.key}}; }
 
 Json objectOf(const TransferStartedEvent& event) {
-  return {{"event", "transferStarted"},
-          {"transfer", event.transfer},
-          {"direction", event.direction == TransferDirection::in ? "in" : "out"},
-          {"ip", event.ip}};
+  const bool isOut = event.direction == TransferDirection::out;
+  Json object = {{"event", "transferStarted"},
+                 {"transfer", event.transfer},
+                 {"direction", isOut ? "out" : "in"},
+                 {"ip", event.ip}};
+  if (isOut) object.update({{"port", event.port}, {"systemSignature", event.systemSignature}});
+  return object;
 }
 
 Json objectOf(const ProgressEvent& event) {

@@ -63,8 +63,10 @@ struct PeerDisappearedEvent {
 struct TransferStartedEvent {
   TransferId transfer = 0;
   TransferDirection direction = TransferDirection::in;
-  std::string ip;    ///< the other side's
-  std::string name;  ///< what is sent, for people: the first item's, and how many more; empty for what comes in
+  std::string ip;          ///< the other side's
+  std::string name;        ///< what is sent, for people: the first item's, and how many more; empty for what comes in
+  std::uint16_t port = 0;  ///< what is sent goes to this one
+  std::string systemSignature = {};  ///< the other side's, as in `PeerView`; empty where it is not known
 };
 
 struct ProgressEvent {

@@ -18,4 +18,8 @@ struct PeerAddress {
 /// decimal without leading zeros, which some programs would take for octal; a port is 1 to 65535.
 [[nodiscard]] std::optional<PeerAddress> parsePeerAddress(std::string_view text, std::uint16_t defaultPort);
 
+/// What is wrong with `text` where it is clearly meant as an address; none where nothing is, and where it is something
+/// else: names may hold anything, so that "22.04" is left to be part of one.
+[[nodiscard]] std::optional<std::string> complaintAboutAddress(std::string_view text);
+
 }  // namespace vesko

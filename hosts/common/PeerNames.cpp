@@ -22,7 +22,10 @@ std::string addressOfPeer(const PeerView& peer) {
   return peer.port == VeskoServer::defaultPort ? peer.ip : peer.ip + ':' + std::to_string(peer.port);
 }
 
-std::string describedPeer(const PeerView& peer) { return nameOfPeer(peer) + " (" + addressOfPeer(peer) + ')'; }
+std::string describedPeer(const PeerView& peer) {
+  const std::string name = nameOfPeer(peer);
+  return name == peer.ip ? addressOfPeer(peer) : name + " (" + addressOfPeer(peer) + ')';
+}
 
 std::vector<PeerView> peersByName(const std::map<std::string, PeerView>& peers) {
   std::vector<PeerView> list;
@@ -32,15 +35,19 @@ std::vector<PeerView> peersByName(const std::map<std::string, PeerView>& peers) 
   return list;
 }
 
+bool isWholeNameOf(const PeerView& peer, std::string_view text) {
+  const std::u32string wanted = smallLetters(text);
+  return smallLetters(peer.systemSignature) == wanted || smallLetters(nameOfPeer(peer)) == wanted;
+}
+
 PeerMatches peersMatching(const std::map<std::string, PeerView>& peers, std::string_view text) {
   const std::u32string wanted = smallLetters(text);
   PeerMatches whole{{}, true};
   PeerMatches partial;
   for (const auto& [key, peer] : peers) {
-    const std::u32string signature = smallLetters(peer.systemSignature);
-    if (signature == wanted || smallLetters(nameOfPeer(peer)) == wanted) {
+    if (isWholeNameOf(peer, text)) {
       whole.peers.push_back(peer);
-    } else if (signature.find(wanted) != std::u32string::npos) {
+    } else if (smallLetters(peer.systemSignature).find(wanted) != std::u32string::npos) {
       partial.peers.push_back(peer);
     }
   }

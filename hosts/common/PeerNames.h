@@ -18,11 +18,14 @@ namespace vesko {
 /// The machine's address, with the port where that is not the usual one.
 [[nodiscard]] std::string addressOfPeer(const PeerView& peer);
 
-/// "Sam Example at Office-PC (192.0.2.7)"
+/// "Sam Example at Office-PC (192.0.2.7)"; the address alone where there is no name.
 [[nodiscard]] std::string describedPeer(const PeerView& peer);
 
 /// The machines of a peer table, in the order of their names.
 [[nodiscard]] std::vector<PeerView> peersByName(const std::map<std::string, PeerView>& peers);
+
+/// True when `text` is the whole name or signature, letter case ignored.
+[[nodiscard]] bool isWholeNameOf(const PeerView& peer, std::string_view text);
 
 struct PeerMatches {
   std::vector<PeerView> peers;

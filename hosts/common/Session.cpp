@@ -80,7 +80,8 @@ bool Session::startReceiving() {
   }
   control_ = std::make_shared<ControlServer>(
       hub_, ControlActions{[announcer = announcer_] { announcer->announce(); },
-                           [server = server_](const std::string& key) { return avatarIn(*server, key); }});
+                           [server = server_](const std::string& key) { return avatarIn(*server, key); },
+                           [announcer = announcer_] { return announcer->heardFor(); }});
   control_->listen(settings_.port, controlObstacle_);
   hub_->release({ReadyEvent{server_->localUdpPort, server_->boundTcpPort(), server_->boundHttpPort(),
                             settings_.downloadsFolder}});
@@ -135,8 +136,8 @@ void Session::answer(TransferId transfer, bool accepted) { admission_->answer(tr
 
 void Session::cancelAll() { observer_->cancelAll(); }
 
-void Session::send(PreparedTransfer transfer, const PeerAddress& peer) {
-  auto record = std::make_shared<VeskoPeer>(peer.ip, peer.ip, peer.port, std::string(), VeskoPeer::TimePoint());
+void Session::send(PreparedTransfer transfer, const PeerView& peer) {
+  auto record = std::make_shared<VeskoPeer>(peer.ip, peer.ip, peer.port, peer.systemSignature, VeskoPeer::TimePoint());
   const auto outgoing =
       std::make_shared<VeskoTransfer>(std::move(transfer.items), std::move(record),
                                       DispatchQueue::serial("transfer", server_->broadcastDispatchQueue()->clock()));

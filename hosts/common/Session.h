@@ -15,7 +15,6 @@
 #include "hosts/common/Admission.h"
 #include "hosts/common/EventHub.h"
 #include "hosts/common/Events.h"
-#include "hosts/common/PeerAddress.h"
 
 namespace vesko {
 
@@ -86,9 +85,10 @@ class Session {
   /// The same for a snippet. Requires: `reasonAgainstText` has none.
   [[nodiscard]] PreparedTransfer prepareText(std::string text);
 
-  /// Starts to send, which needs no listener. It fails when there is no connection within ten seconds, or nothing more
-  /// is acknowledged for 90. Requires: `transfer` has items.
-  void send(PreparedTransfer transfer, const PeerAddress& peer);
+  /// Starts to send, which needs no listener. Of `peer` the address and the port count; the events tell the signature.
+  /// It fails when there is no connection within ten seconds, or nothing more is acknowledged for 90. Requires:
+  /// `transfer` has items.
+  void send(PreparedTransfer transfer, const PeerView& peer);
 
   /// Answers a `QuestionEvent`; without effect once it has been answered. Any thread.
   void answer(TransferId transfer, bool accepted);

@@ -31,6 +31,8 @@ void SessionState::begin(const TransferStartedEvent& event) {
   view.id = event.transfer;
   view.direction = event.direction;
   view.ip = event.ip;
+  view.port = event.port;
+  view.systemSignature = event.systemSignature;
   view.name = event.name;
   transfers_.try_emplace(event.transfer, std::move(view));
 }

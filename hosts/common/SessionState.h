@@ -16,8 +16,10 @@ namespace vesko {
 struct TransferView {
   TransferId id = 0;
   TransferDirection direction = TransferDirection::in;
-  std::string ip;    ///< the other side's
-  std::string name;  ///< what is sent; empty for what comes in
+  std::string ip;               ///< the other side's
+  std::uint16_t port = 0;       ///< where what is sent goes to
+  std::string systemSignature;  ///< the other side's; empty where it is not known
+  std::string name;             ///< what is sent; empty for what comes in
   std::optional<ProgressEvent> progress;
   bool isText = false;                                           ///< a text was received; its event holds it
   std::string path;                                              ///< where received items are

@@ -38,7 +38,9 @@ TransferId TransferObserver::idOf(const VeskoIncomingTransfer& transfer) {
 void TransferObserver::noteStarted(TransferId id, std::string name, VeskoTransfer& transfer) {
   const std::scoped_lock lock(mutex_);
   running_[&transfer] = {id, false, cancellerOf(transfer), &transfer.items(), clock_->monotonicNow()};
-  sink_->publish(TransferStartedEvent{id, TransferDirection::out, transfer.peer()->ip(), std::move(name)});
+  const VeskoPeer& peer = *transfer.peer();
+  sink_->publish(TransferStartedEvent{id, TransferDirection::out, peer.ip(), std::move(name), peer.port(),
+                                      peer.systemSignature()});
 }
 
 void TransferObserver::noteLeftOut(TransferId id, TransferDirection direction,

@@ -1,7 +1,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <atomic>
+
 #include "Platform/Base64.h"
+#include "Platform/DispatchQueue.h"
 #include "hosts/common/ControlServer.h"
 #include "tests/hosts/CliFixture.h"
 #include "tests/support/EventList.h"
@@ -35,19 +38,29 @@ class CliPeersTest : public CliTest {
     hub_->publish(PeerAppearedEvent{peerCalled(name, key)});
   }
 
-  [[nodiscard]] Result sendTo(const std::string& name) const {
-    return run({"text", "--to", name, "--port", std::to_string(hostPort), "--wait", "0.2", "to " + name});
+  [[nodiscard]] PeerView mac() const { return peerCalled("Mac at office-mac", "10.0.0.8"); }
+
+  [[nodiscard]] Result sendTo(const std::string& name, const std::string& wait = "0.2") const {
+    return run({"text", "--to", name, "--port", std::to_string(hostPort), "--wait", wait, "to " + name});
   }
 
   static constexpr std::uint16_t hostPort = 4000;
   std::shared_ptr<EventHub> hub_ = std::make_shared<EventHub>(std::make_shared<NoSink>());
   EventList announced_;
+  std::atomic<bool> isNew_ = false;  ///< the host has just started; then somebody else is about to be heard
+  std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test");
   std::shared_ptr<ControlServer> host_ = std::make_shared<ControlServer>(
       hub_, ControlActions{[this] {
                              addPeer("Late at office", "10.0.0.9");
                              announced_.add("announced");
                            },
-                           [](const std::string& key) { return "data:image/png;base64," + base64Encoded(key); }});
+                           [](const std::string& key) { return "data:image/png;base64," + base64Encoded(key); },
+                           [this] {
+                             // Another machine answers only now; the hub must not be called from here.
+                             if (isNew_)
+                               queue_->async([hub = hub_, mac = mac()] { hub->publish(PeerAppearedEvent{mac}); });
+                             return isNew_ ? std::chrono::hours(0) : std::chrono::hours(1);
+                           }});
   std::unique_ptr<Process> receiver_;
 };
 
@@ -60,6 +73,7 @@ TEST_F(CliPeersTest, SendsToWhomANameFits) {
     EXPECT_EQ(result.code, 0) << name << result.errors;
     EXPECT_TRUE(receiver_->waitForOutput("to "s + name + '\n'));
   }
+  EXPECT_TRUE(sendTo("attic 2").output.starts_with("sent a text to Joanna at attic 2 (" + peer() + "): "));
   auto result = sendTo("anna");
   EXPECT_EQ(result.code, 3);
   const std::string address = " (" + peer() + ")\n";
@@ -71,6 +85,33 @@ TEST_F(CliPeersTest, SendsToWhomANameFits) {
   EXPECT_EQ(result.code, 3);
   EXPECT_TRUE(result.errors.starts_with("vesko: no machine is called \"nobody\\u{1b}\"; there are:\n  Anna at attic"))
       << result.errors;
+}
+
+TEST_F(CliPeersTest, EveryResultNamesWhomItWasSentTo) {
+  addPeer("Zoe\x1b at zoo", "10.0.0.2");
+  EXPECT_TRUE(sendTo(peer()).output.starts_with("sent a text to Zoe\\u{1b} at zoo (" + peer() + "): "));
+  auto arguments = Arguments{"text", "--to", "zoo", "--port", std::to_string(hostPort), "--json", "hello"};
+  const auto started = eventIn(run(arguments).output, "transferStarted");
+  EXPECT_EQ(started["systemSignature"], "Zoe\x1b at zoo [Vesko] (Macintosh)");
+  EXPECT_EQ(started["port"], port_);
+  receiver_->signal(SIGTERM);
+  EXPECT_EQ(receiver_->wait(), 0);
+  EXPECT_TRUE(sendTo("zoo").errors.starts_with("vesko: sending to Zoe\\u{1b} at zoo (" + peer() + "): connecting"));
+  const std::string stranger = addressOf(RawListener(false).port());
+  EXPECT_TRUE(sendTo(stranger).errors.starts_with("vesko: sending to " + stranger + ": connecting"));
+}
+
+TEST_F(CliPeersTest, APartOfANameIsNotSettledBeforeAllHadTimeToAnswer) {
+  addPeer("Pc at office-pc", "10.0.0.2");
+  EXPECT_EQ(sendTo("office").code, 0) << "a host that has long been listening knows everybody";
+  isNew_ = true;
+  const auto result = sendTo("office", "1");
+  EXPECT_EQ(result.code, 3) << result.output;
+  EXPECT_TRUE(result.errors.starts_with("vesko: \"office\" fits 2 machines:\n")) << result.errors;
+  hub_->publish(PeerDisappearedEvent{mac()});
+  const std::string longest = "3600";  // seconds
+  EXPECT_EQ(sendTo("mac at office-mac", longest).code, 0);
+  EXPECT_EQ(sendTo("Pc at office-pc", longest).code, 0);
 }
 
 TEST_F(CliPeersTest, LetsThePersonAtATerminalChoose) {

@@ -19,7 +19,7 @@ TEST_F(CliSendTest, FoldersArriveAsTheyWere) {
   const auto receiver = startReceiver();
   const auto result = run({"send", "--to", peer(), folder_.path("photos")});
   EXPECT_EQ(result.code, 0);
-  EXPECT_TRUE(result.output.starts_with("sent photos: 6 elements, 3.0 MB to 127.0.0.1")) << result.output;
+  EXPECT_TRUE(result.output.starts_with("sent photos to " + peer() + ": 6 elements, 3.0 MB")) << result.output;
   EXPECT_EQ(result.errors, "");
   EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 6 elements, 3.0 MB from 127.0.0.1"));
   EXPECT_EQ(treeOf("in/photos"), treeOf("photos"));
@@ -75,6 +75,8 @@ TEST_F(CliSendTest, WrongCommandLinesAreUsageErrors) {
       {"send", "--to", port, "--port", "65536", "x"},
       {"send", "--to", port, "--log", folder_.path("none/log"), "x"},
       {"send", "--to", port, folder_.path("a/x"), folder_.path("b/x")},
+      {"send", "--to", "300.1.1.1", folder_.path("a/x")},
+      {"text", "--to", "::1", "a"},
       {"peers", "--wait", "-1"},
       {"text", "--to", port, "a", "b"},
       {"text", "--to", port, "\xff"},

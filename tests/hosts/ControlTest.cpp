@@ -67,13 +67,16 @@ TEST(ControlMessage, TakesRequestsOfItsVersionAndNothingElse) {
 }
 
 TEST(ControlMessage, ReadsThePeersItWrites) {
-  const std::vector some{peer("a"), peer("b")};
+  const ControlPeers some{{peer("a"), peer("b")}, std::chrono::milliseconds(1500)};
   EXPECT_EQ(parseControlPeers(controlPeersLine(some)), some);
-  EXPECT_EQ(parseControlPeers(controlPeersLine({})), std::vector<PeerView>());
+  EXPECT_EQ(parseControlPeers(controlPeersLine({})), ControlPeers());
+  EXPECT_EQ(parseControlPeers(R"({"event":"peers","version":1,"peers":[]})"), ControlPeers()) << "as if just started";
   for (const std::string& line :
        {controlAnnouncedLine(), controlErrorLine("\xff"), std::string(R"({"event":"peers","version":1})"),
         std::string(R"({"event":"peers","version":1,"peers":[{"key":"a"}]})"),
-        std::string(R"({"event":"peers","version":2,"peers":[]})"), std::string("[]")}) {
+        std::string(R"({"event":"peers","version":2,"peers":[]})"),
+        std::string(R"({"event":"peers","version":1,"heardFor":-1,"peers":[]})"),
+        std::string(R"({"event":"peers","version":1,"heardFor":"1","peers":[]})"), std::string("[]")}) {
     EXPECT_EQ(parseControlPeers(line), std::nullopt) << line;
   }
 }
@@ -129,6 +132,7 @@ class ControlTest : public testing::Test {
     return connection;
   }
 
+  const std::string nobody_ = controlPeersLine({{}, std::chrono::seconds(7)});
   const TemporaryFolder folder_;
   const Variable runtime_{"XDG_RUNTIME_DIR", folder_.path().c_str()};
   const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test");
@@ -137,7 +141,8 @@ class ControlTest : public testing::Test {
   const std::shared_ptr<EventHub> hub_ = std::make_shared<EventHub>(events_);
   std::shared_ptr<ControlServer> server_ =
       std::make_shared<ControlServer>(hub_, ControlActions{[announced = announced_] { announced->add("hello"); },
-                                                           [](const std::string& key) { return "picture of " + key; }});
+                                                           [](const std::string& key) { return "picture of " + key; },
+                                                           [] { return std::chrono::seconds(7); }});
 };
 
 TEST_F(ControlTest, AClientHearsWhoIsThereAndWhatChanges) {
@@ -148,7 +153,7 @@ TEST_F(ControlTest, AClientHearsWhoIsThereAndWhatChanges) {
   ASSERT_NE(client, nullptr);
   const auto changes = std::make_shared<ListSink>();
   const auto peers = client->watch(changes, [changes] { changes->add("end"); });
-  EXPECT_EQ(peers, (std::vector{peer("a"), peer("b")}));
+  EXPECT_EQ(peers, (ControlPeers{{peer("a"), peer("b")}, std::chrono::seconds(7)}));
 
   client->announce();
   EXPECT_TRUE(announced_->waitFor("hello"));
@@ -209,7 +214,7 @@ TEST_F(ControlTest, TurnsAwayWhatIsNoRequest) {
       {{std::string(controlRequestLimit + 1, 'x')}, {"end"}},
       {{controlLine({ControlRequest::Kind::watch}), controlLine({ControlRequest::Kind::peers}),
         controlLine({ControlRequest::Kind::watch})},
-       {controlPeersLine({}), controlPeersLine({}), R"({"event":"error",)", "end"}},
+       {nobody_, nobody_, R"({"event":"error",)", "end"}},
   };
   for (const auto& [lines, beginnings] : cases) {
     const auto answers = std::make_shared<EventList>();
@@ -230,7 +235,7 @@ TEST_F(ControlTest, ServesSoManyAtOnceAndOthersWhenTheyAreGone) {
     connections.push_back(connect(answers));
     connections.back()->send(controlLine({ControlRequest::Kind::peers}));
     EXPECT_TRUE(answers->waitFor("{"));
-    return answers->all().front() == controlPeersLine({});
+    return answers->all().front() == nobody_;
   };
   for (std::size_t i = 0; i < ControlServer::maximumConnections; ++i) ASSERT_TRUE(isServed()) << i;
   EXPECT_FALSE(isServed());

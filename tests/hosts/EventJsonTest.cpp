@@ -34,8 +34,9 @@ TEST(EventJson, WritesEachEventAsOneLineWithItsFieldsInOrder) {
       {PeerDisappearedEvent{somePeer()}, R"({"event":"peerDisappeared","key":"k"})"},
       {TransferStartedEvent{1, in, "192.0.2.7", ""},
        R"({"event":"transferStarted","transfer":1,"direction":"in","ip":"192.0.2.7"})"},
-      {TransferStartedEvent{2, out, "192.0.2.7", "Photos"},
-       R"({"event":"transferStarted","transfer":2,"direction":"out","ip":"192.0.2.7"})"},
+      {TransferStartedEvent{2, out, "192.0.2.7", "Photos", 4644, "Sam \"S\""},
+       R"({"event":"transferStarted","transfer":2,"direction":"out","ip":"192.0.2.7","port":4644,)"
+       R"("systemSignature":"Sam \"S\""})"},
       {ProgressEvent{1, 5, 2, ~0ULL, 20, "a/b"},
        R"({"event":"progress","transfer":1,"elementCount":5,"finishedElements":2,"totalSize":18446744073709551615,)"
        R"("finishedBytes":20,"name":"a/b"})"},

@@ -62,7 +62,7 @@ class HostileControlTest : private ResourceGuard, public testing::Test {
   /// True when the host answers a program that behaves, which it may have to wait for others to leave.
   [[nodiscard]] bool serves() const {
     const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::optional<std::vector<PeerView>> peers;
+    std::optional<ControlPeers> peers;
     while (!peers && std::chrono::steady_clock::now() < bound) {
       const auto client = ControlClient::connect(port);
       if (client) peers = client->watch(events_, [] {});
@@ -75,7 +75,8 @@ class HostileControlTest : private ResourceGuard, public testing::Test {
   const std::shared_ptr<EventList> announced_ = std::make_shared<EventList>();
   std::shared_ptr<ControlServer> server_ = std::make_shared<ControlServer>(
       std::make_shared<EventHub>(events_), ControlActions{[announced = announced_] { announced->add("hello"); },
-                                                          [](const std::string& key) { return "picture of " + key; }});
+                                                          [](const std::string& key) { return "picture of " + key; },
+                                                          [] { return std::chrono::seconds(0); }});
 };
 
 TEST_F(HostileControlTest, WhatIsNoRequestEndsItsConnection) {

@@ -1,3 +1,5 @@
+#include <chrono>
+
 #include "tests/lan/LanFixture.h"
 
 namespace vesko {
@@ -53,7 +55,14 @@ TEST_F(CommandsTest, ReceiversAreFoundByTheirNames) {
   const auto host2 = receive(2);
   const auto host3 = receive(3);
   EXPECT_TRUE(seeEachOther(*host2, 2, *host3, 3));
+  // Somebody else whom a part of a name fits may be slow to answer; nobody else has the whole one, however long the
+  // wait.
+  const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(run(1, {"send", "--to", "host2", folder_.write("alone", "by itself")}).code, 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  const auto text = run(1, {"text", "--to", "ROOT AT HOST3", "--wait", "3600", "to a whole name"});
+  EXPECT_EQ(text.code, 0);
+  EXPECT_TRUE(text.output.starts_with("sent a text to " + described(3) + ": ")) << text.output;
   EXPECT_TRUE(host2->tells("/alone\"}"));
   EXPECT_EQ(folder_.read("in2/alone"), "by itself");
   EXPECT_TRUE(host2->tells("peerDisappeared", ip(1)));
