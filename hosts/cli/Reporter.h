@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
+
 #include "hosts/common/Events.h"
 
 namespace vesko {
@@ -12,6 +15,12 @@ class Reporter {
 
   /// False when `report` does nothing about such an event, which nobody needs to be woken for then. Any thread.
   [[nodiscard]] virtual bool wants(const Event& /*event*/) const { return true; }
+
+  /// When `refresh` is to be called if there is no event before; none: nothing changes by itself.
+  [[nodiscard]] virtual std::optional<std::chrono::steady_clock::time_point> refreshAt() const { return std::nullopt; }
+
+  /// Tells what has changed by the mere passing of time.
+  virtual void refresh() {}
 };
 
 }  // namespace vesko

@@ -19,9 +19,15 @@ void Run::handleInterrupts(ExitCode overdue) {
 }
 
 void Run::takeEvents(const std::function<bool()>& isDone) {
-  while (const auto event = events_->next()) {
-    take(*event);
-    if (isDone()) return;
+  while (true) {
+    if (const auto event = events_->next(program_.reporter.refreshAt())) {
+      take(*event);
+      if (isDone()) return;
+    } else if (events_->isInterrupted()) {
+      return;
+    } else {
+      program_.reporter.refresh();
+    }
   }
 }
 

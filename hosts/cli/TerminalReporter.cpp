@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 
 #include "VeskoKit/Log.h"
 #include "hosts/common/HumanText.h"
@@ -10,6 +9,12 @@
 
 namespace vesko {
 namespace {
+
+/// Often enough to look smooth.
+constexpr std::chrono::milliseconds barInterval{100};
+
+/// Where there is no bar, a line tells of a standstill that is longer, once for each transfer.
+constexpr std::chrono::seconds longStandstill{10};
 
 /// `text` for a terminal: lines and tabs stay what they are, other control characters are escaped.
 std::string escapedText(std::string_view text) {
@@ -40,6 +45,13 @@ std::string leftOutText(std::uint64_t count) { return count == 0 ? "" : ", " + s
 std::string otherSideOf(const TransferView& transfer) {
   if (transfer.direction == TransferDirection::in) return transfer.ip;
   return describedPeer({transfer.ip, transfer.ip, transfer.port, transfer.systemSignature, "", {}});
+}
+
+/// The same, as short as a bar can show it.
+std::string nameForBar(const TransferView& transfer) {
+  constexpr std::size_t longest = 40;
+  const std::string name = Log::escaped(otherSideOf(transfer));
+  return name.size() > longest ? transfer.ip : name;
 }
 
 std::string upperCase(std::string text) {
@@ -76,9 +88,13 @@ void TerminalReporter::on(const PeerAppearedEvent& event) { note("here: " + desc
 void TerminalReporter::on(const PeerDisappearedEvent& event) { note("gone: " + describedPeer(event.peer)); }
 
 void TerminalReporter::on(const ProgressEvent& event) {
-  if (isQuiet_ || !console_.showsBars()) return;
-  measure(event);
-  drawBar();
+  if (isQuiet_) return;
+  const TimePoint now = clock_->monotonicNow();
+  const auto [found, isFirst] = paces_.try_emplace(event.transfer);
+  found->second.note(event, now);
+  if (isFirst && transfer(event.transfer).direction == TransferDirection::out) unnoted_.insert(event.transfer);
+  isBarBehind_ = true;
+  if (!drawn_ || now - *drawn_ >= barInterval) drawBar(now);
 }
 
 void TerminalReporter::on(const TextReceivedEvent& event) {
@@ -89,7 +105,7 @@ void TerminalReporter::on(const TextReceivedEvent& event) {
 }
 
 void TerminalReporter::on(const FinishedEvent& event) {
-  speeds_.erase(event.transfer);
+  forget(event.transfer);
   console_.clearBar();
   const TransferView& ended = transfer(event.transfer);
   if (ended.direction == TransferDirection::out) {
@@ -100,7 +116,7 @@ void TerminalReporter::on(const FinishedEvent& event) {
 }
 
 void TerminalReporter::on(const FailedEvent& event) {
-  speeds_.erase(event.transfer);
+  forget(event.transfer);
   const TransferView& ended = transfer(event.transfer);
   const std::string what = ended.direction == TransferDirection::out ? "sending to " : "receiving from ";
   console_.complain(what + otherSideOf(ended) + ": " + event.message);
@@ -116,28 +132,55 @@ void TerminalReporter::note(const std::string& line) {
   if (!isQuiet_) console_.note(line);
 }
 
-void TerminalReporter::measure(const ProgressEvent& event) {
-  constexpr double memory = 3;  // seconds: long enough for a steady number, short enough to show that the way changed
-  const TimePoint now = clock_->monotonicNow();
-  const auto [found, isFirst] = speeds_.try_emplace(event.transfer, Speed{now, event.finishedBytes});
-  if (isFirst) return;
-  Speed& speed = found->second;
-  const double seconds = std::max(std::chrono::duration<double>(now - speed.measured).count(), 1e-3);
-  const double rate = static_cast<double>(event.finishedBytes - speed.bytes) / seconds;
-  const double weight = speed.rate == 0 ? 1 : 1 - std::exp(-seconds / memory);
-  speed = {now, event.finishedBytes, speed.rate + weight * (rate - speed.rate)};
+std::optional<std::chrono::steady_clock::time_point> TerminalReporter::refreshAt() const {
+  if (!console_.showsBars()) {
+    std::optional<TimePoint> first;
+    for (const auto id : unnoted_) {
+      const auto due = paces_.at(id).lastMoved() + longStandstill;
+      if (!first || due < *first) first = due;
+    }
+    return first;
+  }
+  if (paces_.empty()) return std::nullopt;
+  const auto next = paces_.begin()->second.nextChange(clock_->monotonicNow());
+  return isBarBehind_ ? std::min(next, *drawn_ + barInterval) : next;
 }
 
-void TerminalReporter::drawBar() {
-  constexpr std::chrono::milliseconds interval{100};
+void TerminalReporter::refresh() {
   const TimePoint now = clock_->monotonicNow();
-  if (speeds_.empty() || (drawn_ && now - *drawn_ < interval)) return;
+  console_.showsBars() ? drawBar(now) : noteStandstills(now);
+}
+
+void TerminalReporter::drawBar(TimePoint now) {
+  if (paces_.empty() || !console_.showsBars()) return;
   drawn_ = now;
-  const auto& [oldest, speed] = *speeds_.begin();
-  const ProgressEvent& progress = *transfer(oldest).progress;
-  console_.showBar(progressLine({Log::escaped(progress.name), progress.elementCount, progress.finishedElements,
-                                 progress.totalSize, progress.finishedBytes, speed.rate},
-                                console_.columns()));
+  isBarBehind_ = false;
+  const auto& [oldest, pace] = *paces_.begin();
+  const TransferView& view = transfer(oldest);
+  const ProgressEvent& progress = *view.progress;
+  console_.showBar(
+      progressLine({Log::escaped(progress.name), progress.elementCount, progress.finishedElements, progress.totalSize,
+                    progress.finishedBytes, pace.rate(), waitingText(view, nameForBar(view), pace.standstill(now))},
+                   console_.columns()));
+}
+
+void TerminalReporter::noteStandstills(TimePoint now) {
+  for (auto each = unnoted_.begin(); each != unnoted_.end();) {
+    const auto id = *each;
+    const auto standstill = paces_.at(id).standstill(now);
+    if (standstill < longStandstill) {
+      ++each;
+      continue;
+    }
+    each = unnoted_.erase(each);
+    const std::string who = otherSideOf(transfer(id));
+    note("sending to " + who + ": " + waitingText(transfer(id), who, standstill));
+  }
+}
+
+void TerminalReporter::forget(TransferId id) {
+  paces_.erase(id);
+  unnoted_.erase(id);
 }
 
 void TerminalReporter::printSaved(const TransferView& saved, const FinishedEvent& event) {

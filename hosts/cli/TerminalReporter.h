@@ -5,12 +5,14 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "Platform/Clock.h"
 #include "hosts/cli/Console.h"
 #include "hosts/cli/Reporter.h"
 #include "hosts/common/SessionState.h"
+#include "hosts/common/TransferPace.h"
 
 namespace vesko {
 
@@ -23,16 +25,11 @@ class TerminalReporter : public Reporter {
 
   void report(const Event& event) override;
   [[nodiscard]] bool wants(const Event& event) const override;
+  [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> refreshAt() const override;
+  void refresh() override;
 
  private:
   using TimePoint = std::chrono::steady_clock::time_point;
-
-  /// How fast a transfer is.
-  struct Speed {
-    TimePoint measured;
-    std::uint64_t bytes = 0;
-    double rate = 0;  // bytes per second
-  };
 
   void on(const ReadyEvent& event);
   void on(const StartupFailureEvent& event);
@@ -51,8 +48,9 @@ class TerminalReporter : public Reporter {
   void on(const AnswerEvent& /*event*/) {}
 
   void note(const std::string& line);
-  void measure(const ProgressEvent& event);
-  void drawBar();
+  void drawBar(TimePoint now);
+  void noteStandstills(TimePoint now);
+  void forget(TransferId id);
   [[nodiscard]] const TransferView& transfer(TransferId id) const { return state_.transfers().at(id); }
   void printSaved(const TransferView& saved, const FinishedEvent& event);
   void printSent(const TransferView& sent, const FinishedEvent& event);
@@ -61,8 +59,10 @@ class TerminalReporter : public Reporter {
   const bool isQuiet_;
   const std::shared_ptr<Clock> clock_;
   SessionState state_;
-  std::map<TransferId, Speed> speeds_;  // of those that a bar can be drawn for
+  std::map<TransferId, TransferPace> paces_;  // of those that have told how far they are
+  std::set<TransferId> unnoted_;              // those of which a standstill is still to be told, where there is no bar
   std::optional<TimePoint> drawn_;
+  bool isBarBehind_ = false;
 };
 
 }  // namespace vesko

@@ -156,8 +156,8 @@ std::string progressLine(const ProgressView& view, std::size_t columns) {
   constexpr std::size_t longestBar = 32;
   const double fraction = fractionOf(view);
   std::string numbers = aligned(fixedText(std::floor(fraction * 100), 0), 3) + "%  " +
-                        aligned(sizeText(view.finishedBytes), 7) + "  " + aligned(rateText(view.rate), 9) +
-                        timeLeftText(view);
+                        aligned(sizeText(view.finishedBytes), 7) + "  " +
+                        (view.waiting.empty() ? aligned(rateText(view.rate), 9) + timeLeftText(view) : view.waiting);
   if (view.elementCount > 1) {
     numbers += "  " + std::to_string(view.finishedElements) + '/' + std::to_string(view.elementCount);
   }

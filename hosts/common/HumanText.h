@@ -38,12 +38,13 @@ struct ProgressView {
   std::uint64_t finishedElements = 0;
   std::uint64_t totalSize = 0;
   std::uint64_t finishedBytes = 0;
-  double rate = 0;  ///< bytes per second
+  double rate = 0;           ///< bytes per second
+  std::string waiting = {};  ///< what it waits for; then that is shown in place of rate and time left
 };
 
-/// One line of at most `columns` columns: name, bar, bytes, rate, time left, elements done of all. What does not fit is
-/// left out: the name first, then the bar, then the numbers from the end. Numbers that cannot be (more bytes than
-/// announced) are taken as they come.
+/// One line of at most `columns` columns: name, bar, bytes, rate, time left (or what it waits for), elements done of
+/// all. What does not fit is left out: the name first, then the bar, then the numbers from the end. Numbers that cannot
+/// be (more bytes than announced) are taken as they come.
 [[nodiscard]] std::string progressLine(const ProgressView& view, std::size_t columns);
 
 }  // namespace vesko

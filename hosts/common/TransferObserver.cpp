@@ -77,7 +77,7 @@ void TransferObserver::transferDidProgress(VeskoTransfer& transfer, std::int64_t
                   totalSize,
                   finishedBytes,
                   {}};
-  tellHeldNowAndThen(running);
+  tellHeldNowAndThen(&transfer);
 }
 
 void TransferObserver::transferDidEnd(VeskoTransfer& transfer, const VeskoTransferOutcome& outcome) {
@@ -117,7 +117,7 @@ void TransferObserver::incomingTransferDidProgress(VeskoIncomingTransfer& transf
   held.totalSize = totalSize;
   held.finishedBytes = finishedBytes;
   held.name = isNamed ? std::string_view(*currentName) : std::string_view();
-  tellHeldNowAndThen(running);
+  tellHeldNowAndThen(&transfer);
 }
 
 void TransferObserver::incomingTransferDidReceiveText(VeskoIncomingTransfer& transfer, const std::string& text) {
@@ -147,16 +147,32 @@ void TransferObserver::incomingTransferDidEnd(VeskoIncomingTransfer& transfer, c
   prune();
 }
 
-void TransferObserver::tellHeldNowAndThen(Running& running) {
+void TransferObserver::tellHeldNowAndThen(const void* transfer) {
+  Running& running = running_[transfer];
   running.isHeldUntold = true;
   const TimePoint now = clock_->monotonicNow();
-  if (running.lastProgress && now - *running.lastProgress < progressInterval) return;
-  running.lastProgress = now;
-  publishHeld(running);
+  const TimePoint due = running.lastProgress ? *running.lastProgress + progressInterval : now;
+  if (due <= now) return publishHeld(running);
+  // Nothing else may come for long.
+  if (!running.alarm) running.alarm = alarmFor(transfer, due);
+}
+
+std::unique_ptr<Alarm> TransferObserver::alarmFor(const void* transfer, TimePoint due) {
+  return clock_->callAfter(due - clock_->monotonicNow(), [weak = weak_from_this(), transfer, due] {
+    const auto self = weak.lock();
+    if (!self) return;
+    const std::scoped_lock lock(self->mutex_);
+    const auto found = self->running_.find(transfer);
+    // It may be too late: what was held has been told, and the next is held by now.
+    const bool isStillDue = found != self->running_.end() && found->second.lastProgress < due;
+    if (isStillDue) self->publishHeld(found->second);
+  });
 }
 
 void TransferObserver::publishHeld(Running& running) {
+  running.alarm.reset();
   if (!std::exchange(running.isHeldUntold, false)) return;
+  running.lastProgress = clock_->monotonicNow();
   ProgressEvent event = running.held;
   if (running.items != nullptr) event.name = nameOfElement(*running.items, event.finishedElements);
   sink_->publish(std::move(event));

@@ -22,7 +22,8 @@ namespace vesko {
 ///
 /// Progress is published at once, but at most ten times a second for each transfer; the newest report is held back
 /// until then, and never lost: it comes before any other event of its transfer.
-class TransferObserver : public VeskoTransferDelegate,
+class TransferObserver : public std::enable_shared_from_this<TransferObserver>,
+                         public VeskoTransferDelegate,
                          public VeskoIncomingTransferDelegate,
                          public VeskoTransferOutcomeDelegate {
  public:
@@ -71,11 +72,13 @@ class TransferObserver : public VeskoTransferDelegate,
     std::optional<TimePoint> lastProgress = std::nullopt;
     ProgressEvent held = {};  // kept, so that its name is copied to the same place again and again
     bool isHeldUntold = false;
+    std::unique_ptr<Alarm> alarm = nullptr;  // for what is held; none while nothing is
   };
 
   // All of these: with the lock held.
-  void tellHeldNowAndThen(Running& running);
+  void tellHeldNowAndThen(const void* transfer);
   void publishHeld(Running& running);
+  [[nodiscard]] std::unique_ptr<Alarm> alarmFor(const void* transfer, TimePoint due);
   void publishEnd(const void* transfer, const VeskoTransferOutcome& outcome, std::uint64_t elements,
                   std::uint64_t bytes);
   [[nodiscard]] FailedEvent failureOf(const Running& running, const VeskoTransferOutcome& outcome) const;

@@ -204,6 +204,19 @@ TEST_F(CliSendTest, ShowsABarOnTerminalsOnly) {
   EXPECT_EQ(resultOf(sender).errors, "");
 }
 
+TEST_F(CliSendTest, SaysWhomItWaitsForOnceAllIsHandedOver) {
+  const RawListener listener;
+  auto setup = setupFor({"send", "--to", addressOf(listener.port()), folder_.write("name", "body")});
+  setup.terminalColumns = 80;
+  Process sender(setup);
+  auto receiver = listener.accept();
+  EXPECT_TRUE(sender.waitForErrors("waiting for " + addressOf(listener.port()) + " to confirm"));
+  EXPECT_EQ(sender.output(), "");
+  EXPECT_TRUE(receiver.receiveAll().ends_with("body"));
+  receiver.close();
+  EXPECT_EQ(resultOf(sender).code, 0);
+}
+
 TEST_F(CliSendTest, ColoursOnlyWhereItIsWelcome) {
   const std::pair<std::vector<std::string>, bool> cases[] = {
       {{"TERM=xterm", "NO_COLOR="}, true}, {{"TERM=xterm", "NO_COLOR=1"}, false}, {{"TERM=dumb", "NO_COLOR="}, false}};

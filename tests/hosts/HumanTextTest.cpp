@@ -47,8 +47,14 @@ TEST(HumanText, DrawsWhatFitsOfAProgressLine) {
   EXPECT_EQ(progressLine(view, 50), " 50%   1.0 GB   100 MB/s  0:10 left  42/180");
   EXPECT_EQ(progressLine(view, 12), " 50%");
 
+  ProgressView still = view;
+  still.waiting = "nothing has moved for 12 s";
+  EXPECT_EQ(progressLine(still, 70), "[========         ]   50%   1.0 GB  nothing has moved for 12 s  42/180");
+  EXPECT_EQ(progressLine(still, 40), " 50%   1.0 GB");
+
   const ProgressView views[] = {
       view,
+      still,
       {"", 1, 0, 0, 0, 0},
       {"empty folders", 10, 5, 0, 0, 0},
       {"more than announced", 1, 0, 10, 1'000'000, 1e3},
