@@ -132,6 +132,9 @@ class GCDAsyncSocket {
   /// The local port; 0 while there is none.
   [[nodiscard]] virtual std::uint16_t localPort() const = 0;
 
+  /// True when bytes have arrived that nobody has asked the system for yet. On the delegate queue only.
+  [[nodiscard]] virtual bool hasUnread() const = 0;
+
   /// Seconds; longer than the minute for which a receiver may leave a question to its user open.
   static constexpr double endSeconds = 90.0;
 

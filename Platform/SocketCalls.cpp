@@ -130,6 +130,11 @@ std::size_t receive(int descriptor, std::span<char> buffer, std::error_code& err
   return counted([&] { return ::recv(descriptor, buffer.data(), buffer.size(), 0); }, error);
 }
 
+bool hasUnread(int descriptor) noexcept {
+  int bytes = 0;
+  return ::ioctl(descriptor, SIOCINQ, &bytes) == 0 && bytes > 0;
+}
+
 std::size_t send(int descriptor, std::string_view bytes, bool more, std::error_code& error) {
   const int flags = MSG_NOSIGNAL | (more ? MSG_MORE : 0);
   return counted([&] { return ::send(descriptor, bytes.data(), bytes.size(), flags); }, error);

@@ -55,6 +55,9 @@ void connect(int descriptor, const Address& address, std::error_code& error);
 /// Reads what is there, up to the buffer's size; 0 without an error is the end of the stream.
 [[nodiscard]] std::size_t receive(int descriptor, std::span<char> buffer, std::error_code& error);
 
+/// True when the system keeps bytes for `receive`.
+[[nodiscard]] bool hasUnread(int descriptor) noexcept;
+
 /// Sends what the system takes; `more`: something follows at once, so that a part of a segment may wait for it.
 [[nodiscard]] std::size_t send(int descriptor, std::string_view bytes, bool more, std::error_code& error);
 

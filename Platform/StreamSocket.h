@@ -11,6 +11,7 @@
 #include "Platform/DispatchSource.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/GCDAsyncSocket.h"
+#include "Platform/SocketCalls.h"
 #include "Platform/StreamReader.h"
 #include "Platform/StreamWriter.h"
 
@@ -41,6 +42,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void disconnectAfterWriting() override;
   [[nodiscard]] std::string connectedHost() const override { return host_; }
   [[nodiscard]] std::uint16_t localPort() const override { return localPort_; }
+  [[nodiscard]] bool hasUnread() const override { return descriptor_ && SocketCalls::hasUnread(descriptor_.get()); }
 
  private:
   enum class State : std::uint8_t { fresh, listening, connecting, connected, draining, closed };

@@ -165,6 +165,9 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// metadata, a header or bytes of a body. 0 before that. On the transfer's queue only.
   [[nodiscard]] std::uint64_t lastReception() const noexcept { return lastReception_; }
 
+  /// True when bytes that it waits for have arrived and are yet to be read. On the transfer's queue only.
+  [[nodiscard]] bool hasUnread() const;
+
   /// Breaks the transfer off to make room for newer ones, unless it has already ended. On the transfer's queue only.
   void giveWay();
 

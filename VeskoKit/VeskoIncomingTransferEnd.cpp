@@ -42,6 +42,10 @@ void VeskoIncomingTransfer::cancel() {
   queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
 }
 
+bool VeskoIncomingTransfer::hasUnread() const {
+  return decision_ != Decision::awaited && socket_ && socket_->hasUnread();
+}
+
 void VeskoIncomingTransfer::giveWay() { failAtLimit(TransferLimit::connections); }
 
 void VeskoIncomingTransfer::failAtLimit(TransferLimit limit) { fail(VeskoFailureReason::limit, {}, limit); }

@@ -115,7 +115,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Bytes that one incoming transfer may announce or bring. Set it before `startServer`.
   std::uint64_t maximumIncomingSize = VeskoIncomingTransferSettings::unlimited;
 
-  /// Incoming transfers alive at once, at least 1. When one more connection comes, the transfer that has received
+  /// Incoming transfers alive at once, at least 1. When one more connection comes, the transfer whose sender has sent
   /// nothing for the longest time is broken off, so that connections that only take up room cost each other theirs. By
   /// default as many as an eighth of the process's descriptors, 512 at most. Set it before `startServer`.
   std::size_t maximumIncomingTransfers;

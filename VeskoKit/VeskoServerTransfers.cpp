@@ -63,11 +63,17 @@ void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::sh
 void VeskoServer::makeRoomForIncoming() {
   if (liveIncomingTransfers_.size() < maximumIncomingTransfers) return;
   std::shared_ptr<VeskoIncomingTransfer> idlest;
+  // Connections that come all at once are accepted before anybody reads: what waits meanwhile is no silence.
+  std::pair<bool, std::uint64_t> activityOfIdlest;
   std::erase_if(liveIncomingTransfers_, [&](const auto& listed) {
     const auto transfer = listed.lock();
     // One whose storage is being removed holds no connection, and no descriptor, any more.
     if (!transfer || !transfer->socket()) return true;
-    if (!idlest || transfer->lastReception() < idlest->lastReception()) idlest = transfer;
+    const std::pair activity(transfer->hasUnread(), transfer->lastReception());
+    if (!idlest || activity < activityOfIdlest) {
+      idlest = transfer;
+      activityOfIdlest = activity;
+    }
     return false;
   });
   if (idlest && liveIncomingTransfers_.size() >= maximumIncomingTransfers) idlest->giveWay();

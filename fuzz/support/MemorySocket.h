@@ -68,6 +68,7 @@ class MemorySocket final : public GCDAsyncSocket {
   [[nodiscard]] bool acceptOnPort(std::uint16_t, SocketError&) override { return false; }
   [[nodiscard]] std::string connectedHost() const override { return "192.0.2.1"; }
   [[nodiscard]] std::uint16_t localPort() const override { return 1; }
+  [[nodiscard]] bool hasUnread() const override { return false; }
 
  private:
   struct Read {

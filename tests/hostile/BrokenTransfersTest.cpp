@@ -1,12 +1,11 @@
 #include <algorithm>
 #include <cstddef>
-#include <functional>
-#include <future>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/hostile/HostileFixture.h"
+#include "tests/support/QueueTasks.h"
 
 namespace vesko {
 namespace {
@@ -19,11 +18,7 @@ class BrokenTransfersTest : public HostileTest {
  protected:
   static constexpr std::size_t fileCount = ReceivedItemStorage::quicklyRemovedEntries + 1;
 
-  void holdRemovals() {
-    const auto free = std::make_shared<std::promise<void>>();
-    free_ = [free] { free->set_value(); };
-    server_->removalDispatchQueue()->async([held = free->get_future().share()] { held.wait(); });
-  }
+  void holdRemovals() { held_.emplace(server_->removalDispatchQueue()); }
 
   /// A transfer that has brought many files, and has one yet to bring.
   [[nodiscard]] RawConnection bringMany() {
@@ -39,7 +34,7 @@ class BrokenTransfersTest : public HostileTest {
     return std::ranges::any_of(delivered(), [](const auto& name) { return name.starts_with(".Vesko"); });
   }
 
-  std::function<void()> free_;
+  std::optional<HeldQueue> held_;
 };
 
 TEST_F(BrokenTransfersTest, NobodyWaitsForTheirRemoval) {
@@ -58,7 +53,7 @@ TEST_F(BrokenTransfersTest, NobodyWaitsForTheirRemoval) {
   EXPECT_FALSE(transfer->hasEnded());
   EXPECT_EQ(recorder_->count("[outcome"), 2U);
   EXPECT_TRUE(hasStorage());
-  free_();
+  held_.reset();
   ASSERT_TRUE(recorder_->waitFor("[outcome failed unsafeName]"));
   EXPECT_FALSE(hasStorage()) << "not told before it is gone";
   EXPECT_TRUE(transfer->hasEnded());
@@ -75,7 +70,7 @@ TEST_F(BrokenTransfersTest, AServiceThatGoesDoesNotWaitForItEither) {
   server_ = std::make_shared<VeskoServer>(0, 0, clock_);
   waitForTasks(incoming);
   EXPECT_TRUE(hasStorage());
-  free_();
+  held_.reset();
   waitForTasks(removal);
   EXPECT_FALSE(hasStorage());
 }

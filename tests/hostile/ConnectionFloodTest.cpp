@@ -6,6 +6,7 @@
 
 #include "Platform/DescriptorLimit.h"
 #include "tests/hostile/HostileFixture.h"
+#include "tests/support/QueueTasks.h"
 
 namespace vesko {
 namespace {
@@ -50,6 +51,19 @@ TEST_F(HostileTest, TheLongestSilentTransferGivesWay) {
 
   for (int i = 0; i < 2; ++i) EXPECT_TRUE(connectAndSend("", "[start]").send("x")) << "those that ended take no room";
   EXPECT_EQ(recorder_->count("[outcome failed limit]"), 3U);
+}
+
+TEST_F(HostileTest, WhatWaitsToBeReadIsNoSilence) {
+  server_->maximumIncomingTransfers = 2;
+  auto sender = connect();
+  ASSERT_TRUE(recorder_->waitFor("[start]"));
+  std::vector<RawConnection> others;
+  {
+    const HeldQueue held(server_->incomingDispatchQueue());
+    for (int i = 0; i < 4; ++i) others.push_back(connect());
+    ASSERT_TRUE(sender.send(metadata(1, 2) + file("a", "12")));
+  }
+  EXPECT_TRUE(recorder_->waitFor("[outcome finished]"));
 }
 
 TEST_F(HostileTest, AsManyTransfersAsTheDescriptorsAreEnoughFor) {

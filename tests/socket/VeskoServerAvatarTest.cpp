@@ -2,7 +2,6 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <future>
 
 #include "Platform/Base64.h"
 #include "Platform/NSApp.h"
@@ -259,12 +258,12 @@ TEST_F(VeskoServerAvatarTest, APictureHoldsItsPlaceUntilItIsKept) {
   const RawListener machine;
   const Peers peers = meetMany(machine.port());
   const auto next = meet(machine.port(), 100);
-  std::promise<void> goOn;
-  server_->broadcastDispatchQueue()->async([&] { goOn.get_future().wait(); });
-  for (std::uint32_t i = 0; i < maximumFetches; ++i) answer(machine, response(picture()));
-  for (int i = 0; i < 3; ++i) waitForLoop();
-  EXPECT_FALSE(machine.hasWaiting());
-  goOn.set_value();
+  {
+    const HeldQueue held(server_->broadcastDispatchQueue());
+    for (std::uint32_t i = 0; i < maximumFetches; ++i) answer(machine, response(picture()));
+    for (int i = 0; i < 3; ++i) waitForLoop();
+    EXPECT_FALSE(machine.hasWaiting());
+  }
   answer(machine, response(picture()));
   EXPECT_TRUE(arrives(*next));
   EXPECT_TRUE(std::ranges::all_of(peers, hasPicture));

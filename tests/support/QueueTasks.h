@@ -16,4 +16,24 @@ inline void waitForTasks(const std::shared_ptr<DispatchQueue>& queue) {
   }
 }
 
+/// Keeps a serial queue from running anything else for as long as it lives.
+class HeldQueue {
+ public:
+  explicit HeldQueue(const std::shared_ptr<DispatchQueue>& queue) {
+    const auto held = std::make_shared<std::promise<void>>();
+    queue->async([held, released = released_.get_future().share()] {
+      held->set_value();
+      released.wait();
+    });
+    held->get_future().wait();
+  }
+
+  ~HeldQueue() { released_.set_value(); }
+  HeldQueue(const HeldQueue&) = delete;
+  HeldQueue& operator=(const HeldQueue&) = delete;
+
+ private:
+  std::promise<void> released_;
+};
+
 }  // namespace vesko

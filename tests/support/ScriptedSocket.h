@@ -62,6 +62,7 @@ class ScriptedSocket final : public GCDAsyncSocket, public std::enable_shared_fr
                         std::int64_t /*tag*/) override {}
   [[nodiscard]] std::string connectedHost() const override { return {}; }
   [[nodiscard]] std::uint16_t localPort() const override { return 0; }
+  [[nodiscard]] bool hasUnread() const override { return false; }
 
  private:
   template <class Call>
