@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "Platform/TextEncoding.h"
+#include "Platform/text/TextEncoding.h"
 
 namespace vesko {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <system_error>
 
-#include "Platform/AccountPicture.h"
-#include "Platform/DefaultHTTPServer.h"
+#include "Platform/http/DefaultHTTPServer.h"
+#include "Platform/user/AccountPicture.h"
 
 namespace vesko {
 

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
-#include "Platform/Base64.h"
-#include "Platform/DispatchQueue.h"
-#include "Platform/NSImage.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/text/Base64.h"
+#include "Platform/user/NSImage.h"
 #include "VeskoKit/AvatarEndpoint.h"
 #include "VeskoKit/VeskoPeer.h"
 

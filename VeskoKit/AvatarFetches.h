@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/HTTPSession.h"
+#include "Platform/http/HTTPSession.h"
 #include "VeskoKit/AvatarShares.h"
 
 namespace vesko {

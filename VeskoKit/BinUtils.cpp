@@ -4,9 +4,9 @@
 #include <limits>
 #include <utility>
 
-#include "Platform/Assert.h"
-#include "Platform/Data.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/files/Data.h"
+#include "Platform/process/Assert.h"
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/Log.h"
 
 namespace vesko {

@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "Platform/Assert.h"
-#include "Platform/Data.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/files/Data.h"
+#include "Platform/process/Assert.h"
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/BinUtils.h"
 #include "VeskoKit/Log.h"
 

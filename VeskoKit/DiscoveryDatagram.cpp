@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Platform/TextEncoding.h"
+#include "Platform/text/TextEncoding.h"
 
 namespace vesko {
 

@@ -2,8 +2,8 @@
 #include <array>
 #include <utility>
 
-#include "Platform/DirectoryHandle.h"
-#include "Platform/FileHandle.h"
+#include "Platform/files/DirectoryHandle.h"
+#include "Platform/files/FileHandle.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferStream.h"

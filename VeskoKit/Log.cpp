@@ -11,8 +11,8 @@
 #include <thread>
 #include <utility>
 
-#include "Platform/PromptOutput.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/process/PromptOutput.h"
+#include "Platform/text/TextEncoding.h"
 
 namespace vesko::Log {
 namespace {

@@ -1,8 +1,8 @@
 #include "VeskoKit/NetworkTools.h"
 
-#include "Platform/AccountPicture.h"
-#include "Platform/Identity.h"
-#include "Platform/NetworkInterfaces.h"
+#include "Platform/network/NetworkInterfaces.h"
+#include "Platform/user/AccountPicture.h"
+#include "Platform/user/Identity.h"
 
 namespace vesko {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Platform/Random.h"
+#include "Platform/process/Random.h"
 
 namespace vesko {
 namespace {

@@ -1,6 +1,6 @@
 #include <utility>
 
-#include "Platform/DateFormatter.h"
+#include "Platform/text/DateFormatter.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"

@@ -4,7 +4,7 @@
 #include <array>
 #include <iterator>
 
-#include "Platform/FileHandle.h"
+#include "Platform/files/FileHandle.h"
 
 namespace vesko {
 namespace {

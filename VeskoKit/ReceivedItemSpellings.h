@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "Platform/DirectoryHandle.h"
+#include "Platform/files/DirectoryHandle.h"
 
 namespace vesko {
 

@@ -6,9 +6,9 @@
 #include <limits>
 #include <utility>
 
-#include "Platform/DateFormatter.h"
-#include "Platform/FileHandle.h"
-#include "Platform/FileManager.h"
+#include "Platform/files/FileHandle.h"
+#include "Platform/files/FileManager.h"
+#include "Platform/text/DateFormatter.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/TransferStream.h"

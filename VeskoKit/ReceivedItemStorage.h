@@ -10,7 +10,7 @@
 #include <system_error>
 #include <vector>
 
-#include "Platform/DirectoryHandle.h"
+#include "Platform/files/DirectoryHandle.h"
 #include "VeskoKit/ReceivedItemSpellings.h"
 
 namespace vesko {

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "Platform/SocketError.h"
+#include "Platform/sockets/SocketError.h"
 #include "VeskoKit/VeskoTransferOutcome.h"
 
 namespace vesko::TransferFailure {

@@ -4,7 +4,7 @@
 #include <cassert>
 #include <utility>
 
-#include "Platform/TextEncoding.h"
+#include "Platform/text/TextEncoding.h"
 
 namespace vesko::TransferStream {
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Data.h"
+#include "Platform/files/Data.h"
 
 /// The bytes of a transfer: 16 bytes of metadata, then for each element its name, a 0x00 byte, its size and its body.
 /// Pure functions; any thread.

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/FileHandle.h"
-#include "Platform/FileManager.h"
-#include "Platform/GCDAsyncSocket.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/files/FileHandle.h"
+#include "Platform/files/FileManager.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemStorage.h"

@@ -1,7 +1,7 @@
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/GCDAsyncSocket.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "VeskoKit/TransferFailure.h"

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "Platform/Data.h"
-#include "Platform/FileHandle.h"
-#include "Platform/FileManager.h"
-#include "Platform/SocketError.h"
+#include "Platform/files/Data.h"
+#include "Platform/files/FileHandle.h"
+#include "Platform/files/FileManager.h"
+#include "Platform/sockets/SocketError.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/TransferStream.h"
 

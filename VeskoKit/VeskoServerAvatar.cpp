@@ -1,8 +1,8 @@
 #include <limits>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/SelectorEventLoop.h"
+#include "Platform/http/SelectorEventLoop.h"
+#include "Platform/queues/DispatchQueue.h"
 #include "VeskoKit/AvatarEndpoint.h"
 #include "VeskoKit/AvatarFetches.h"
 #include "VeskoKit/VeskoServer.h"

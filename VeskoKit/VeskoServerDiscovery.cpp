@@ -1,9 +1,9 @@
 #include <utility>
 
-#include "Platform/Assert.h"
-#include "Platform/Clock.h"
-#include "Platform/DispatchQueue.h"
-#include "Platform/GCDAsyncUdpSocket.h"
+#include "Platform/process/Assert.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncUdpSocket.h"
 #include "VeskoKit/DiscoveryDatagram.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/VeskoServer.h"

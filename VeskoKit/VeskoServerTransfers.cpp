@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/GCDAsyncSocket.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 #include "VeskoKit/VeskoServer.h"
 
 namespace vesko {

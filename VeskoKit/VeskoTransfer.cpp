@@ -3,8 +3,8 @@
 #include <cassert>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/GCDAsyncSocket.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferStream.h"

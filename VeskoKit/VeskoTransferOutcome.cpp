@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Platform/SocketError.h"
+#include "Platform/sockets/SocketError.h"
 #include "VeskoKit/VeskoItem.h"
 
 namespace vesko {

@@ -26,7 +26,7 @@
 #include <system_error>
 #include <vector>
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/files/FileDescriptor.h"
 #include "bench/Program.h"
 #include "bench/Rounds.h"
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Platform/Data.h"
+#include "Platform/files/Data.h"
 #include "VeskoKit/BinUtils.h"
 #include "VeskoKit/TransferStream.h"
 

@@ -42,7 +42,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/files/FileDescriptor.h"
 #include "bench/Program.h"
 
 namespace vesko {

@@ -5,7 +5,7 @@
 #include <semaphore>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
+#include "Platform/queues/DispatchQueue.h"
 
 namespace vesko {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
-#include "Platform/GCDAsyncSocket.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 
 namespace vesko {
 namespace {

@@ -13,11 +13,11 @@
 #include "fuzz/support/LogCheck.h"
 #include "fuzz/support/Sending.h"
 #include "fuzz/support/WorkFolder.h"
-#include "hosts/common/ControlFolder.h"
-#include "hosts/common/ControlMessage.h"
-#include "hosts/common/ControlServer.h"
-#include "hosts/common/EventJson.h"
-#include "hosts/common/PeerJson.h"
+#include "hosts/common/control/ControlFolder.h"
+#include "hosts/common/control/ControlMessage.h"
+#include "hosts/common/control/ControlServer.h"
+#include "hosts/common/events/EventJson.h"
+#include "hosts/common/events/PeerJson.h"
 
 namespace vesko::fuzz {
 namespace {

@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-#include "Platform/Clock.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/DiscoveryDatagram.h"
 #include "VeskoKit/VeskoServer.h"
 #include "fuzz/support/Check.h"

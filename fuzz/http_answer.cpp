@@ -7,10 +7,10 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Clock.h"
-#include "Platform/HTTPSession.h"
-#include "Platform/NSImage.h"
-#include "Platform/SelectorEventLoop.h"
+#include "Platform/http/HTTPSession.h"
+#include "Platform/http/SelectorEventLoop.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/user/NSImage.h"
 #include "fuzz/support/Check.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/LogCheck.h"

@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "Platform/DefaultHTTPServer.h"
-#include "Platform/HTTPTarget.h"
-#include "Platform/SelectorEventLoop.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/http/DefaultHTTPServer.h"
+#include "Platform/http/HTTPTarget.h"
+#include "Platform/http/SelectorEventLoop.h"
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/AvatarEndpoint.h"
 #include "fuzz/support/Check.h"
 #include "fuzz/support/Input.h"

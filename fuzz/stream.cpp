@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <iterator>
 
-#include "Platform/DirectoryHandle.h"
+#include "Platform/files/DirectoryHandle.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/VeskoIncomingTransfer.h"
 #include "fuzz/support/LogCheck.h"

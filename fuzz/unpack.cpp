@@ -8,9 +8,9 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/Assert.h"
-#include "Platform/Data.h"
-#include "Platform/TextEncoding.h"
+#include "Platform/files/Data.h"
+#include "Platform/process/Assert.h"
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/BinUtils.h"
 #include "fuzz/support/Check.h"
 #include "fuzz/support/Input.h"

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-#include "Platform/DispatchQueue.h"
+#include "Platform/queues/DispatchQueue.h"
 #include "fuzz/support/Check.h"
 
 namespace vesko::fuzz {

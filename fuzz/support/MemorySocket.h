@@ -10,8 +10,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Platform/FileHandle.h"
-#include "Platform/GCDAsyncSocket.h"
+#include "Platform/files/FileHandle.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 #include "fuzz/support/Check.h"
 
 namespace vesko::fuzz {

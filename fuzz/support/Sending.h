@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/FileDescriptor.h"
-#include "Platform/SystemError.h"
+#include "Platform/files/FileDescriptor.h"
+#include "Platform/process/SystemError.h"
 #include "fuzz/support/Check.h"
 
 /// The other side of a connection, which waits for what it wants. The alarm by which a fuzzer watches over its time may

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Platform/Terminal.h"
+#include "Platform/user/Terminal.h"
 #include "VeskoKit/Log.h"
-#include "hosts/common/HumanText.h"
+#include "hosts/common/text/HumanText.h"
 
 namespace vesko {
 namespace {

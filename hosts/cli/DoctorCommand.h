@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "hosts/cli/Run.h"
-#include "hosts/common/Doctor.h"
+#include "hosts/common/doctor/Doctor.h"
 
 namespace vesko {
 

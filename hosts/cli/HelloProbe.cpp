@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "hosts/cli/Lookup.h"
-#include "hosts/common/PeerNames.h"
+#include "hosts/common/session/PeerNames.h"
 
 namespace vesko {
 namespace {

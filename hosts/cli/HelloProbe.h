@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hosts/cli/Run.h"
-#include "hosts/common/Doctor.h"
+#include "hosts/common/doctor/Doctor.h"
 
 namespace vesko {
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "Platform/StopSignals.h"
+#include "Platform/process/StopSignals.h"
 
 namespace vesko {
 namespace {

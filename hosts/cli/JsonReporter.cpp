@@ -1,6 +1,6 @@
 #include "hosts/cli/JsonReporter.h"
 
-#include "hosts/common/EventJson.h"
+#include "hosts/common/events/EventJson.h"
 
 namespace vesko {
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "Platform/PortHolders.h"
+#include "Platform/network/PortHolders.h"
 #include "VeskoKit/VeskoServer.h"
-#include "hosts/common/ControlClient.h"
-#include "hosts/common/Session.h"
+#include "hosts/common/control/ControlClient.h"
+#include "hosts/common/session/Session.h"
 
 namespace vesko {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "hosts/cli/Run.h"
-#include "hosts/common/SessionState.h"
+#include "hosts/common/session/SessionState.h"
 
 namespace vesko {
 

@@ -9,7 +9,7 @@
 
 #include "VeskoKit/VeskoServer.h"
 #include "hosts/cli/ExitCode.h"
-#include "hosts/common/NumberRange.h"
+#include "hosts/common/session/NumberRange.h"
 
 namespace vesko {
 

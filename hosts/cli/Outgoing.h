@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "hosts/cli/Run.h"
-#include "hosts/common/Session.h"
+#include "hosts/common/session/Session.h"
 
 namespace vesko {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "hosts/cli/Lookup.h"
-#include "hosts/common/PeerAddress.h"
-#include "hosts/common/PeerNames.h"
+#include "hosts/common/session/PeerAddress.h"
+#include "hosts/common/session/PeerNames.h"
 
 namespace vesko {
 namespace {

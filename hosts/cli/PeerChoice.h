@@ -5,7 +5,7 @@
 #include <variant>
 
 #include "hosts/cli/Run.h"
-#include "hosts/common/Events.h"
+#include "hosts/common/events/Events.h"
 
 namespace vesko {
 

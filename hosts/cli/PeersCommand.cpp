@@ -5,14 +5,14 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Base64.h"
-#include "Platform/DateFormatter.h"
-#include "Platform/FileManager.h"
+#include "Platform/files/FileManager.h"
+#include "Platform/text/Base64.h"
+#include "Platform/text/DateFormatter.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/Lookup.h"
-#include "hosts/common/EventJson.h"
-#include "hosts/common/HumanText.h"
-#include "hosts/common/PeerNames.h"
+#include "hosts/common/events/EventJson.h"
+#include "hosts/common/session/PeerNames.h"
+#include "hosts/common/text/HumanText.h"
 
 namespace vesko {
 namespace {

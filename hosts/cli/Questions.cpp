@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "VeskoKit/Log.h"
-#include "hosts/common/HumanText.h"
+#include "hosts/common/text/HumanText.h"
 
 namespace vesko {
 namespace {

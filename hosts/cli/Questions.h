@@ -6,7 +6,7 @@
 #include <string>
 
 #include "hosts/cli/Console.h"
-#include "hosts/common/Events.h"
+#include "hosts/common/events/Events.h"
 
 namespace vesko {
 

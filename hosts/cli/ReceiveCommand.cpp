@@ -3,9 +3,9 @@
 #include <optional>
 #include <system_error>
 
-#include "Platform/FileManager.h"
+#include "Platform/files/FileManager.h"
 #include "hosts/cli/Questions.h"
-#include "hosts/common/Session.h"
+#include "hosts/common/session/Session.h"
 
 namespace vesko {
 namespace {

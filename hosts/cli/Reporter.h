@@ -3,7 +3,7 @@
 #include <chrono>
 #include <optional>
 
-#include "hosts/common/Events.h"
+#include "hosts/common/events/Events.h"
 
 namespace vesko {
 

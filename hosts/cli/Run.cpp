@@ -1,6 +1,6 @@
 #include "hosts/cli/Run.h"
 
-#include "hosts/common/Session.h"
+#include "hosts/common/session/Session.h"
 
 namespace vesko {
 namespace {

@@ -11,7 +11,7 @@
 #include "hosts/cli/Interrupts.h"
 #include "hosts/cli/Options.h"
 #include "hosts/cli/Reporter.h"
-#include "hosts/common/EventQueue.h"
+#include "hosts/common/events/EventQueue.h"
 
 namespace vesko {
 

@@ -5,7 +5,7 @@
 #include <set>
 #include <utility>
 
-#include "Platform/FileManager.h"
+#include "Platform/files/FileManager.h"
 #include "VeskoKit/PathText.h"
 #include "hosts/cli/Outgoing.h"
 #include "hosts/cli/PeerChoice.h"

@@ -4,8 +4,8 @@
 #include <cctype>
 
 #include "VeskoKit/Log.h"
-#include "hosts/common/HumanText.h"
-#include "hosts/common/PeerNames.h"
+#include "hosts/common/session/PeerNames.h"
+#include "hosts/common/text/HumanText.h"
 
 namespace vesko {
 namespace {

@@ -8,11 +8,11 @@
 #include <set>
 #include <string>
 
-#include "Platform/Clock.h"
+#include "Platform/queues/Clock.h"
 #include "hosts/cli/Console.h"
 #include "hosts/cli/Reporter.h"
-#include "hosts/common/SessionState.h"
-#include "hosts/common/TransferPace.h"
+#include "hosts/common/session/SessionState.h"
+#include "hosts/common/text/TransferPace.h"
 
 namespace vesko {
 

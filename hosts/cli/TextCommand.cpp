@@ -6,7 +6,7 @@
 
 #include "hosts/cli/Outgoing.h"
 #include "hosts/cli/PeerChoice.h"
-#include "hosts/common/HumanText.h"
+#include "hosts/common/text/HumanText.h"
 
 namespace vesko {
 namespace {

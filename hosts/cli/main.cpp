@@ -4,9 +4,9 @@
 #include <system_error>
 #include <thread>
 
-#include "Platform/Clock.h"
-#include "Platform/DescriptorLimit.h"
-#include "Platform/DispatchQueue.h"
+#include "Platform/process/DescriptorLimit.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/queues/DispatchQueue.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/DoctorCommand.h"
 #include "hosts/cli/HelloProbe.h"

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "Platform/NSApp.h"
+#include "Platform/user/NSApp.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/support/QueueTasks.h"

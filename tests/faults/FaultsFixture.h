@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Clock.h"
-#include "Platform/DispatchQueue.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/queues/DispatchQueue.h"
 #include "VeskoKit/VeskoServer.h"
 #include "tests/faults/SystemFaults.h"
 #include "tests/support/Recorder.h"

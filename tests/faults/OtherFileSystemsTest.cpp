@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Platform/FileHandle.h"
+#include "Platform/files/FileHandle.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"

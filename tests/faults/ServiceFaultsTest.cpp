@@ -5,7 +5,7 @@
 #include <cstring>
 #include <set>
 
-#include "Platform/NSApp.h"
+#include "Platform/user/NSApp.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/faults/FaultsFixture.h"

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/DescriptorLimit.h"
+#include "Platform/process/DescriptorLimit.h"
 #include "tests/hostile/HostileFixture.h"
 #include "tests/support/QueueTasks.h"
 

@@ -1,7 +1,7 @@
 #include <cstddef>
 #include <string>
 
-#include "Platform/SocketError.h"
+#include "Platform/sockets/SocketError.h"
 #include "tests/hostile/HostileFixture.h"
 
 namespace vesko {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "tests/socket/VeskoServerFixture.h"
+#include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/ResourceGuard.h"
 
 namespace vesko {

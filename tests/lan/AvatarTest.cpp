@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Platform/Base64.h"
+#include "Platform/text/Base64.h"
 #include "tests/lan/LanFixture.h"
 #include "tests/support/RawPeer.h"
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Clock.h"
+#include "Platform/queues/Clock.h"
 
 namespace vesko {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/files/FileDescriptor.h"
 #include "tests/support/Process.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/files/FileDescriptor.h"
 
 namespace vesko {
 namespace {

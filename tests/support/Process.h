@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/files/FileDescriptor.h"
 
 namespace vesko {
 

@@ -3,7 +3,7 @@
 #include <future>
 #include <memory>
 
-#include "Platform/DispatchQueue.h"
+#include "Platform/queues/DispatchQueue.h"
 
 namespace vesko {
 

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "Platform/FileDescriptor.h"
-#include "Platform/SystemError.h"
+#include "Platform/files/FileDescriptor.h"
+#include "Platform/process/SystemError.h"
 
 namespace vesko {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/SystemError.h"
+#include "Platform/process/SystemError.h"
 
 namespace vesko {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/files/FileDescriptor.h"
 
 namespace vesko {
 

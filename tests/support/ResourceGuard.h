@@ -10,7 +10,7 @@
 #include <system_error>
 #include <thread>
 
-#include "Platform/DispatchQueue.h"
+#include "Platform/queues/DispatchQueue.h"
 #include "tests/support/QueueTasks.h"
 
 namespace vesko {

@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "Platform/Clock.h"
-#include "Platform/DispatchQueue.h"
-#include "Platform/GCDAsyncSocket.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 
 namespace vesko {
 

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include "Platform/queues/DispatchQueue.h"
+
+namespace boost::asio {
+class io_context;
+}  // namespace boost::asio
+
+namespace vesko {
+
+/// What the timers of a new context need opens descriptors: here, and not in the middle of a shortage of them. Throws
+/// `std::system_error` when there are none left.
+void openDescriptors(boost::asio::io_context& context);
+
+/// A source for a queue that has no threads of its own: waits on the pool and hands the handlers to `queue`.
+/// None, with `error` set, when the system cannot watch the descriptor.
+[[nodiscard]] std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue, int descriptor,
+                                                         std::error_code& error);
+
+/// Blocks SIGPIPE and SIGXFSZ for the calling thread; error codes say all there is to say. `sendfile` raises the one on
+/// a broken connection and, unlike `send`, takes no flag against that; storing beyond a limit of file sizes (`ulimit
+/// -f`) raises the other.
+void blockWriteSignals() noexcept;
+
+}  // namespace vesko

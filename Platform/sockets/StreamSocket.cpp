@@ -1,0 +1,282 @@
+#include "Platform/sockets/StreamSocket.h"
+
+#include <array>
+#include <utility>
+
+#include "Platform/process/SystemError.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/SocketCalls.h"
+
+namespace vesko {
+
+namespace {
+
+using Operation = SocketError::Operation;
+
+/// Accepted in one go before other work on the queue gets its turn.
+constexpr int acceptBatch = 64;
+
+/// Reads of what nobody wants, in one go before other work on the queue gets its turn.
+constexpr int drainBatch = 16;
+
+/// How long accepting rests when it keeps failing, as it does when the process has no descriptor left: the connections
+/// wait in the system's backlog.
+constexpr std::chrono::milliseconds acceptPause{100};
+
+/// What the system counts for the end of what is sent, until the other side has acknowledged it (bytes).
+constexpr std::uint64_t endOfStreamLength = 1;
+
+/// How often a closing connection is asked whether it still drains.
+constexpr std::chrono::milliseconds drainInterval{500};
+
+}  // namespace
+
+std::shared_ptr<GCDAsyncSocket> GCDAsyncSocket::make(std::weak_ptr<GCDAsyncSocketDelegate> delegate,
+                                                     std::shared_ptr<DispatchQueue> delegateQueue) {
+  return std::make_shared<StreamSocket>(std::move(delegate), std::move(delegateQueue));
+}
+
+StreamSocket::StreamSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate, std::shared_ptr<DispatchQueue> delegateQueue)
+    : delegate_(std::move(delegate)), queue_(std::move(delegateQueue)) {}
+
+StreamSocket::~StreamSocket() {
+  // Whoever sends would take an orderly end for the news that all has arrived.
+  if (state_ == State::connected) SocketCalls::resetOnClose(descriptor_.get());
+}
+
+void StreamSocket::onQueue(std::function<void(StreamSocket&)> work) {
+  if (queue_->isCurrent()) {
+    work(*this);
+    return;
+  }
+  queue_->async([weak = weak_from_this(), work = std::move(work)] {
+    if (const auto self = weak.lock()) work(*self);
+  });
+}
+
+void StreamSocket::setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) { delegate_ = std::move(delegate); }
+
+std::error_code StreamSocket::open(FileDescriptor descriptor, State state) {
+  std::error_code error;
+  auto source = queue_->makeSource(descriptor.get(), error);
+  take(std::move(descriptor), std::move(source), state);
+  return error;
+}
+
+void StreamSocket::take(FileDescriptor descriptor, std::unique_ptr<DispatchSource> source, State state) {
+  source_.reset();
+  descriptor_ = std::move(descriptor);
+  source_ = std::move(source);
+  state_ = state;
+}
+
+bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, double timeout, SocketError& error) {
+  error = {};
+  if (!SocketCalls::isAddress(host) || port == 0) {
+    error = {Operation::connect, std::make_error_code(std::errc::invalid_argument)};
+    return false;
+  }
+  std::error_code code;
+  auto descriptor = std::make_shared<FileDescriptor>(SocketCalls::makeStream(code));
+  if (code) {
+    error = {Operation::connect, code};
+    return false;
+  }
+  onQueue([descriptor, host, port, timeout](StreamSocket& self) {
+    self.host_ = host;
+    if (const std::error_code unwatched = self.open(std::move(*descriptor), State::connecting)) {
+      self.close({Operation::connect, unwatched});
+    } else {
+      self.beginConnect(port, timeout);
+    }
+  });
+  return true;
+}
+
+void StreamSocket::beginConnect(std::uint16_t port, double timeout) {
+  std::error_code code;
+  SocketCalls::connect(descriptor_.get(), {host_, port}, code);
+  if (code && code != std::errc::operation_in_progress) {
+    close({Operation::connect, code});
+    return;
+  }
+  if (timeout >= 0) wakeIn(inTicks(timeout));
+  source_->whenWritable([weak = weak_from_this(), port] {
+    if (const auto self = weak.lock()) self->finishConnect(port);
+  });
+}
+
+void StreamSocket::finishConnect(std::uint16_t port) {
+  if (state_ != State::connecting) return;
+  if (const std::error_code code = SocketCalls::connectResult(descriptor_.get())) {
+    close({Operation::connect, code});
+    return;
+  }
+  state_ = State::connected;
+  alarm_.reset();
+  alarmTime_.reset();
+  localPort_ = SocketCalls::localPort(descriptor_.get());
+  if (const auto delegate = delegate_.lock()) delegate->socketDidConnectToHost(*this, host_, port);
+  runLoop();
+}
+
+bool StreamSocket::acceptOnPort(std::uint16_t port, SocketError& error) {
+  std::error_code code;
+  auto descriptor = std::make_shared<FileDescriptor>(SocketCalls::listen(port, code));
+  // Watched from here, so that the caller hears when that cannot be done: a listener has nobody else to tell.
+  auto source = std::make_shared<std::unique_ptr<DispatchSource>>();
+  if (!code) *source = queue_->makeSource(descriptor->get(), code);
+  error = {code ? Operation::listen : Operation::none, code};
+  if (code) return false;
+  // Taken over by what is accepted. Whoever sends takes an orderly end for success, so it must be nobody's default:
+  // were this process killed, the system would close its connections.
+  SocketCalls::resetOnClose(descriptor->get());
+  localPort_ = SocketCalls::localPort(descriptor->get());
+  onQueue([descriptor, source](StreamSocket& self) {
+    self.take(std::move(*descriptor), std::move(*source), State::listening);
+    self.acceptWaiting();
+  });
+  return true;
+}
+
+void StreamSocket::acceptWaiting() {
+  std::error_code code;
+  for (int i = 0; i < acceptBatch && state_ == State::listening; ++i) {
+    std::string host;
+    FileDescriptor accepted = SocketCalls::accept(descriptor_.get(), host, code);
+    // Other errors may be those of one connection, and the next one is fine.
+    if (code == std::errc::operation_would_block || isShortageOfResources(code)) break;
+    if (accepted) adopt(std::move(accepted), std::move(host));
+  }
+  if (state_ != State::listening) return;
+  if (code && code != std::errc::operation_would_block) {
+    wakeIn(acceptPause);
+    return;
+  }
+  source_->whenReadable([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->acceptWaiting();
+  });
+}
+
+void StreamSocket::adopt(FileDescriptor descriptor, std::string host) {
+  const auto delegate = delegate_.lock();
+  auto accepted = std::make_shared<StreamSocket>(std::weak_ptr<GCDAsyncSocketDelegate>(), queue_);
+  accepted->host_ = std::move(host);
+  accepted->localPort_ = SocketCalls::localPort(descriptor.get());
+  const std::error_code unwatched = accepted->open(std::move(descriptor), State::connected);
+  if (delegate && !unwatched) delegate->socketDidAcceptNewSocket(*this, std::move(accepted));
+}
+
+void StreamSocket::disconnect() {
+  onQueue([](StreamSocket& self) { self.close({}); });
+}
+
+void StreamSocket::disconnectWithReset() {
+  onQueue([](StreamSocket& self) { self.close({}, true); });
+}
+
+void StreamSocket::disconnectAfterWriting() {
+  onQueue([](StreamSocket& self) {
+    self.closesAfterWriting_ = true;
+    self.scheduleLoop();
+  });
+}
+
+void StreamSocket::beginDraining() {
+  state_ = State::draining;
+  reader_.clear();
+  beginAcknowledged(queue_->clock()->monotonicNow());
+  wakeIn(drainInterval);
+  waitReadable();
+  finishSending();
+}
+
+/// What the system has not taken of the gathered bytes comes first; only then may it say that nothing follows.
+void StreamSocket::finishSending() {
+  SocketError error;
+  const StreamStep flushed = writer_.isBlocked() ? StreamStep::blocked : writer_.flush(descriptor_.get(), false, error);
+  if (flushed == StreamStep::failed) {
+    close(error);
+  } else if (flushed == StreamStep::blocked) {
+    waitWritable();
+  } else {
+    SocketCalls::shutdownSending(descriptor_.get());
+  }
+}
+
+std::uint64_t StreamSocket::undrainedBytes() const noexcept {
+  return SocketCalls::unacknowledgedBytes(descriptor_.get()) + writer_.gatheredBytes();
+}
+
+void StreamSocket::drain() {
+  std::array<char, 4096> unexpected;
+  std::error_code code;
+  bool isOpen = true;
+  for (int i = 0; i < drainBatch && isOpen && !code; ++i) {
+    isOpen = SocketCalls::receive(descriptor_.get(), unexpected, code) > 0;
+  }
+  if (code == std::errc::operation_would_block || (isOpen && !code)) {
+    waitReadable();
+  } else if (code || writer_.gatheredBytes() > 0) {
+    close({Operation::write, code ? code : make_error_code(SocketErrc::endOfStream)});
+  } else if (undrainedBytes() > endOfStreamLength) {
+    // It has gone, or has just nothing to say: that shows when it takes the rest, or refuses it.
+    otherSideHasEnded_ = true;
+  } else {
+    close({});
+  }
+}
+
+void StreamSocket::beginAcknowledged(Time now) {
+  acknowledged_ = {0, now};
+  noteAcknowledged(undrainedBytes(), now);
+}
+
+void StreamSocket::noteAcknowledged(std::uint64_t outstanding, Time now) {
+  const std::uint64_t bytes = written_ > outstanding ? written_ - outstanding : 0;
+  if (bytes > acknowledged_.bytes) acknowledged_ = {bytes, now};
+}
+
+void StreamSocket::checkDraining() {
+  const Time now = queue_->clock()->monotonicNow();
+  const std::uint64_t outstanding = undrainedBytes();
+  noteAcknowledged(outstanding, now);
+  const bool isTaken = outstanding <= endOfStreamLength;
+  const std::error_code refused =
+      otherSideHasEnded_ ? SocketCalls::connectResult(descriptor_.get()) : std::error_code();
+  const auto end = inTicks(endSeconds);
+  if (refused) {
+    close({Operation::write, refused});
+  } else if (isTaken && otherSideHasEnded_) {
+    close({});
+  } else if (now - acknowledged_.since < end) {
+    // From now on only the other side's end is awaited, which is told without asking.
+    wakeIn(isTaken ? acknowledged_.since + end - now : drainInterval);
+  } else if (isTaken) {
+    close({Operation::write, SocketErrc::unconfirmed});
+  } else {
+    close({Operation::write, std::make_error_code(std::errc::timed_out)});
+  }
+}
+
+void StreamSocket::close(const SocketError& error, bool reset) {
+  if (state_ == State::fresh || state_ == State::closed) return;
+  state_ = State::closed;
+  // An orderly end tells the other side that nothing was lost.
+  if (reset || error) {
+    SocketCalls::resetOnClose(descriptor_.get());
+  } else {
+    SocketCalls::endOnClose(descriptor_.get());
+  }
+  alarm_.reset();
+  source_.reset();
+  descriptor_.reset();
+  reader_.clear();
+  writer_.clear();
+  // Later, so that a delegate that closes the socket has done its own part before it hears of the end.
+  queue_->async([self = shared_from_this(), error] {
+    if (const auto delegate = self->delegate_.lock()) delegate->socketDidDisconnect(*self, error);
+  });
+}
+
+}  // namespace vesko

@@ -1,0 +1,57 @@
+#include "hosts/common/session/Admission.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/queues/DispatchQueue.h"
+
+namespace vesko {
+
+Admission::Admission(AdmissionRules rules, std::shared_ptr<EventSink> sink, Identify identify,
+                     std::shared_ptr<DispatchQueue> queue)
+    : rules_(std::move(rules)), sink_(std::move(sink)), identify_(std::move(identify)), queue_(std::move(queue)) {}
+
+bool Admission::admitsConnectionFrom(const std::string& address) {
+  // Not even the news of it is made: that is what there is too much of.
+  if (sink_->isOverwhelmed()) return false;
+  const auto number = networkRange(address);
+  const auto includes = [&](const NumberRange& range) { return number && range.contains(*number); };
+  if (rules_.allowed.empty() || std::ranges::any_of(rules_.allowed, includes)) return true;
+  if (strangers_.size() < maximumStrangers && strangers_.insert(address).second) sink_->publish(RefusedEvent{address});
+  return false;
+}
+
+void Admission::incomingTransferAwaitsDecision(VeskoIncomingTransfer& transfer) {
+  if (!rules_.asks) return transfer.proceed();
+  if (questions_.size() == maximumQuestions) return transfer.refuse();
+  const TransferId id = identify_(transfer);
+  auto expiry = queue_->clock()->callAfter(timeToAnswer, [weak = weak_from_this(), id] {
+    if (const auto self = weak.lock()) self->answer(id, false);
+  });
+  questions_.emplace(id, Question{transfer.weak_from_this(), transfer.totalSize, std::move(expiry)});
+  const bool isText = transfer.currentPath().empty();
+  sink_->publish(QuestionEvent{id, transfer.remoteAddress(), transfer.elementCount, transfer.totalSize,
+                               isText ? std::string() : transfer.currentName()});
+}
+
+void Admission::answer(TransferId id, bool accepted) {
+  queue_->async([weak = weak_from_this(), id, accepted] {
+    if (const auto self = weak.lock()) self->settle(id, accepted);
+  });
+}
+
+void Admission::settle(TransferId id, bool accepted) {
+  const auto question = questions_.extract(id);
+  if (question.empty()) return;
+  const auto transfer = question.mapped().transfer.lock();
+  if (!transfer || transfer->hasEnded()) return;
+  sink_->publish(AnswerEvent{id, accepted});
+  if (accepted) {
+    // What was agreed to is what comes.
+    transfer->proceed(question.mapped().announcedSize);
+  } else {
+    transfer->refuse();
+  }
+}
+
+}  // namespace vesko

@@ -1,0 +1,45 @@
+#include "hosts/common/session/NumberRange.h"
+
+#include <charconv>
+#include <system_error>
+
+#include "Platform/network/NetworkInterfaces.h"
+
+namespace vesko {
+
+std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits) noexcept {
+  std::uint32_t value = 0;
+  const char* at = address.data();
+  const char* const end = at + address.size();
+  for (int octet = 0; octet < 4; ++octet) {
+    if (octet > 0 && (at == end || *at++ != '.')) return std::nullopt;
+    std::uint8_t part = 0;
+    const auto [next, error] = std::from_chars(at, end, part);
+    // Some programs take what begins with a 0 for octal.
+    if (error != std::errc() || (*at == '0' && next - at > 1)) return std::nullopt;
+    value = value << 8U | part;
+    at = next;
+  }
+  if (at != end || bits > 32) return std::nullopt;
+  const std::uint32_t hosts = bits == 32 ? 0 : ~std::uint32_t{0} >> bits;
+  return NumberRange{value & ~hosts, value | hosts};
+}
+
+std::optional<NumberRange> networkRange(const InterfaceAddress& interface) noexcept {
+  const auto address = networkRange(interface.address);
+  const auto mask = networkRange(interface.netmask);
+  if (!address || !mask) return std::nullopt;
+  return NumberRange{address->first & mask->first, address->first | ~mask->first};
+}
+
+std::optional<NumberRange> parseNetwork(std::string_view text) noexcept {
+  const auto slash = text.find('/');
+  if (slash == std::string_view::npos) return networkRange(text);
+  const std::string_view length = text.substr(slash + 1);
+  std::uint32_t bits = 0;
+  const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), bits);
+  if (error != std::errc() || end != length.data() + length.size()) return std::nullopt;
+  return networkRange(text.substr(0, slash), bits);
+}
+
+}  // namespace vesko

@@ -1,0 +1,82 @@
+#include "hosts/common/session/PeerAddress.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace vesko {
+namespace {
+
+/// The number written by all of `text` in decimal, not above `maximum`; none otherwise.
+std::optional<unsigned> parseNumber(std::string_view text, unsigned maximum) {
+  unsigned number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number > maximum) return std::nullopt;
+  if (text.size() > 1 && text.front() == '0') return std::nullopt;
+  return number;
+}
+
+constexpr std::string_view digits = "0123456789";
+
+bool consistsOf(std::string_view text, std::string_view characters) noexcept {
+  return text.find_first_not_of(characters) == std::string_view::npos;
+}
+
+/// What is wrong with a dotted address; none when nothing is.
+std::optional<std::string> complaintAboutDotted(std::string_view text) {
+  if (std::ranges::count(text, '.') != 3) return "an address has four numbers, as in 192.168.1.7";
+  for (;;) {
+    const auto length = std::min(text.find('.'), text.size());
+    const auto octet = text.substr(0, length);
+    if (!parseNumber(octet, 255))
+      return '"' + std::string(octet) + "\" is no number from 0 to 255, without leading zeros";
+    if (length == text.size()) return std::nullopt;
+    text.remove_prefix(length + 1);
+  }
+}
+
+std::optional<std::uint16_t> parsePort(std::string_view text) {
+  const auto port = parseNumber(text, 65535);
+  return port && *port != 0 ? std::optional(static_cast<std::uint16_t>(*port)) : std::nullopt;
+}
+
+/// Digits and two dots: one alone may be part of a name.
+bool looksDotted(std::string_view text) {
+  return consistsOf(text, "0123456789./") && text.find_first_of(digits) == 0 && std::ranges::count(text, '.') >= 2;
+}
+
+/// "::1", "fe80::1%eth0", "[2001:db8::7]:4644" and those with all eight numbers.
+bool looksLikeIPv6(std::string_view text) {
+  if (text.starts_with('[')) text.remove_prefix(1);
+  text = text.substr(0, text.find_first_of("]%"));
+  constexpr int mostColons = 7;
+  return consistsOf(text, "0123456789abcdefABCDEF:.") &&
+         (text.find("::") != std::string_view::npos || std::ranges::count(text, ':') == mostColons);
+}
+
+}  // namespace
+
+std::optional<PeerAddress> parsePeerAddress(std::string_view text, std::uint16_t defaultPort) {
+  PeerAddress address{std::string(text), defaultPort};
+  if (const auto colon = text.find(':'); colon != std::string_view::npos) {
+    const auto port = parsePort(text.substr(colon + 1));
+    if (!port) return std::nullopt;
+    address = {std::string(text.substr(0, colon)), *port};
+  }
+  if (complaintAboutDotted(address.ip)) return std::nullopt;
+  return address;
+}
+
+std::optional<std::string> complaintAboutAddress(std::string_view text) {
+  if (looksLikeIPv6(text)) return "IPv6 is not supported; an address looks like 192.168.1.7 or 192.168.1.7:4644";
+  const auto colon = text.find(':');
+  const bool hasPort = colon != std::string_view::npos;
+  const auto ip = text.substr(0, colon);
+  const auto port = hasPort ? text.substr(colon + 1) : std::string_view();
+  if (ip.empty() && !port.empty() && consistsOf(port, digits)) return "there is no address before the port";
+  if (!looksDotted(ip)) return std::nullopt;
+  if (auto complaint = complaintAboutDotted(ip)) return complaint;
+  if (!hasPort || parsePort(port)) return std::nullopt;
+  return '"' + std::string(port) + "\" is no port from 1 to 65535";
+}
+
+}  // namespace vesko

@@ -1,0 +1,233 @@
+#include <array>
+#include <chrono>
+#include <thread>
+
+#include "hosts/common/session/Session.h"
+#include "hosts/common/text/HumanText.h"
+#include "tests/hosts/cli/CliFixture.h"
+
+namespace vesko {
+namespace {
+
+using CliSendTest = CliTest;
+
+TEST_F(CliSendTest, FoldersArriveAsTheyWere) {
+  folder_.write("photos/summer/été.txt", "hello");
+  folder_.write("photos/summer/large", std::string(3'000'000, 'x'));
+  folder_.write("photos/.hidden", "");
+  folder_.makeFolder("photos/empty");
+  const auto receiver = startReceiver();
+  const auto result = run({"send", "--to", peer(), folder_.path("photos")});
+  EXPECT_EQ(result.code, 0);
+  EXPECT_TRUE(result.output.starts_with("sent photos to " + peer() + ": 6 elements, 3.0 MB")) << result.output;
+  EXPECT_EQ(result.errors, "");
+  EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 6 elements, 3.0 MB from 127.0.0.1"));
+  EXPECT_EQ(treeOf("in/photos"), treeOf("photos"));
+}
+
+TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {
+  folder_.write("dir/sub/a", "a");
+  folder_.write("dir/[a,b]", "b");
+  folder_.write("dir/{}", "c");
+  folder_.write("dir/text", "d");
+  std::filesystem::create_symlink("text", folder_.path("dir/link"));
+  std::filesystem::create_symlink("sub", folder_.path("dir/linkToSub"));
+  const auto receiver = startReceiver();
+  const struct {
+    Arguments paths;
+    std::string saved;
+  } cases[] = {
+      {{"."}, "/dir: 9 elements, 6 bytes"},
+      {{"sub/.."}, "/dir (2): 9 elements, 6 bytes"},
+      {{"sub/"}, "/sub: 2 elements, 1 byte"},
+      {{"sub/."}, "/sub (2): 2 elements, 1 byte"},
+      {{"[a,b]"}, "/[a,b]: 1 byte"},
+      {{"{}"}, "/{}: 1 byte"},
+      {{"text"}, "/text: 1 byte"},
+      {{"linkToSub/"}, "/linkToSub: 2 elements, 1 byte"},
+      {{"text", "./text", "sub/../text", "linkToSub/../text"}, "/text (2): 1 byte"},
+      {{"sub", "sub/", "../dir/sub"}, "/sub (3): 2 elements, 1 byte"},
+      {{"link", "text"}, ": 2 elements, 2 bytes"},
+  };
+  for (const auto& [paths, saved] : cases) {
+    auto setup = setupFor({"send", "--to", peer(), "--quiet"});
+    setup.arguments.insert(setup.arguments.begin(), {"/usr/bin/env", "-C", folder_.path("dir")});
+    setup.arguments.insert(setup.arguments.end(), paths.begin(), paths.end());
+    Process sender(setup);
+    const auto result = resultOf(sender);
+    EXPECT_EQ(result.code, 0) << paths.front() << result.errors;
+    EXPECT_EQ(result.output + result.errors, "") << paths.front();
+    EXPECT_TRUE(receiver->waitForOutput(saved + " from")) << saved << " is missing in\n" << receiver->output();
+  }
+}
+
+TEST_F(CliSendTest, WrongCommandLinesAreUsageErrors) {
+  folder_.write("a/x", "");
+  folder_.write("b/x", "");
+  const std::string port = addressOf(RawListener(false).port());
+  const Arguments cases[] = {
+      {},
+      {"fetch"},
+      {"send", "x"},
+      {"send", "--to", port},
+      {"send", "--to", port, "--colour", "x"},
+      {"send", "--to", port, "--port", "0", "x"},
+      {"send", "--to", port, "--port", "65536", "x"},
+      {"send", "--to", port, "--log", folder_.path("none/log"), "x"},
+      {"send", "--to", port, folder_.path("a/x"), folder_.path("b/x")},
+      {"send", "--to", "300.1.1.1", folder_.path("a/x")},
+      {"text", "--to", "::1", "a"},
+      {"peers", "--wait", "-1"},
+      {"text", "--to", port, "a", "b"},
+      {"text", "--to", port, "\xff"},
+      {"receive", "x"},
+      {"receive", "--dir", folder_.path("none")},
+      {"receive", "--dir", folder_.path("a/x")},
+  };
+  for (const auto& arguments : cases) {
+    const auto result = run(arguments);
+    EXPECT_EQ(result.code, 2) << testing::PrintToString(arguments);
+    EXPECT_EQ(result.output, "");
+    EXPECT_NE(result.errors, "");
+  }
+  EXPECT_EQ(run({"text", "--to", port}, std::string(VeskoText::maximumLength + 1, 'x')).code, 2);
+  for (const char* option : {"--help", "--version"}) EXPECT_EQ(run({option}).code, 0);
+}
+
+TEST_F(CliSendTest, NamesWhatCouldNotBeSent) {
+  const std::string file = folder_.write("a", "hello");
+  const RawListener refusing(false);
+  auto result = run({"send", "--to", "localhost", "--wait", "0", file});
+  EXPECT_EQ(result.code, 3);
+  EXPECT_NE(result.errors.find("no other machine was found"), std::string::npos) << result.errors;
+  EXPECT_EQ(run({"send", "--to", addressOf(refusing.port()), file}).code, 4);
+  EXPECT_EQ(run({"send", "--to", "127.0.0.1", "--port", std::to_string(refusing.port()), file}).code, 4);
+
+  // Nothing is left, so nobody has to be reached.
+  const struct {
+    std::string path;
+    int code;
+    std::string complaint;
+  } cases[] = {
+      {folder_.path("none\x1b[2J"), 6, "none\\u{1b}[2J\": it does not exist"},
+      {"/proc/cpuinfo", 6, "\"/proc/cpuinfo\": its length is not known in advance"},
+      {file + "/", 6, "a/\": it is a file, not a folder"},
+      {folder_.write("___VIRNO___TEXT___", "x"), 2,
+       "TEXT___\": by itself it would arrive as a text; put it into a folder"},
+  };
+  for (const auto& [path, code, complaint] : cases) {
+    result = run({"send", "--to", addressOf(refusing.port()), path});
+    EXPECT_EQ(result.code, code);
+    EXPECT_NE(result.errors.find(complaint), std::string::npos) << result.errors;
+  }
+
+  const auto receiver = startReceiver();
+  result = run({"send", "--to", peer(), "--json", folder_.path("none"), file});
+  EXPECT_EQ(result.code, 6);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(eventIn(result.output, "skipped")["path"], folder_.path("none"));
+  EXPECT_EQ(eventIn(result.output, "skipped")["reason"], "notFound");
+  EXPECT_EQ(eventIn(result.output, "finished")["elements"], 1);
+  EXPECT_TRUE(receiver->waitForOutput("saved"));
+  EXPECT_EQ(folder_.read("in/a"), "hello");
+}
+
+TEST_F(CliSendTest, ReportsATransferThatBreaksOff) {
+  const RawListener listener;
+  Process sender(setupFor({"send", "--to", addressOf(listener.port()), "--json", makeLargeFile("large")}));
+  auto connection = listener.accept();
+  EXPECT_EQ(connection.receive(100'000).size(), 100'000U);
+  connection.reset();
+  const auto result = resultOf(sender);
+  EXPECT_EQ(result.code, 5);
+  EXPECT_EQ(eventsIn(result.output).back()["event"], "failed");
+  EXPECT_EQ(eventsIn(result.output).back()["reason"], "connectionLost");
+  EXPECT_EQ(eventsIn(result.output).back()["element"], "large");
+}
+
+TEST_F(CliSendTest, EndsWhenInterrupted) {
+  const RawListener listener;
+  for (const int number : {SIGINT, SIGTERM}) {
+    Process sender(setupFor({"send", "--to", addressOf(listener.port()), makeLargeFile("large")}));
+    auto connection = listener.accept();
+    EXPECT_EQ(connection.receive(100'000).size(), 100'000U);
+    sender.signal(number);
+    EXPECT_EQ(sender.wait(), 130);
+    EXPECT_NE(sender.errors().find("cancelled"), std::string::npos);
+    static_cast<void>(connection.receiveAll());
+    EXPECT_EQ(connection.error(), std::errc::connection_reset);  // not to be taken for the end of the stream
+  }
+  auto setup = setupFor({"text", "--to", addressOf(listener.port()), "--log", folder_.path("log")});
+  setup.input.reset();
+  Process typing(setup);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!folder_.exists("log") && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  typing.signal(SIGINT);
+  EXPECT_EQ(typing.wait(), 130);
+}
+
+TEST_F(CliSendTest, TextsArriveByteForByte) {
+  const auto receiver = startReceiver({"--json"});
+  const std::string text("a\n\tb\0\x1b[2J\u00e9\r\n", 13);
+  EXPECT_EQ(run({"text", "--to", peer(), "first"}).code, 0);
+  EXPECT_EQ(run({"text", "--to", peer()}, text).code, 0);
+  EXPECT_EQ(run({"text", "--to", peer(), "-"}, "-third").code, 0);
+  EXPECT_EQ(run({"text", "--to", peer(), "--", "--fourth"}).code, 0);
+  EXPECT_EQ(run({"text", "--to", peer(), ""}).code, 0);
+  receiver->signal(SIGTERM);
+  const auto result = resultOf(*receiver);
+  std::vector<std::string> texts;
+  for (const auto& event : eventsIn(result.output)) {
+    if (event["event"] == "textReceived") texts.push_back(event["text"]);
+  }
+  EXPECT_EQ(texts, (std::vector<std::string>{"first", text, "-third", "--fourth", ""}));
+}
+
+TEST_F(CliSendTest, ShowsABarOnTerminalsOnly) {
+  const std::string file = folder_.write("\x1b]0;name", std::string(3'000'000, 'x'));
+  const auto receiver = startReceiver();
+  for (const auto columns : std::to_array<unsigned short>({30, 60, 200})) {
+    auto setup = setupFor({"send", "--to", peer(), file});
+    setup.terminalColumns = columns;
+    Process sender(setup);
+    const auto result = resultOf(sender);
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.errors.find("%  "), std::string::npos) << result.errors;
+    EXPECT_EQ(result.errors.find('\x1b'), std::string::npos);
+    EXPECT_TRUE(result.errors.ends_with(" \r"));
+    std::istringstream lines(result.errors);
+    for (std::string line; std::getline(lines, line, '\r');) EXPECT_LT(columnsOf(line), columns) << line;
+  }
+  auto setup = setupFor({"send", "--to", peer(), "--quiet", file});
+  setup.terminalColumns = 80;
+  Process sender(setup);
+  EXPECT_EQ(resultOf(sender).errors, "");
+}
+
+TEST_F(CliSendTest, SaysWhomItWaitsForOnceAllIsHandedOver) {
+  const RawListener listener;
+  auto setup = setupFor({"send", "--to", addressOf(listener.port()), folder_.write("name", "body")});
+  setup.terminalColumns = 80;
+  Process sender(setup);
+  auto receiver = listener.accept();
+  EXPECT_TRUE(sender.waitForErrors("waiting for " + addressOf(listener.port()) + " to confirm"));
+  EXPECT_EQ(sender.output(), "");
+  EXPECT_TRUE(receiver.receiveAll().ends_with("body"));
+  receiver.close();
+  EXPECT_EQ(resultOf(sender).code, 0);
+}
+
+TEST_F(CliSendTest, ColoursOnlyWhereItIsWelcome) {
+  const std::pair<std::vector<std::string>, bool> cases[] = {
+      {{"TERM=xterm", "NO_COLOR="}, true}, {{"TERM=xterm", "NO_COLOR=1"}, false}, {{"TERM=dumb", "NO_COLOR="}, false}};
+  for (const auto& [environment, hasColour] : cases) {
+    auto setup = setupFor({"send", "--to", "127.0.0.1:1", "x"});
+    setup.environment = environment;
+    setup.terminalColumns = 80;
+    Process sender(setup);
+    EXPECT_EQ(resultOf(sender).errors.find('\x1b') != std::string::npos, hasColour) << environment[0];
+  }
+}
+
+}  // namespace
+}  // namespace vesko

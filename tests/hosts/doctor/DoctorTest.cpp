@@ -1,0 +1,135 @@
+#include "hosts/common/doctor/Doctor.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace vesko {
+namespace {
+
+InterfaceAddress interface(const char* name, const char* address, const char* netmask = "255.255.255.0") {
+  return {name, address, netmask, true, true, false};
+}
+
+InterfaceKind kindOf(const std::string& name) {
+  if (name == "docker0") return InterfaceKind::container;
+  return name == "tun0" ? InterfaceKind::tunnel : InterfaceKind::ordinary;
+}
+
+/// Levels and texts, a line each.
+std::string linesOf(const std::vector<Finding>& findings) {
+  std::string lines;
+  for (const auto& finding : findings) {
+    lines += std::string(nameOf(finding.level)) + ": " + finding.text + '\n';
+    const bool needsAdvice = finding.level >= Finding::Level::warning;
+    EXPECT_TRUE(!needsAdvice || !finding.advice.empty()) << finding.text;
+  }
+  return lines;
+}
+
+TEST(Doctor, TellsWhereHellosGo) {
+  InterfaceAddress loopback = interface("lo", "127.0.0.1", "255.0.0.0");
+  loopback.isLoopback = true;
+  InterfaceAddress unplugged = interface("eth1", "10.0.0.1");
+  unplugged.isRunning = false;
+  const auto docker = interface("docker0", "172.17.0.1", "255.255.0.0");
+  const auto tunnel = interface("tun0", "10.8.0.2", "255.255.255.255");
+  EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback, interface("eth0", "192.168.1.20"), docker, tunnel, unplugged,
+                                             interface("wlan0", "192.168.1.21"), interface("eth0:1", "192.168.1.9")},
+                                            kindOf)),
+            "ok: eth0  192.168.1.20/24  broadcast 192.168.1.255\n"
+            "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos go there too\n"
+            "note: tun0  10.8.0.2/32  no broadcast, a link to one machine (tunnel)\n"
+            "note: eth1  10.0.0.1  has no link: no hello goes there\n"
+            "ok: wlan0  192.168.1.21/24  broadcast 192.168.1.255\n"
+            "ok: eth0:1  192.168.1.9/24  broadcast 192.168.1.255\n"
+            "note: eth0 and wlan0 are both in 192.168.1.0/24: others may see this machine at either address\n"
+            "note: wlan0 and eth0:1 are both in 192.168.1.0/24: others may see this machine at either address\n");
+  EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback, docker}, kindOf)),
+            "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos go there too\n"
+            "warning: no interface leads to a local network of machines\n");
+  EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback}, kindOf)), "problem: this machine is in no network\n");
+}
+
+TEST(Doctor, TellsWhoHoldsPorts) {
+  const PortHolder host{"anna", true, 7, "vesko"};
+  const std::pair<std::vector<PortHolder>, const char*> cases[] = {
+      {{}, "ok: UDP 4644: free\n"},
+      {{host}, "ok: UDP 4644 is held by \"vesko\" (process 7, user anna)\n"},
+      {{host, {"anna", true, 8, "nc"}}, "problem: UDP 4644 is held by \"nc\" (process 8, user anna)\n"},
+      {{{"bert", false, 0, ""}}, "problem: UDP 4644 is held by a process of user bert\n"},
+      {{{"bert", false, 9, "vesko"}}, "problem: UDP 4644 is held by \"vesko\" (process 9, user bert)\n"},
+  };
+  for (const auto& [holders, line] : cases) {
+    EXPECT_EQ(linesOf({findingAboutPort({PortProtocol::udp, 4644}, holders)}), line);
+  }
+  EXPECT_EQ(servicePorts(4644).back().number, 4645);
+  EXPECT_EQ(servicePorts(65535).size(), 2U);
+}
+
+TEST(Doctor, TellsWhoAnswers) {
+  PeerView peer;
+  peer.ip = "192.168.1.7";
+  peer.systemSignature = "bert at \x1b[31mhome";
+  EXPECT_EQ(linesOf(findingsAboutHello({true, "", {peer}})), "ok: 192.168.1.7  bert at \x1b[31mhome\n");
+  EXPECT_EQ(linesOf(findingsAboutHello({true, "", {}})), "warning: nobody answered within 2 seconds\n");
+  EXPECT_EQ(linesOf(findingsAboutHello({false, "the port is taken", {}})),
+            "problem: no hello could be sent: the port is taken\n");
+  peer.systemSignature += '\xff';
+  const auto json = nlohmann::ordered_json::parse(jsonLine(findingsAboutHello({true, "", {peer}}).front()));
+  EXPECT_EQ(json.begin().key(), "event");
+  EXPECT_EQ(json["level"], "ok");
+  EXPECT_EQ(json["sent"], true);
+  EXPECT_EQ(json["systemSignature"], "bert at \x1b[31mhome\ufffd");
+}
+
+TEST(Doctor, TellsWhatFirewallsStop) {
+  const auto probes = firewallProbes(
+      {interface("docker0", "172.17.0.1"), interface("eth0", "192.168.1.20"), interface("eth0:1", "192.168.1.21")},
+      kindOf, servicePorts(4644));
+  ASSERT_EQ(probes.size(), 3U);
+  FirewallFacts facts;
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
+            "note: nft is not installed, so the firewall's rules cannot be read\n");
+  facts.nftables = FirewallFacts::Access::refused;
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
+            "note: the rules of nftables cannot be read without root\n");
+
+  facts.nftables = FirewallFacts::Access::granted;
+  facts.ruleset = R"({"nftables":[{"chain":{"family":"inet","table":"t","name":"i","hook":"input","policy":"drop"}},
+      {"rule":{"family":"inet","table":"t","chain":"i","expr":[{"match":{"op":"==","left":
+      {"meta":{"key":"l4proto"}},"right":"tcp"}},{"accept":null}]}}]})";
+  const std::string byNftables =
+      "problem: the chain inet t i of nftables does not let UDP 4644 in from eth0, as no rule allows it\n"
+      "ok: nftables lets TCP 4644 in from eth0\nok: nftables lets TCP 4645 in from eth0\n";
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)), byNftables);
+  EXPECT_EQ(findingsAboutFirewalls(facts, probes)
+                .front()
+                .advice.find("run `sudo nft insert rule inet t i udp dport 4644 accept`"),
+            0U);
+
+  facts.isFirewalldRunning = true;
+  facts.zones = {{"eth0", "home", "4644-4645/tcp"}};
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
+            byNftables +
+                "warning: the open ports of firewalld's zone home do not let UDP 4644 in from eth0\n"
+                "ok: firewalld lets TCP 4644 in from eth0\nok: firewalld lets TCP 4645 in from eth0\n");
+  facts.zones.clear();
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
+            byNftables + "note: firewalld is running and does not tell which ports it lets in\n");
+  facts.isFirewalldRunning = false;
+  facts.ufwSettings = "ENABLED=yes\n";
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
+            byNftables + "note: ufw is active, and its rules cannot be read without root\n");
+  facts.ufwRules = "### tuple ### allow tcp 4644:4645 0.0.0.0/0 any 0.0.0.0/0 in\n";
+  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
+            byNftables +
+                "problem: ufw does not let UDP 4644 in from eth0\n"
+                "ok: ufw lets TCP 4644 in from eth0\nok: ufw lets TCP 4645 in from eth0\n");
+  EXPECT_EQ(findingsAboutFirewalls(facts, probes).front().advice,
+            "run `sudo ufw allow 4644/udp && sudo ufw allow 4644:4645/tcp`");
+}
+
+}  // namespace
+}  // namespace vesko

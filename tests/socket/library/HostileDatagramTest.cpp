@@ -1,0 +1,295 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+#include <random>
+#include <thread>
+
+#include "VeskoKit/DiscoveryDatagram.h"
+#include "VeskoKit/NetworkTools.h"
+#include "tests/socket/library/VeskoServerFixture.h"
+#include "tests/support/RawDatagrams.h"
+#include "tests/support/ResourceGuard.h"
+
+namespace vesko {
+namespace {
+
+using namespace std::string_literals;
+
+/// To whom loopback is a network, of which only 127.0.0.9 is its own address, and nobody has a picture.
+class LoopbackServer final : public VeskoServer {
+ public:
+  using VeskoServer::sayHello;
+  using VeskoServer::VeskoServer;
+  std::string getSystemSignature() override { return "S"; }
+  bool isLocalPeer(const std::string& sender) override { return sender == "127.0.0.9"; }
+  void handleAvatar(const std::shared_ptr<VeskoPeer>& /*peer*/) override {}
+  void sayHello(const std::string& dest, std::uint16_t port) override {
+    ++answers;
+    VeskoServer::sayHello(dest, port);
+  }
+
+  std::atomic<int> answers = 0;
+};
+
+/// Counts, where a list of what happened would be longer than what is tested.
+class PeerCounter final : public VeskoPeerDiscoveryDelegate {
+ public:
+  void peerDidAppear(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) override { ++appeared; }
+  void peerDidUpdate(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) override { ++updated; }
+  void peerDidDisappear(const std::string& /*key*/) override { ++disappeared; }
+
+  std::atomic<int> appeared = 0, updated = 0, disappeared = 0;
+};
+
+class HostileDatagramTest : private ResourceGuard, public VeskoServerTest {
+ protected:
+  HostileDatagramTest() {
+    server_ = loopback_;
+    server_->downloadsFolder = folder_.path("downloads");
+    server_->defaultUdpPort = wellKnown_.port();
+    server_->setIncomingOutcomeDelegate(recorder_);
+    server_->setDelegate(counter_);
+    Log::setSink(nullptr);
+  }
+
+  ~HostileDatagramTest() override { waitForTasks(server_->broadcastDispatchQueue()); }
+
+  /// On the "broadcast" queue.
+  void hear(std::string_view bytes, std::uint32_t host) { hear(*server_, bytes, host); }
+  static void hear(VeskoServer& server, std::string_view bytes, std::uint32_t host) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(host);
+    server.udpSocketDidReceiveData(bytes, {reinterpret_cast<const char*>(&address), sizeof address});
+  }
+
+  /// Hands a datagram to the service as if it came from `host`, and returns when that has been handled.
+  void arrive(const std::string& bytes, std::uint32_t host = INADDR_LOOPBACK) {
+    onBroadcastQueue([&] { hear(bytes, host); });
+  }
+
+  template <class Work>
+  void onBroadcastQueue(Work work) {
+    server_->broadcastDispatchQueue()->async(work);
+    waitForTasks(server_->broadcastDispatchQueue());
+  }
+
+  /// What the table says of loopback's machine, which is then forgotten; none when it is not there.
+  [[nodiscard]] std::optional<std::pair<std::uint16_t, std::string>> takePeer() {
+    const auto peer = server_->peerWithKey("127.0.0.1");
+    EXPECT_EQ(server_->peers().size(), peer ? 1U : 0U);
+    if (!peer) return std::nullopt;
+    arrive("\3");
+    return std::pair(peer->port(), peer->systemSignature());
+  }
+
+  static std::string portBytes(std::uint16_t port) {
+    return {static_cast<char>(port & 0xFFU), static_cast<char>(port >> 8U)};
+  }
+
+  /// True when the service answers a hello that comes over the network.
+  [[nodiscard]] bool answers() {
+    other_.send("\4" + portBytes(other_.port()) + "good", server_->localUdpPort);
+    return other_.receive().ends_with("S") && server_->peerWithKey("127.0.0.1")->systemSignature() == "good";
+  }
+
+  std::shared_ptr<LoopbackServer> loopback_ = std::make_shared<LoopbackServer>(0, 0, clock_);
+  std::shared_ptr<PeerCounter> counter_ = std::make_shared<PeerCounter>();
+  RawDatagrams wellKnown_;
+  RawDatagrams other_;
+};
+
+TEST_F(HostileDatagramTest, EveryTypeAndLengthIsTakenOrDroppedWhole) {
+  using Peer = std::optional<std::pair<std::uint16_t, std::string>>;
+  const std::string rest = "abnul\0\n\xCE\xB1"s;
+  for (int type = 0; type < 256; ++type) {
+    for (std::size_t length = 0; length <= rest.size(); ++length) {
+      SCOPED_TRACE(testing::Message() << type << ", " << length);
+      arrive(static_cast<char>(type) + rest.substr(0, length));
+      const bool isCutInACharacter = length + 1 == rest.size();
+      Peer expected;
+      if ((type == 1 || type == 2) && !isCutInACharacter) {
+        expected.emplace(wellKnown_.port(), rest.substr(0, length));
+      } else if ((type == 4 || type == 5) && length >= 2 && !isCutInACharacter) {
+        expected.emplace(0x6261, rest.substr(2, length - 2));
+      }
+      EXPECT_EQ(takePeer(), expected);
+    }
+  }
+  arrive("");
+  EXPECT_EQ(takePeer(), std::nullopt);
+  server_->startDiscovery();
+  for (const int port : {0, 1, 65535}) {
+    arrive("\4" + portBytes(static_cast<std::uint16_t>(port)) + "S");
+    EXPECT_EQ(takePeer(), Peer({port, "S"})) << "also where no answer can be sent";
+  }
+  EXPECT_TRUE(answers());
+}
+
+TEST_F(HostileDatagramTest, TextsOfAnyKindAreKeptAsTheyAreAndLoggedOnOneLine) {
+  struct Case {
+    std::string signature, kept, logged;
+  };
+  const std::string most(signatureLimit, 'x');
+  const Case cases[] = {
+      {"", "", ""},
+      {"x", "x", "x"},
+      {most, most, most},
+      {most + "y", most, most},
+      {std::string(60'000, 'x'), most, most},
+      {std::string(65'506, 'x'), most, most},
+      {most.substr(1) + "\xF0\x9F\x98\x80", most.substr(1), most.substr(1)},
+      {"\0a\0"s, "\0a\0"s, "\\u{0}a\\u{0}"},
+      {"\r\n\t\x1B]0;x\x07\x7F", "\r\n\t\x1B]0;x\x07\x7F", "\\u{d}\\u{a}\\u{9}\\u{1b}]0;x\\u{7}\\u{7f}"},
+      {"\u0085\u009b31m", "\u0085\u009b31m", "\\u{85}\\u{9b}31m"},
+      {"\u202Egpj.\u202C\u2066\u2069\u200F\u061C\u2028", "\u202Egpj.\u202C\u2066\u2069\u200F\u061C\u2028",
+       "\\u{202e}gpj.\\u{202c}\\u{2066}\\u{2069}\\u{200f}\\u{61c}\\u{2028}"},
+      {"caf\u00E9 cafe\u0301", "caf\u00E9 cafe\u0301", "caf\u00E9 cafe\u0301"},
+      {"\uFEFF\uFFFD\uFFFF\U0010FFFF", "\uFEFF\uFFFD\uFFFF\U0010FFFF", "\uFEFF\uFFFD\uFFFF\U0010FFFF"},
+  };
+  server_->startDiscovery();
+  for (const auto& [signature, kept, logged] : cases) {
+    SCOPED_TRACE(testing::PrintToString(signature.substr(0, 40)));
+    Log::setSink(recorder_);
+    other_.send("\2" + signature, server_->localUdpPort);
+    ASSERT_TRUE(recorder_->waitFor("["));
+    Log::setSink(nullptr);
+    const std::string row = "[\"127.0.0.1\": 127.0.0.1:" + std::to_string(wellKnown_.port()) + " \"";
+    EXPECT_EQ(recorder_->take(), Strings{row + logged + "\"]"});
+    EXPECT_EQ(takePeer(), std::pair(wellKnown_.port(), kept));
+  }
+}
+
+TEST_F(HostileDatagramTest, WhatIsNoTextIsDropped) {
+  for (const auto* signature :
+       {"\x80", "a\xBF", "\xC0\x80", "\xC1\xBF", "\xC3", "\xC3(", "\xE0\x80\x80", "\xE2\x82", "\xED\xA0\x80",
+        "\xED\xBF\xBF", "\xF0\x80\x80\x80", "\xF0\x9F\x98", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFE", "\xFF"}) {
+    for (const std::string& before : {""s, std::string(signatureLimit + 1, 'x')}) {
+      arrive("\1" + before + signature);
+      EXPECT_EQ(takePeer(), std::nullopt) << testing::PrintToString(signature);
+    }
+  }
+}
+
+TEST_F(HostileDatagramTest, AHundredThousandRandomOnes) {
+  std::mt19937 random(4644);
+  int valid = 0;
+  onBroadcastQueue([&] {
+    for (int i = 0; i < 100'000; ++i) {
+      // Mostly of types that there are, and half of them of letters, so that none of the ways through is rare.
+      std::string bytes(1, static_cast<char>(random() % 8));
+      const bool isText = random() % 2 == 0;
+      for (auto length = random() % 64; length > 0; --length)
+        bytes += static_cast<char>(random() % (isText ? 128 : 256));
+      hear(bytes, INADDR_LOOPBACK + random() % 4);
+      if (decodeDiscoveryDatagram(bytes)) ++valid;
+    }
+  });
+  EXPECT_GT(valid, 10'000);
+  EXPECT_GT(counter_->appeared, 1000);
+  EXPECT_GT(counter_->updated, 1000);
+  EXPECT_EQ(static_cast<int>(server_->peers().size()), counter_->appeared - counter_->disappeared);
+  EXPECT_LE(server_->peers().size(), 4U);
+  server_->startDiscovery();
+  clock_->advance(std::chrono::seconds(1));
+  EXPECT_TRUE(answers());
+}
+
+TEST_F(HostileDatagramTest, ACrowdFillsNeitherTheTableNorTheMemoryNorTheNetwork) {
+  constexpr std::uint32_t first = 0x7F010000;  // 127.1.0.0
+  constexpr std::uint32_t crowd = 70'000;
+  server_->startDiscovery();
+  loopback_->answers = 0;
+  const std::string tall = "\2" + std::string(60'000, 'x');
+  const std::size_t before = residentMemory();
+  onBroadcastQueue([&] {
+    for (std::uint32_t i = 0; i < 2000; ++i) hear(tall, first + i);
+    for (std::uint32_t i = 0; i < crowd; ++i) hear("\1", first + i);
+    for (std::uint32_t i = 0; i < crowd; ++i) hear("\3Bye Bye", first + crowd + i);
+  });
+  EXPECT_EQ(server_->peers().size(), VeskoServer::maximumPeers);
+  EXPECT_EQ(counter_->appeared, static_cast<int>(VeskoServer::maximumPeers));
+  EXPECT_EQ(counter_->disappeared, 0) << "strangers have nothing to leave";
+  EXPECT_EQ(loopback_->answers, VeskoServer::maximumAnswers);
+  if (countsMemory) {
+    EXPECT_LT(residentMemory() - before, std::size_t{64} << 20U);
+  }
+  clock_->advance(std::chrono::milliseconds(999));
+  arrive("\1", first);
+  EXPECT_EQ(loopback_->answers, VeskoServer::maximumAnswers);
+  onBroadcastQueue([&] {
+    for (std::uint32_t i = 0; i < crowd; ++i) hear("\3", first + i);
+  });
+  EXPECT_EQ(server_->peers().size(), 0U);
+  clock_->advance(std::chrono::milliseconds(1));
+  EXPECT_TRUE(answers()) << "there is room again, in the table and in time";
+}
+
+TEST_F(HostileDatagramTest, WhoClaimsToBeUsIsIgnored) {
+  // What is sent to nobody's address, which a sender may give as its own, comes back to this machine.
+  for (const std::uint32_t host : {0x7F000009U, 0x00000000U, 0x00000001U, 0x00FFFFFFU}) {
+    for (const auto* bytes : {"\1S", "\2S", "\4\x88\x13S", "\5\x88\x13S", "\3Bye Bye"}) {
+      arrive(bytes, host);
+      EXPECT_EQ(server_->peers().size(), 0U) << host;
+    }
+  }
+  EXPECT_EQ(loopback_->answers, 0);
+  VeskoServer real(0, 0, clock_);
+  for (const auto& [name, address, netmask] : NetworkTools::getIFAddresses()) {
+    hear(real, "\1S", ntohl(::inet_addr(address.c_str())));
+    EXPECT_EQ(real.peers().size(), 0U) << address;
+  }
+}
+
+TEST_F(HostileDatagramTest, ACrowdFillsNoLineOfTheLog) {
+  struct Longest final : LogSink {
+    void write(std::string_view line) override {
+      length = std::max(length, line.size());
+      last = line;
+    }
+    std::size_t length = 0;
+    std::string last;
+  };
+  const auto sink = std::make_shared<Longest>();
+  Log::setSink(sink);
+  onBroadcastQueue([&] {
+    for (std::uint32_t i = 0; i < 50; ++i) {
+      hear(*server_, "\2" + std::string(signatureLimit, '\x1B'), INADDR_LOOPBACK + i * 256);
+    }
+  });
+  Log::setSink(nullptr);
+  EXPECT_LT(sink->length, std::size_t{200'000});
+  EXPECT_TRUE(sink->last.ends_with(", and 46 more]\n")) << sink->last.substr(sink->last.size() - 40);
+}
+
+TEST_F(HostileDatagramTest, AFloodKeepsNoTransferFromArriving) {
+  server_->startServer();
+  std::atomic<bool> isOver = false;
+  std::jthread flood([&] {
+    const RawDatagrams socket;
+    const std::string pieces[] = {
+        "", "\1A", "\3", "\4", "\6" + std::string(1000, 'x'), "\1" + std::string(9000, 'x'), "\1\xFF"};
+    for (std::size_t i = 0; !isOver; ++i) socket.send(pieces[i % std::size(pieces)], server_->localUdpPort);
+  });
+  const std::string body(std::size_t{16} << 20U, 'x');
+  EXPECT_TRUE(receive(StreamBytes::metadata(1, body.size()) + StreamBytes::file("large", body), "finished"));
+  isOver = true;
+  flood.join();
+  EXPECT_EQ(folder_.read("downloads/large"), body);
+  clock_->advance(std::chrono::seconds(1));
+  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  std::shared_ptr<VeskoPeer> peer;
+  // What waits of the flood may leave no room for one more.
+  while ((!peer || peer->systemSignature() != "good") && std::chrono::steady_clock::now() < bound) {
+    other_.send("\2good", server_->localUdpPort);
+    waitForTasks(server_->broadcastDispatchQueue());
+    peer = server_->peerWithKey("127.0.0.1");
+  }
+  EXPECT_TRUE(answers());
+}
+
+}  // namespace
+}  // namespace vesko

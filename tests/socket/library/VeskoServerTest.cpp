@@ -1,0 +1,175 @@
+#include "VeskoKit/VeskoServer.h"
+
+#include <optional>
+#include <system_error>
+
+#include "Platform/user/NSApp.h"
+#include "tests/socket/library/VeskoServerFixture.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/TimeZone.h"
+
+namespace vesko {
+namespace {
+
+using StreamBytes::file;
+using StreamBytes::metadata;
+
+/// 5 March 2024, midnight in UTC.
+constexpr std::chrono::system_clock::time_point midnight{std::chrono::seconds(1'709'596'800)};
+
+class RecordingApp final : public NSApp, public EventList {
+ public:
+  explicit RecordingApp(const VeskoServer& server) : server_(server) {}
+  void runModal(const std::string& messageText) override {
+    add(messageText);
+    add("listed " + server_.failedEndpoints().back().endpoint);
+  }
+  void terminate() override { add("terminate"); }
+
+ private:
+  const VeskoServer& server_;
+};
+
+/// Comes back to the service when it goes.
+class ReturningObserver final : public VeskoPeerDiscoveryDelegate,
+                                public VeskoIncomingTransferDelegate,
+                                public VeskoTransferOutcomeDelegate,
+                                public VeskoIncomingTransferGuard {
+ public:
+  ReturningObserver(VeskoServer& server, int& returns) : server_(server), returns_(returns) {}
+  ReturningObserver(const ReturningObserver&) = delete;
+  ReturningObserver& operator=(const ReturningObserver&) = delete;
+  ~ReturningObserver() override {
+    server_.pruneFinishedTransfers();
+    ++returns_;
+  }
+
+ private:
+  VeskoServer& server_;
+  int& returns_;
+};
+
+TEST_F(VeskoServerTest, DeliversUnderFreeNames) {
+  const TimeZone zone("UTC");
+  const std::string several = metadata(2, 2) + file("a", "1") + file("b", "2");
+  clock_->setNow(midnight + std::chrono::hours(14) + std::chrono::minutes(5));
+  ASSERT_TRUE(receive(several, "finished"));
+  clock_->setNow(midnight + std::chrono::hours(2) + std::chrono::minutes(5));
+  ASSERT_TRUE(receive(several, "finished"));
+  const std::string second = "Received by Vesko at 2024-03-05 02-05 (2)";
+  EXPECT_EQ(recorder_->startingWith("[saved"), Strings{"[saved " + folder_.path("downloads/" + second) + "]"})
+      << "twelve hours lie between two minutes of one name";
+  EXPECT_EQ(delivered(), (Strings{"Received by Vesko at 2024-03-05 02-05", second}));
+  EXPECT_EQ(folder_.entries("downloads/" + second), (Strings{"a", "b"}));
+}
+
+TEST_F(VeskoServerTest, KeepsTransfersInTheirOrderUntilTheyArePruned) {
+  RawConnection first = connect();
+  ASSERT_TRUE(recorder_->waitFor("[start]"));
+  const auto other = std::make_shared<Recorder>();
+  server_->setIncomingDelegate(other);
+  RawConnection second = connect();
+  ASSERT_TRUE(other->waitFor("[start]"));
+  waitForTasks(server_->incomingDispatchQueue());
+  const auto transfers = server_->pendingIncomingTransfers();
+  ASSERT_EQ(transfers.size(), 2U);
+  EXPECT_EQ(transfers[0]->delegate(), recorder_);
+  EXPECT_EQ(transfers[1]->delegate(), other);
+  EXPECT_EQ(transfers[1]->remoteAddress(), "127.0.0.1");
+  EXPECT_NE(transfers[0]->key(), transfers[1]->key());
+  EXPECT_EQ(transfers[0]->key().size(), 32U);
+  first.send(metadata(0, 0));
+  ASSERT_TRUE(recorder_->waitFor("[outcome finished]"));
+  EXPECT_EQ(server_->pendingIncomingTransfers().size(), 2U) << "only the host drops transfers";
+  server_->pruneFinishedTransfers();
+  EXPECT_EQ(server_->pendingIncomingTransfers(), std::vector{transfers[1]});
+}
+
+TEST_F(VeskoServerTest, AnObserverMayComeBackWhenItGoes) {
+  int returns = 0;
+  for (int i = 0; i < 2; ++i) {
+    server_->setDelegate(std::make_shared<ReturningObserver>(*server_, returns));
+    server_->setIncomingDelegate(std::make_shared<ReturningObserver>(*server_, returns));
+    server_->setIncomingOutcomeDelegate(std::make_shared<ReturningObserver>(*server_, returns));
+    server_->setIncomingGuard(std::make_shared<ReturningObserver>(*server_, returns));
+  }
+  EXPECT_EQ(returns, 4);
+  server_->setDelegate(nullptr);
+  server_->setIncomingDelegate(nullptr);
+  server_->setIncomingOutcomeDelegate(nullptr);
+  server_->setIncomingGuard(nullptr);
+  EXPECT_EQ(returns, 8);
+}
+
+TEST_F(VeskoServerTest, ATakenPortIsShownAndListedUntilTheNextStart) {
+  std::optional<RawListener> taken(std::in_place);
+  const auto port = taken->port();
+  const auto application = std::make_shared<RecordingApp>(*server_);
+  server_->application = application;
+  server_->localTcpPort = port;
+  server_->startServer();
+  const std::string message =
+      "Our cute veskos cannot put their ears on the TCP port 4644 so they cannot learn any new secrets.";
+  EXPECT_EQ(application->all(), (Strings{message, "listed tcp", "terminate"}));
+  ASSERT_EQ(server_->failedEndpoints().size(), 1U);
+  const auto& failed = server_->failedEndpoints().front();
+  EXPECT_EQ(failed.endpoint, "tcp");
+  EXPECT_EQ(failed.message, message);
+  EXPECT_EQ(failed.error, std::errc::address_in_use);
+  const auto others = std::pair(server_->localUdpPort, server_->boundHttpPort());
+  taken.reset();
+  server_->startServer();
+  EXPECT_TRUE(server_->failedEndpoints().empty());
+  EXPECT_EQ(server_->boundTcpPort(), port);
+  EXPECT_EQ(std::pair(server_->localUdpPort, server_->boundHttpPort()), others);
+}
+
+TEST_F(VeskoServerTest, WithoutDescriptorsItIsNotMade) {
+  std::vector<std::error_code> errors;
+  for (rlim_t count = 0; count <= errors.size(); ++count) {
+    const FewDescriptors few(count);
+    try {
+      (void)std::make_shared<VeskoServer>(0, 0, clock_);
+    } catch (const std::system_error& error) {
+      errors.push_back(error.code());
+    }
+  }
+  EXPECT_FALSE(errors.empty());
+  for (const auto& error : errors) EXPECT_EQ(error, std::errc::too_many_files_open);
+}
+
+TEST_F(VeskoServerTest, TransfersFromServiceToServiceAllAtOnce) {
+  Log::setSink(nullptr);
+  constexpr int count = 8;
+  const TemporaryFolder source;
+  const auto sender = std::make_shared<VeskoServer>(0, 0, clock_);
+  const auto sent = std::make_shared<Recorder>();
+  server_->startServer();
+  const auto peer = std::make_shared<VeskoPeer>("key", "127.0.0.1", server_->boundTcpPort(), "", midnight);
+  const auto send = [&](VeskoItems items) {
+    const auto queue = DispatchQueue::serial("transfer");
+    const auto transfer = std::make_shared<VeskoTransfer>(std::move(items), peer, queue);
+    transfer->setOutcomeDelegate(sent);
+    sender->startTransfer(transfer);
+  };
+  for (int i = 0; i < count; ++i) {
+    const std::string name = std::to_string(i);
+    source.write(name + "/large", std::string(400'000, name[0]));
+    for (int j = 0; j < 50; ++j) source.write(name + "/sub/" + std::to_string(j), name);
+    send(VeskoTransfer::itemsForPaths({source.path(name)}));
+  }
+  send(VeskoTransfer::itemsForText("a text"));
+  ASSERT_TRUE(sent->waitFor("[outcome finished]", count + 1));
+  ASSERT_TRUE(recorder_->waitFor("[outcome finished]", count + 1));
+  EXPECT_EQ(recorder_->count("[text a text]"), 1U);
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(source.path())) {
+    const std::string name = entry.path().lexically_relative(source.path());
+    EXPECT_TRUE(folder_.exists("downloads/" + name) && folder_.read("downloads/" + name) == source.read(name)) << name;
+  }
+  EXPECT_EQ(sender->pendingTransfers().size(), std::size_t{count + 1});
+  sender->pruneFinishedTransfers();
+  EXPECT_TRUE(sender->pendingTransfers().empty());
+}
+
+}  // namespace
+}  // namespace vesko

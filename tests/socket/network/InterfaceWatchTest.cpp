@@ -1,0 +1,307 @@
+#include "Platform/network/InterfaceWatch.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <future>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "Platform/files/FileDescriptor.h"
+#include "Platform/network/NetworkInterfaces.h"
+#include "Platform/network/OwnAddresses.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/EventList.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/QueueTasks.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+/// Changes the loopback interface of the network that the process is in.
+class Loopback {
+ public:
+  void setUp(bool isUp) {
+    ifreq request = requestFor("lo");
+    request.ifr_flags = static_cast<short>(isUp ? IFF_UP : 0);
+    change(SIOCSIFFLAGS, request);
+  }
+
+  void setAddress(const std::string& label, const char* address, const char* netmask) {
+    ifreq request = requestFor(label);
+    put(address, request);
+    change(SIOCSIFADDR, request);
+    put(netmask, request);
+    change(SIOCSIFNETMASK, request);
+  }
+
+ private:
+  static ifreq requestFor(const std::string& name) {
+    ifreq request{};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    return request;
+  }
+
+  static void put(const char* address, ifreq& request) {
+    sockaddr_in internet{};
+    internet.sin_family = AF_INET;
+    ::inet_pton(AF_INET, address, &internet.sin_addr);
+    std::memcpy(&request.ifr_addr, &internet, sizeof internet);
+  }
+
+  void change(unsigned long what, ifreq& request) const { ASSERT_EQ(::ioctl(socket_.get(), what, &request), 0); }
+
+  FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+/// A queue that runs nothing while this lives.
+class Pause {
+ public:
+  explicit Pause(DispatchQueue& queue) {
+    queue.async([blocked = end_.get_future().share()] { blocked.wait(); });
+  }
+  ~Pause() { end_.set_value(); }
+  Pause(const Pause&) = delete;
+  Pause& operator=(const Pause&) = delete;
+
+ private:
+  std::promise<void> end_;
+};
+
+/// Enters namespaces of its own; as an ordinary user by way of one of users.
+[[nodiscard]] bool enter(int spaces) { return ::unshare(::geteuid() == 0 ? spaces : spaces | CLONE_NEWUSER) == 0; }
+
+struct Watched {
+  Watched() { waitForTasks(queue); }
+
+  [[nodiscard]] bool isTold() {
+    const bool told = events.waitFor("change");
+    waitForTasks(queue);
+    events.take();
+    return told;
+  }
+
+  Loopback loopback;
+  EventList events;
+  std::error_code error;
+  std::shared_ptr<DispatchQueue> queue = DispatchQueue::serial("test");
+  std::unique_ptr<InterfaceWatch> watch = InterfaceWatch::make(
+      queue, [this] { events.add("change"); }, error);
+};
+
+void expectThatChangesAreTold() {
+  Watched watched;
+  ASSERT_TRUE(watched.watch) << watched.error.message();
+  watched.loopback.setUp(true);
+  EXPECT_TRUE(watched.isTold());
+  watched.loopback.setAddress("lo:1", "10.1.2.3", "255.255.255.0");
+  EXPECT_TRUE(watched.isTold());
+  const InterfaceAddress added{"lo:1", "10.1.2.3", "255.255.255.0", true, true, true};
+  const InterfaceAddress own{"lo", "127.0.0.1", "255.0.0.0", true, true, true};
+  EXPECT_EQ(NetworkInterfaces::all(), (std::vector<InterfaceAddress>{own, added}));
+  watched.loopback.setUp(false);
+  EXPECT_TRUE(watched.isTold());
+}
+
+void expectThatChangesAreToldTogether() {
+  Watched watched;
+  watched.loopback.setUp(true);
+  ASSERT_TRUE(watched.isTold());
+  for (const int count : {20, 2000}) {  // the second time, more than the system keeps
+    {
+      const Pause pause(*watched.queue);
+      for (int i = 0; i < count; ++i) watched.loopback.setUp(i % 2 != 0);
+    }
+    EXPECT_TRUE(watched.events.waitFor("change"));
+    waitForTasks(watched.queue);
+    EXPECT_EQ(watched.events.take().size(), 1U);
+  }
+  watched.loopback.setUp(false);
+  EXPECT_TRUE(watched.isTold()) << "still listening";
+}
+
+void expectSilenceAfterTheEnd() {
+  Watched watched;
+  {
+    const Pause pause(*watched.queue);
+    watched.queue->async([&] { watched.watch.reset(); });
+    watched.loopback.setUp(true);
+  }
+  waitForTasks(watched.queue);
+  EXPECT_EQ(watched.events.count(""), 0U);
+
+  std::error_code error;
+  watched.watch = InterfaceWatch::make(
+      watched.queue,
+      [&] {
+        watched.events.add("change");
+        watched.watch.reset();
+      },
+      error);
+  waitForTasks(watched.queue);
+  watched.loopback.setUp(false);
+  EXPECT_TRUE(watched.isTold());
+  watched.loopback.setUp(true);
+  waitForTasks(watched.queue);
+  EXPECT_EQ(watched.events.count(""), 0U);
+}
+
+void expectThatItEndsOnAnyThread() {
+  for (int round = 0; round < 50; ++round) {
+    Watched watched;
+    const std::jthread changing([&] {
+      for (int i = 0; i < 10; ++i) watched.loopback.setUp(i % 2 == 0);
+    });
+    EXPECT_TRUE(watched.events.waitFor("change"));
+    watched.watch.reset();
+    waitForTasks(watched.queue);
+  }
+}
+
+void expectTheErrorOfTheSystem() {
+  const auto queue = DispatchQueue::serial("test");
+  const FewDescriptors none(0);
+  std::error_code error;
+  EXPECT_FALSE(InterfaceWatch::make(
+      queue, [] {}, error));
+  EXPECT_EQ(error, std::errc::too_many_files_open);
+}
+
+TEST(InterfaceWatchTest, TellsOfChangesOfTheInterfaces) {
+  if (!passesInChild([] { ::_exit(enter(CLONE_NEWNET) ? 0 : 1); })) {
+    GTEST_SKIP() << "a network namespace of one's own is not permitted here";
+  }
+  for (const auto expectation : {expectThatChangesAreTold, expectThatChangesAreToldTogether, expectSilenceAfterTheEnd,
+                                 expectThatItEndsOnAnyThread, expectTheErrorOfTheSystem}) {
+    EXPECT_TRUE(passesInChild([expectation] {
+      ASSERT_TRUE(enter(CLONE_NEWNET));
+      expectation();
+    }));
+  }
+}
+
+[[nodiscard]] bool ip(const std::string& arguments) { return std::system(("ip " + arguments).c_str()) == 0; }
+
+void expectThatChangesAreKnownAtOnce() {
+  ASSERT_TRUE(ip("link add eth0 type veth peer name eth1") && ip("link set eth1 up") && ip("link set eth0 up"));
+  ASSERT_TRUE(ip("address add 10.1.2.3/24 dev eth0"));
+  OwnAddresses own;
+  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!own.has("10.1.2.3") && std::chrono::steady_clock::now() < bound) {  // until it has its link
+  }
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_FALSE(own.has("10.1.2.4"));
+    ASSERT_TRUE(ip("address add 10.1.2.4/24 dev eth0"));
+    EXPECT_TRUE(own.has("10.1.2.4"));
+    EXPECT_TRUE(own.has("10.1.2.3"));
+    ASSERT_TRUE(ip("address del 10.1.2.4/24 dev eth0"));
+  }
+  ASSERT_TRUE(ip("link set eth0 down"));
+  EXPECT_FALSE(own.has("10.1.2.3"));
+}
+
+TEST(OwnAddressesTest, FollowsTheSystem) {
+  const auto tryIt = [] { ::_exit(enter(CLONE_NEWNET) && ip("link add type veth") ? 0 : 1); };
+  if (!passesInChild(tryIt)) GTEST_SKIP() << "a network of one's own, or ip(8), is not to be had here";
+  EXPECT_TRUE(passesInChild([] {
+    ASSERT_TRUE(enter(CLONE_NEWNET));
+    expectThatChangesAreKnownAtOnce();
+  }));
+}
+
+TEST(OwnAddressesTest, KnowsThemWhateverTheSystemIsShortOf) {
+  const auto expectAll = [](OwnAddresses& own) {
+    std::vector<InterfaceAddress> usable;
+    for (const auto& one : NetworkInterfaces::all()) {
+      EXPECT_EQ(own.has(one.address), one.isUsable()) << one.address;
+      if (one.isUsable()) usable.push_back(one);
+    }
+    EXPECT_EQ(own.list(), usable);
+    for (const char* other : {"", "127.0.0.1", "0.0.0.0", "255.255.255.255"}) EXPECT_FALSE(own.has(other)) << other;
+  };
+  OwnAddresses told;
+  {
+    const FewDescriptors none(0);
+    EXPECT_TRUE(told.list().empty()) << "it cannot list them";
+    OwnAddresses untold;
+    EXPECT_FALSE(untold.has("127.0.0.1"));
+  }
+  expectAll(told);
+  expectAll(told);
+  const auto untold = [] {
+    const FewDescriptors none(0);
+    return std::make_unique<OwnAddresses>();
+  }();
+  expectAll(*untold);
+}
+
+/// Puts `folder` in the place of the system's folder of interfaces, for this process only.
+[[nodiscard]] bool replaceInterfaces(const TemporaryFolder& folder) {
+  return enter(CLONE_NEWNS) && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         ::mount(folder.path().c_str(), "/sys/class/net", nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST(NetworkInterfacesTest, KindsOfInterfaces) {
+  using enum InterfaceKind;
+  const struct {
+    const char* name;
+    InterfaceKind kind;
+    const char* entry;  // what the system has on it; a folder when there is no text
+    const char* text;
+  } cases[] = {
+      {"eth0", ordinary, "type", "1\n"},
+      {"vlan7", ordinary, "uevent", "DEVTYPE=vlan\nINTERFACE=vlan7\nIFINDEX=9\n"},
+      {"wlp2s0", wireless, "phy80211", ""},
+      {"wlan0:1", wireless, "../wlan0/wireless", ""},
+      {"wifi", wireless, "uevent", "IFINDEX=3\nDEVTYPE=wlan\n"},
+      {"lan", bridge, "bridge", ""},
+      {"br-0123456789ab", container, "bridge", ""},
+      {"br-lan", bridge, "uevent", "DEVTYPE=bridge\n"},
+      {"br-0123456789ag", bridge, "bridge", ""},
+      {"docker0", container, "bridge", ""},
+      {"veth1a2b", container, "type", "1\n"},
+      {"vmnet8", container, "type", "1\n"},
+      {"virbr0", container, "bridge", ""},
+      {"tap0", tunnel, "tun_flags", "0x1002\n"},
+      {"wg0", tunnel, "uevent", "DEVTYPE=wireguard\n"},
+      {"tun0", tunnel, "type", "65534\n"},
+      {"sit0", tunnel, "type", "776\n"},
+      {"ppp0", tunnel, "type", "512\n"},
+      {"odd", ordinary, "type", "no number"},
+      {"unknown", ordinary, "../other", ""},
+  };
+  const TemporaryFolder folder;
+  for (const auto& [name, kind, entry, text] : cases) {
+    const std::string path = folder.makeFolder(name).substr(folder.path().size() + 1) + "/" + entry;
+    *text == '\0' ? folder.makeFolder(path) : folder.write(path, text);
+  }
+  folder.makeFolder("bridge");
+  if (!passesInChild([&] { ::_exit(replaceInterfaces(folder) ? 0 : 1); })) {
+    GTEST_SKIP() << "mounting in a namespace of one's own is not permitted here";
+  }
+  EXPECT_TRUE(passesInChild([&] {
+    ASSERT_TRUE(replaceInterfaces(folder));
+    for (const auto& one : cases) EXPECT_EQ(NetworkInterfaces::kindOf(one.name), one.kind) << one.name;
+    for (const char* bad : {"", ".", "..", ":1", "eth0/../lan", "lan/", "/sys/class/net/lan", "absent"}) {
+      EXPECT_EQ(NetworkInterfaces::kindOf(bad), ordinary) << bad;
+    }
+  }));
+}
+
+}  // namespace
+}  // namespace vesko

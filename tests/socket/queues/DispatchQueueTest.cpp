@@ -1,0 +1,109 @@
+#include "Platform/queues/DispatchQueue.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <future>
+#include <string>
+#include <thread>
+
+#include "Platform/files/FileHandle.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+/// While it lives, no file can grow beyond a kilobyte; who tries is signalled.
+class SmallFiles {
+ public:
+  SmallFiles() {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit small{.rlim_cur = 1000, .rlim_max = before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &small);
+  }
+  ~SmallFiles() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+  SmallFiles(const SmallFiles&) = delete;
+  SmallFiles& operator=(const SmallFiles&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST(DispatchQueueTest, ALimitOfFileSizesEndsAWriteAndNotTheProcess) {
+  const TemporaryFolder folder;
+  for (const auto& queue : {DispatchQueue::serial("pool"), DispatchQueue::serialWithThread("own"),
+                            DispatchQueue::global(), std::shared_ptr<DispatchQueue>(MainQueue::shared())}) {
+    std::promise<std::error_code> result;
+    queue->async([&] {
+      const SmallFiles limit;
+      FileHandle file(FileDescriptor(::open(folder.path("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
+      std::error_code error;
+      file.writeData(std::string(2000, 'x'), error);
+      result.set_value(error);
+    });
+    (void)MainQueue::shared()->drain();
+    EXPECT_EQ(result.get_future().get(), std::errc::file_too_large) << queue->label();
+  }
+}
+
+TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
+  const auto& queue = MainQueue::shared();
+  int wakes = 0;
+  std::string order;
+  queue->setWakeHook([&] { ++wakes; });
+  queue->async([&] {
+    order += queue->isCurrent() ? "1" : "?";
+    queue->async([&] { order += "3"; });
+  });
+  queue->async([&] { order += "2"; });
+  EXPECT_EQ(wakes, 1) << "the queue was not empty";
+  EXPECT_FALSE(queue->isCurrent());
+  EXPECT_EQ(queue->drain(), 2U) << "what comes during a drain waits for the next";
+  EXPECT_GE(wakes, 2) << "and is told of";
+  queue->setWakeHook({});
+
+  std::jthread other([&] {
+    queue->async([&] {
+      queue->async([&] { order += "4"; });
+      queue->stop();
+    });
+  });
+  queue->run();
+  EXPECT_EQ(order, "123");
+  other.join();
+  EXPECT_EQ(queue->drain(), 1U);
+  EXPECT_EQ(order, "1234");
+  queue->stop();
+  queue->run();  // a stop before the run counts
+
+  const auto giveTask = [&](void* /*nothing*/) { queue->async([&] { order += "5"; }); };
+  queue->setWakeHook([held = std::shared_ptr<void>(nullptr, giveTask)] {});
+  queue->setWakeHook({});
+  EXPECT_EQ(queue->drain(), 1U) << "what a hook held may use the queue when it goes";
+}
+
+TEST(SerialQueueTest, WithAThreadOfItsOwnItRunsAllItWasGiven) {
+  std::string order;
+  std::promise<void> start;
+  std::promise<void> end;
+  auto queue = DispatchQueue::serialWithThread("own");
+  EXPECT_FALSE(queue->isCurrent());
+  queue->async([&, started = start.get_future().share()] {
+    started.wait();
+    order += "1";
+  });
+  queue->async([&, queue] {
+    order += queue->isCurrent() ? "2" : "?";
+    queue->async([&] { order += "4"; });
+    queue->async([&] { end.set_value(); });
+  });
+  queue->async([&] { order += "3"; });
+  queue.reset();  // the tasks are its last owners
+  start.set_value();
+  end.get_future().wait();
+  EXPECT_EQ(order, "1234");
+}
+
+}  // namespace
+}  // namespace vesko

@@ -1,0 +1,300 @@
+#include "Platform/sockets/LocalSocket.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <functional>
+#include <thread>
+#include <utility>
+
+#include "Platform/process/SystemError.h"
+#include "tests/support/EventList.h"
+#include "tests/support/FakeClock.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/QueueTasks.h"
+#include "tests/support/RawPeer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+enum class Use { connect, listen };
+
+/// A blocking socket that is connected to, or listens at, `path`.
+FileDescriptor openRaw(const std::string& path, Use use) {
+  FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+  const int result = use == Use::connect ? ::connect(descriptor.get(), generic, sizeof address)
+                                         : ::bind(descriptor.get(), generic, sizeof address);
+  if (result != 0 || (use == Use::listen && ::listen(descriptor.get(), 1) != 0)) {
+    throw std::system_error(lastSystemError(), path);
+  }
+  return descriptor;
+}
+
+/// Runs `work` as another user, which for Linux is a matter of one thread.
+void asAnotherUser(const std::function<void()>& work) {
+  std::thread([&] {
+    constexpr uid_t nobody = 65534;
+    ASSERT_EQ(::syscall(SYS_setresuid, -1, nobody, -1), 0);
+    work();
+  }).join();
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  return status.st_mode & 07777U;
+}
+
+class LocalSocketTest : public testing::Test {
+ protected:
+  ~LocalSocketTest() override { waitForTasks(queue_); }
+
+  [[nodiscard]] std::unique_ptr<LocalListener> listen(const std::string& path, std::error_code& error) {
+    return LocalListener::listen(
+        path, queue_,
+        [this](std::shared_ptr<LocalConnection> connection) {
+          accepted_ = std::move(connection);
+          events_->add("accepted");
+        },
+        error);
+  }
+
+  [[nodiscard]] std::unique_ptr<LocalListener> listen() {
+    std::error_code error;
+    auto listener = listen(path_, error);
+    EXPECT_FALSE(error) << error.message();
+    return listener;
+  }
+
+  void start(LocalConnection& connection, std::size_t lineLimit = LocalConnection::maximumLineLength) {
+    connection.start(
+        lineLimit, [events = events_](const std::string& line) { events->add("line " + line); },
+        [events = events_] { events->add("end"); });
+  }
+
+  /// A raw connection, accepted but not started.
+  [[nodiscard]] RawConnection connectRaw() {
+    RawConnection raw(openRaw(path_, Use::connect));
+    EXPECT_TRUE(events_->waitFor("accepted"));
+    waitForTasks(queue_);
+    events_->take();
+    return raw;
+  }
+
+  const TemporaryFolder folder_;
+  const std::string path_ = folder_.path("own/1.sock");
+  const std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
+  const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test", clock_);
+  const std::shared_ptr<EventList> events_ = std::make_shared<EventList>();
+  std::shared_ptr<LocalConnection> accepted_;
+};
+
+TEST_F(LocalSocketTest, LinesArriveWholeHoweverTheyArePieced) {
+  const auto listener = listen();
+  const std::vector<std::string> expected{"line a", "line ", "line b\r", "line 12345678", "end"};
+  for (const std::size_t pieceLength : {std::size_t{1}, std::size_t{3}, std::string::npos}) {
+    RawConnection raw = connectRaw();
+    start(*accepted_, 8);
+    accepted_->send("x");
+    ASSERT_TRUE(raw.send("a\n\nb\r\n12345678\nno line", pieceLength));
+    EXPECT_EQ(raw.receive(2), "x\n");
+    raw.close();
+    ASSERT_TRUE(events_->waitFor("end"));
+    waitForTasks(queue_);
+    EXPECT_EQ(events_->take(), expected);
+  }
+
+  RawConnection tooLong = connectRaw();
+  start(*accepted_, 8);
+  ASSERT_TRUE(tooLong.send("123456789"));
+  EXPECT_EQ(tooLong.receiveAll(), "");
+  ASSERT_TRUE(events_->waitFor("end"));
+  EXPECT_EQ(events_->take(), std::vector<std::string>{"end"});
+}
+
+TEST_F(LocalSocketTest, WhoHasSaidAllItWantedStillHearsTheAnswers) {
+  const auto listener = listen();
+  FileDescriptor descriptor = openRaw(path_, Use::connect);
+  ASSERT_EQ(::send(descriptor.get(), "?\n", 2, 0), 2);
+  ::shutdown(descriptor.get(), SHUT_WR);
+  ASSERT_TRUE(events_->waitFor("accepted"));
+  waitForTasks(queue_);
+  accepted_->start(
+      10, [weak = std::weak_ptr(accepted_)](const std::string& line) { weak.lock()->send(line + "!"); }, [] {});
+  EXPECT_EQ(RawConnection(std::move(descriptor)).receiveAll(), "?!\n");
+}
+
+TEST_F(LocalSocketTest, OneThatDoesNotReadHoldsNobodyUpAndIsCutOff) {
+  const auto listener = listen();
+  RawConnection raw = connectRaw();
+  start(*accepted_);
+  const std::string line(1U << 20U, 'x');
+  for (std::size_t sent = 0; sent <= LocalConnection::maximumLineLength + line.size(); sent += line.size()) {
+    accepted_->send(line);
+  }
+  ASSERT_TRUE(events_->waitFor("end"));
+  EXPECT_LT(raw.receiveAll().size(), LocalConnection::maximumLineLength);
+  accepted_->send("nobody hears this");
+}
+
+TEST_F(LocalSocketTest, ClosesOnceEverythingIsSentButDoesNotWaitForEver) {
+  const auto listener = listen();
+  const std::string line(4U << 20U, 'x');
+  for (const bool reads : {true, false}) {
+    RawConnection raw = connectRaw();
+    start(*accepted_);
+    ASSERT_TRUE(raw.send("unfinished"));
+    accepted_->send(line);
+    accepted_->closeAfterSending();
+    accepted_->send("too late");
+    accepted_.reset();
+    ASSERT_TRUE(clock_->waitForAlarm());
+    if (!reads) clock_->advance(std::chrono::seconds(2));
+    waitForTasks(queue_);
+    const std::string received = raw.receiveAll();
+    EXPECT_EQ(received == line + "\n", reads) << received.size();
+    waitForTasks(queue_);
+    EXPECT_EQ(events_->take(), std::vector<std::string>());
+  }
+}
+
+TEST_F(LocalSocketTest, TellsNothingAfterItsClose) {
+  const auto listener = listen();
+  RawConnection raw = connectRaw();
+  accepted_->start(
+      10,
+      [this](const std::string& line) {
+        events_->add(line);
+        accepted_->close();
+      },
+      [this] { events_->add("end"); });
+  raw.send("1\n2\n");
+  EXPECT_EQ(raw.receiveAll(), "");
+  waitForTasks(queue_);
+  EXPECT_EQ(events_->take(), std::vector<std::string>{"1"});
+}
+
+TEST_F(LocalSocketTest, BothSidesTalkAndAnyThreadLetsGo) {
+  const auto listener = listen();
+  for (int round = 0; round < 20; ++round) {
+    std::error_code error;
+    auto connection = LocalConnection::connect(path_, DispatchQueue::serial("client"), error);
+    ASSERT_FALSE(error) << error.message();
+    ASSERT_TRUE(events_->waitFor("accepted"));
+    waitForTasks(queue_);
+    start(*accepted_);
+    const auto echoes = std::make_shared<EventList>();
+    connection->start(
+        10, [echoes](const std::string& line) { echoes->add(line); }, [] {});
+    std::jthread other([&] {
+      for (int i = 0; i < 500; ++i) accepted_->send(std::to_string(i));
+    });
+    for (int i = 0; i < 500; ++i) connection->send(std::to_string(i));
+    ASSERT_TRUE(events_->waitFor("line ", 100));
+    ASSERT_TRUE(echoes->waitFor("", 100));
+    connection.reset();
+    other.join();
+    ASSERT_TRUE(events_->waitFor("end"));
+    EXPECT_EQ(events_->startingWith("line ")[99], "line 99");
+    EXPECT_EQ(echoes->all()[99], "99");
+    accepted_.reset();
+    events_->take();
+  }
+}
+
+TEST_F(LocalSocketTest, ListensOnlyInAFolderOfTheUsersAlone) {
+  folder_.makeFolder("open");
+  folder_.makeFolder("readable");
+  folder_.write("file", "");
+  const std::string target = folder_.makeFolder("private");
+  ::chmod(folder_.path("open").c_str(), 0701);
+  ::chmod(folder_.path("readable").c_str(), 0740);
+  ::chmod(target.c_str(), 0700);
+  ASSERT_EQ(::symlink(target.c_str(), folder_.path("link").c_str()), 0);
+  const struct {
+    std::string path;
+    std::errc error;
+  } cases[] = {
+      {"open/1.sock", std::errc::permission_denied},
+      {"readable/1.sock", std::errc::permission_denied},
+      {"link/1.sock", std::errc::permission_denied},
+      {"file/1.sock", std::errc::permission_denied},
+      {"missing/folder/1.sock", std::errc::no_such_file_or_directory},
+      {"private/" + std::string(120, '1'), std::errc::filename_too_long},
+  };
+  for (const auto& [path, expected] : cases) {
+    std::error_code error;
+    EXPECT_EQ(listen(folder_.path(path), error), nullptr) << path;
+    EXPECT_EQ(error, expected) << path << ": " << error.message();
+  }
+  EXPECT_EQ(folder_.entries("private"), std::vector<std::string>());
+
+  const auto listener = listen();
+  EXPECT_EQ(modeOf(folder_.path("own")), 0700U);
+  EXPECT_EQ(modeOf(path_), 0600U);
+}
+
+TEST_F(LocalSocketTest, TakesThePlaceOfTheDeadAndNotOfTheLiving) {
+  folder_.makeFolder("own");
+  ::chmod(folder_.path("own").c_str(), 0700);
+  { const auto dead = openRaw(path_, Use::listen); }
+  { const auto deadBeforeItListened = openRaw(path_ + ".new", Use::listen); }
+  auto first = listen();
+  EXPECT_EQ(folder_.entries("own"), std::vector<std::string>{"1.sock"});
+  std::error_code error;
+  EXPECT_EQ(listen(path_, error), nullptr);
+  EXPECT_EQ(error, std::errc::address_in_use);
+  { const RawConnection stillThere = connectRaw(); }
+
+  ASSERT_EQ(::unlink(path_.c_str()), 0);
+  auto second = listen();
+  first.reset();
+  { const RawConnection stillThere = connectRaw(); }
+  second.reset();
+  EXPECT_EQ(folder_.entries("own"), std::vector<std::string>());
+  EXPECT_EQ(LocalConnection::connect(path_, queue_, error), nullptr);
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+}
+
+TEST_F(LocalSocketTest, KeepsOtherUsersOut) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can act as another user";
+  const auto listener = listen();
+  ::chmod(folder_.path().c_str(), 0777);
+  ::chmod(folder_.path("own").c_str(), 0777);
+  ::chmod(path_.c_str(), 0666);
+  FileDescriptor stranger;
+  asAnotherUser([&] { stranger = openRaw(path_, Use::connect); });
+  EXPECT_EQ(RawConnection(std::move(stranger)).receiveAll(), "");
+  waitForTasks(queue_);
+  EXPECT_EQ(events_->count("accepted"), 0U);
+
+  asAnotherUser([&] { stranger = openRaw(folder_.path("trap"), Use::listen); });
+  std::error_code error;
+  EXPECT_EQ(LocalConnection::connect(folder_.path("trap"), queue_, error), nullptr);
+  EXPECT_EQ(error, std::errc::permission_denied);
+}
+
+TEST_F(LocalSocketTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
+  const auto listener = listen();
+  FileDescriptor waiting;
+  {
+    const FewDescriptors few(1);
+    waiting = openRaw(path_, Use::connect);
+    ASSERT_TRUE(clock_->waitForAlarm());
+  }
+  EXPECT_EQ(events_->count("accepted"), 0U);
+  clock_->advance(std::chrono::milliseconds(100));
+  EXPECT_TRUE(events_->waitFor("accepted"));
+}
+
+}  // namespace
+}  // namespace vesko

@@ -1,0 +1,247 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <map>
+
+#include "Platform/files/Data.h"
+#include "Platform/files/DirectoryHandle.h"
+#include "Platform/files/FileHandle.h"
+#include "VeskoKit/VeskoItem.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+namespace fs = std::filesystem;
+using enum VeskoFailureReason;
+
+using Reasons = std::map<std::string, VeskoFailureReason>;  // by path relative to the temporary folder
+
+class ItemWalkTest : public testing::Test {
+ protected:
+  void walk(const std::vector<std::string>& names) {
+    std::vector<std::string> paths;
+    for (const auto& name : names) paths.push_back(folder_.path(name));
+    leftOut_.clear();
+    items_ = walkPaths(paths, leftOut_);
+  }
+
+  [[nodiscard]] std::vector<std::string> names() const {
+    std::vector<std::string> result;
+    for (const auto& item : items_) result.push_back(item->name());
+    return result;
+  }
+
+  [[nodiscard]] std::vector<std::string> sortedNames() const {
+    auto result = names();
+    std::ranges::sort(result);
+    return result;
+  }
+
+  [[nodiscard]] Reasons reasons() const {
+    Reasons result;
+    for (const auto& [element, reason, error] : leftOut_) result[element.substr(folder_.path().size() + 1)] = reason;
+    EXPECT_EQ(result.size(), leftOut_.size());
+    return result;
+  }
+
+  TemporaryFolder folder_;
+  VeskoItems items_;
+  std::vector<VeskoSkippedElement> leftOut_;
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(ItemWalkTest, FoldersComeBeforeTheirContentsInListingOrder) {
+  for (const char* name :
+       {"Photos/a.jpg", "Photos/.hidden", "Photos/2019/b.jpg", "Photos/2019/.git/config", "Photos/z"})
+    folder_.write(name, "12345");
+  folder_.makeFolder("Photos/empty");
+  folder_.write("first", "");
+
+  walk({"first", "Photos/", "Photos/2019"});
+  Names expected = {"first"};
+  for (const fs::path top : {folder_.path("Photos"), folder_.path("Photos/2019")}) {
+    expected.push_back(top.filename());
+    for (const auto& entry : fs::recursive_directory_iterator(top)) {
+      expected.push_back(entry.path().lexically_relative(top.parent_path()));
+    }
+  }
+  EXPECT_EQ(names(), expected);
+  EXPECT_TRUE(leftOut_.empty());
+  for (const auto& item : items_) {
+    const bool isFolder = item->protocolSize() == ~std::uint64_t{0};
+    EXPECT_EQ(item->size(), isFolder || item->name() == "first" ? 0U : 5U) << item->name();
+  }
+}
+
+TEST_F(ItemWalkTest, LeavesOutWhatCannotBeSent) {
+  folder_.write("file", "");
+  folder_.write("top/kept", "");
+  folder_.write("top/caf\xe9.txt", "");
+  folder_.write("top/\xff/inside", "");
+  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(folder_.path("top/pipe").c_str(), 0600), 0);
+  fs::create_symlink("/dev/null", folder_.path("top/device"));
+  walk({"missing", "file/", "pipe", "caf\xe9", ".", "file/..", "file", "top"});
+  EXPECT_EQ(sortedNames(), (Names{"file", "top", "top/kept"}));
+  EXPECT_EQ(reasons(), (Reasons{{"missing", notFound},
+                                {"file/", notReadable},
+                                {"pipe", notReadable},
+                                {"caf\xe9", invalidText},
+                                {".", unsafeName},
+                                {"file/..", unsafeName},
+                                {"top/caf\xe9.txt", invalidText},
+                                {"top/\xff", invalidText},
+                                {"top/pipe", notReadable},
+                                {"top/device", notReadable}}));
+
+  leftOut_.clear();
+  EXPECT_TRUE(walkPaths({"", "/", ".."}, leftOut_).empty());
+  for (const auto& skipped : leftOut_) EXPECT_EQ(skipped.reason, unsafeName) << skipped.element;
+  EXPECT_EQ(leftOut_.size(), 3U);
+}
+
+TEST_F(ItemWalkTest, LeavesOutWhatWouldArriveAsSomethingElse) {
+  const std::string text = "___VIRNO___TEXT___";
+  folder_.write("text/" + text, "x");
+  folder_.makeFolder("emptyFolder/" + text);
+  folder_.write("fullFolder/" + text + "/x", "");
+  folder_.write("mixed/empty", "");
+  // The kernel knows how long this is only once somebody has read it.
+  fs::create_symlink("/proc/cpuinfo", folder_.path("mixed/unmeasured"));
+  const struct {
+    Names chosen;
+    Names sent;
+    std::vector<std::pair<std::string, std::error_code>> leftOut;
+  } cases[] = {
+      {{"text/" + text}, {}, {{"text/" + text, VeskoItemErrc::textName}}},
+      {{"emptyFolder/" + text}, {}, {{"emptyFolder/" + text, VeskoItemErrc::textName}}},
+      {{"missing", "text/" + text},
+       {},
+       {{"missing", {ENOENT, std::system_category()}}, {"text/" + text, VeskoItemErrc::textName}}},
+      {{"text/" + text, "mixed/empty"}, {text, "empty"}, {}},
+      {{"text"}, {"text", "text/" + text}, {}},
+      {{"fullFolder/" + text}, {text, text + "/x"}, {}},
+      {{"mixed"}, {"mixed", "mixed/empty"}, {{"mixed/unmeasured", VeskoItemErrc::lengthUnknown}}},
+      {{"mixed/unmeasured"}, {}, {{"mixed/unmeasured", VeskoItemErrc::lengthUnknown}}},
+      {{"mixed/empty/"}, {}, {{"mixed/empty/", VeskoItemErrc::notAFolder}}},
+  };
+  for (const auto& [chosen, sent, expected] : cases) {
+    walk(chosen);
+    EXPECT_EQ(names(), sent);
+    ASSERT_EQ(leftOut_.size(), expected.size()) << chosen.front();
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+      EXPECT_EQ(leftOut_[i].element, folder_.path(expected[i].first));
+      EXPECT_EQ(leftOut_[i].error, expected[i].second) << leftOut_[i].error.message();
+    }
+  }
+}
+
+TEST_F(ItemWalkTest, FollowsLinksButNotInCircles) {
+  folder_.write("elsewhere/file", "12345");
+  folder_.makeFolder("top/a");
+  folder_.makeFolder("top/b");
+  const std::pair<const char*, const char*> links[] = {{"top/toFile", "../elsewhere/file"},
+                                                       {"top/toFolder", "../elsewhere"},
+                                                       {"top/dangling", "nowhere"},
+                                                       {"top/itself", "itself"},
+                                                       {"top/here", "."},
+                                                       {"top/a/toB", "../b"},
+                                                       {"top/b/toA", "../a"}};
+  for (const auto& [name, target] : links) fs::create_symlink(target, folder_.path(name));
+  fs::create_symlink(folder_.path("top"), folder_.path("chosen"));
+
+  walk({"chosen"});
+  EXPECT_EQ(sortedNames(), (Names{"chosen", "chosen/a", "chosen/a/toB", "chosen/b", "chosen/b/toA", "chosen/toFile",
+                                  "chosen/toFolder", "chosen/toFolder/file"}));
+  EXPECT_EQ(reasons(), (Reasons{{"chosen/dangling", notFound},
+                                {"chosen/itself", notReadable},
+                                {"chosen/here", notReadable},
+                                {"chosen/a/toB/toA", notReadable},
+                                {"chosen/b/toA/toB", notReadable}}));
+  for (const auto& [element, reason, error] : leftOut_) {
+    EXPECT_EQ(reason == notReadable, error == std::errc::too_many_symbolic_link_levels) << element;
+  }
+  for (const auto& item : items_) {
+    const bool isFile = item->name() == "chosen/toFile" || item->name() == "chosen/toFolder/file";
+    EXPECT_EQ(item->nextChunk().bytes().size(), isFile ? 5U : 0U) << item->name();
+  }
+}
+
+TEST_F(ItemWalkTest, LeavesOutWhatThisUserMayNotRead) {
+  EXPECT_TRUE(passesAsOrdinaryUser([this] {
+    const TemporaryFolder folder;
+    const std::pair<std::string, unsigned> closed[] = {
+        {"secret", 0}, {"closed/inside", 0}, {"unlistable/inside", 0111}, {"unsearchable/inside", 0444}};
+    Names expected;
+    folder.write("public", "");
+    for (const auto& [name, rights] : closed) {
+      folder.write(name, "");
+      expected.push_back(folder.path(name.substr(0, name.find('/'))));
+      fs::permissions(expected.back(), fs::perms(rights));
+    }
+    items_ = walkPaths({folder.path(), folder.path("secret")}, leftOut_);
+    EXPECT_EQ(items_.size(), 2U);
+    EXPECT_TRUE(items_.back()->name().ends_with("/public"));
+    Names found;
+    for (const auto& skipped : leftOut_) {
+      found.push_back(skipped.element);
+      EXPECT_EQ(skipped.reason, notReadable);
+    }
+    expected.push_back(folder.path("secret"));
+    std::ranges::sort(found);
+    std::ranges::sort(expected);
+    EXPECT_EQ(found, expected);
+    for (const auto& path : expected) fs::permissions(path, fs::perms::owner_all);
+  }));
+}
+
+TEST_F(ItemWalkTest, GoesAsDeepAsNamesMayBe) {
+  std::string name = "d";
+  for (int level = 1; level < 256; ++level) name += "/d";
+  folder_.makeFolder(name + "/tooDeep/below");
+  {
+    const FewDescriptors few(24);
+    walk({"d"});
+  }
+  EXPECT_EQ(items_.size(), 256U);
+  EXPECT_EQ(items_.back()->name(), name);
+  EXPECT_EQ(reasons(), (Reasons{{name + "/tooDeep", limit}}));
+}
+
+TEST_F(ItemWalkTest, LeavesOutWhatNoPathReaches) {
+  const std::string leaf(200, 'n');
+  std::error_code error;
+  auto deepest = DirectoryHandle::open(folder_.path(), error);
+  std::string path = folder_.path();
+  while (path.size() + 1 + leaf.size() < 4095 - 20) {
+    path += "/" + leaf;
+    deepest->makeFolder(leaf, error);
+    deepest = deepest->openFolder(leaf, error);
+    ASSERT_FALSE(error);
+  }
+  const std::size_t room = 4095 - path.size() - 1;
+  for (const std::size_t length : {room, room + 1}) {
+    (void)deepest->makeFile(std::string(length, 'f'), error);
+    deepest->makeFolder(std::string(length, 'd'), error);
+    ASSERT_FALSE(error);
+  }
+
+  walk({leaf});
+  for (const auto& item : items_) {
+    (void)item->nextChunk();
+    EXPECT_FALSE(item->sourceError());
+  }
+  ASSERT_EQ(leftOut_.size(), 2U);
+  for (const auto& skipped : leftOut_) {
+    EXPECT_EQ(skipped.element.size(), 4096U);
+    EXPECT_EQ(skipped.reason, limit);
+  }
+}
+
+}  // namespace
+}  // namespace vesko

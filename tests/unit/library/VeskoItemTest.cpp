@@ -1,0 +1,110 @@
+#include "VeskoKit/VeskoItem.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Platform/files/Data.h"
+#include "Platform/files/FileHandle.h"
+#include "Platform/sockets/SocketError.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace vesko {
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr std::uint64_t mebibyte = 1024 * 1024;
+
+class VeskoItemTest : public testing::Test {
+ protected:
+  /// A file of `size` bytes that takes no room on the disk.
+  std::string makeFile(std::uint64_t size) const {
+    const std::string path = folder_.write("file", "");
+    std::filesystem::resize_file(path, size);
+    return path;
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(VeskoItemTest, FilesComeInChunks) {
+  const struct {
+    std::uint64_t size;
+    std::vector<std::uint64_t> chunks;
+  } cases[] = {
+      {0, {0}},
+      {10 * mebibyte - 1, {10'485'759}},
+      {10 * mebibyte, {10'485'760}},
+      {10 * mebibyte + 1, {10'485'760, 1}},
+      {25 * mebibyte, {10'485'760, 10'485'760, 5'242'880}},
+  };
+  for (const auto& [size, chunks] : cases) {
+    SCOPED_TRACE(size);
+    VeskoFile file(makeFile(size));
+    EXPECT_EQ(file.size(), size);
+    std::uint64_t offset = 0;
+    for (const std::uint64_t length : chunks) {
+      const Data chunk = file.nextChunk();
+      EXPECT_EQ(chunk.size(), length);
+      EXPECT_EQ(chunk.offset(), offset);
+      offset += length;
+      EXPECT_EQ(file.handle() == nullptr, offset == size);
+    }
+    EXPECT_FALSE(file.sourceError());
+    EXPECT_EQ(file.nextChunk().offset(), 0U) << "starts over";
+  }
+}
+
+TEST_F(VeskoItemTest, AFileIsReadAtItsListedLengthEvenWithoutItsName) {
+  VeskoFile file(folder_.write("file", "abc"));
+  folder_.write("file", "abcdef");
+  const Data chunk = file.nextChunk();
+  std::filesystem::remove(file.path());
+  EXPECT_EQ(chunk.bytes(), (std::vector<std::uint8_t>{'a', 'b', 'c'}));
+  EXPECT_EQ(file.handle(), nullptr);
+  EXPECT_FALSE(file.sourceError());
+}
+
+TEST_F(VeskoItemTest, AShrunkFileIsAnErrorThatStays) {
+  VeskoFile file(makeFile(25 * mebibyte));
+  std::filesystem::resize_file(file.path(), 12 * mebibyte);
+  for (const auto length : {10 * mebibyte, 2 * mebibyte, 0 * mebibyte}) EXPECT_EQ(file.nextChunk().size(), length);
+  EXPECT_EQ(file.sourceError(), SocketErrc::sourceEnded);
+  EXPECT_EQ(file.handle(), nullptr);
+}
+
+TEST_F(VeskoItemTest, AFileThatCannotBeOpenedIsAnErrorEvenWhenEmpty) {
+  for (const std::uint64_t size : {std::uint64_t{0}, 3 * mebibyte}) {
+    VeskoFile vanished(makeFile(size));
+    VeskoFile replaced(vanished.path());
+    std::filesystem::remove(vanished.path());
+    EXPECT_TRUE(vanished.nextChunk().empty());
+    EXPECT_EQ(vanished.sourceError(), std::errc::no_such_file_or_directory);
+    ASSERT_EQ(::mkfifo(replaced.path().c_str(), 0600), 0);
+    EXPECT_TRUE(replaced.nextChunk().empty());
+    EXPECT_EQ(replaced.sourceError(), std::errc::invalid_argument);
+    std::filesystem::remove(replaced.path());
+  }
+}
+
+TEST_F(VeskoItemTest, HeadersHoldNameAndSizeField) {
+  EXPECT_EQ(VeskoFile(folder_.write("x", "abc")).header().view(), "x\0\3\0\0\0\0\0\0\0"sv);
+  EXPECT_EQ(VeskoFile(folder_.path("x"), "A/y").header().view(), "A/y\0\3\0\0\0\0\0\0\0"sv);
+  const auto folder = std::make_shared<const VeskoItemFolder>(VeskoItemFolder{"/home/u/A/B", "A/B"});
+  EXPECT_EQ(VeskoDir(folder).path(), "/home/u/A/B");
+  EXPECT_EQ(VeskoDir(folder).header().view(), "A/B\0\xff\xff\xff\xff\xff\xff\xff\xff"sv);
+  const VeskoFile file(folder, "c.txt", 7);
+  EXPECT_EQ(file.path(), "/home/u/A/B/c.txt");
+  EXPECT_EQ(file.header().view(), "A/B/c.txt\0\7\0\0\0\0\0\0\0"sv);
+}
+
+TEST_F(VeskoItemTest, TextsComeWholeOnEveryCall) {
+  for (const std::string& text : {std::string(), std::string("a\0b\0", 4)}) {
+    VeskoText item(text);
+    EXPECT_EQ(item.size(), text.size());
+    for (int call = 0; call < 2; ++call) EXPECT_EQ(item.nextChunk().view(), text);
+  }
+}
+
+}  // namespace
+}  // namespace vesko
