@@ -6,8 +6,7 @@
 #include <string>
 #include <utility>
 
-#define STBI_NO_STDIO
-#include <stb/stb_image.h>
+#include "Platform/user/StbImage.h"
 
 namespace vesko::ImageChecks {
 namespace {
@@ -62,8 +61,7 @@ bool isModestPng(std::string_view png, ImageSize size) {
   const auto compressed = compressedPixels(png);
   if (!compressed || !std::in_range<int>(compressed->size()) || !std::in_range<int>(capacity)) return false;
   const auto buffer = std::make_unique_for_overwrite<char[]>(capacity);
-  return stbi_zlib_decode_buffer(buffer.get(), static_cast<int>(capacity), compressed->data(),
-                                 static_cast<int>(compressed->size())) >= 0;
+  return StbImage::inflatesInto(*compressed, {buffer.get(), capacity});
 }
 
 bool hasModestTables(std::string_view jpeg) {

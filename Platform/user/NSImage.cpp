@@ -1,47 +1,29 @@
 #include "Platform/user/NSImage.h"
 
-#include <memory>
 #include <utility>
 
 #include "Platform/user/ImageChecks.h"
-
-#define STBI_NO_STDIO
-#include <stb/stb_image.h>
-#define STBI_WRITE_NO_STDIO
-#include <stb/stb_image_write.h>
+#include "Platform/user/StbImage.h"
 
 namespace vesko {
 namespace {
 
 using ImageChecks::pngSignature;
 
-constexpr int bytesPerPixel = STBI_rgb_alpha;
-
-struct PixelsDeleter {
-  void operator()(stbi_uc* pixels) const noexcept { stbi_image_free(pixels); }
-};
-using Pixels = std::unique_ptr<stbi_uc, PixelsDeleter>;
-
-const stbi_uc* firstOf(std::string_view bytes) noexcept { return reinterpret_cast<const stbi_uc*>(bytes.data()); }
-
 /// What a picture of any kind says of its size.
 std::optional<ImageSize> sizeOfImage(std::string_view bytes) {
   if (bytes.starts_with(pngSignature)) return sizeOfPng(bytes);
   const bool mayBeJpeg = bytes.starts_with('\xff');
   if (mayBeJpeg && !ImageChecks::hasModestTables(bytes)) return std::nullopt;
-  int width = 0;
-  int height = 0;
-  int channels = 0;
-  const int length = static_cast<int>(bytes.size());
-  if (stbi_info_from_memory(firstOf(bytes), length, &width, &height, &channels) == 0) return std::nullopt;
-  // A BMP whose first row is the upper one has a negative height.
-  const auto rows = static_cast<std::uint32_t>(height);
-  return ImageSize{static_cast<std::uint32_t>(width), height < 0 ? 0 - rows : rows};
+  StbImage::Size size;
+  if (!StbImage::readSize(bytes, size)) return std::nullopt;
+  const auto rows = static_cast<std::uint32_t>(size.height);
+  return ImageSize{static_cast<std::uint32_t>(size.width), size.height < 0 ? 0 - rows : rows};
 }
 
 struct DecodedImage {
   ImageSize size;
-  Pixels pixels;
+  StbImage::Decoded decoded;
 };
 
 std::optional<DecodedImage> decodedImage(std::string_view bytes, std::uint32_t maximumSide) {
@@ -50,18 +32,11 @@ std::optional<DecodedImage> decodedImage(std::string_view bytes, std::uint32_t m
   const auto isFitting = [maximumSide](std::uint32_t side) { return side > 0 && side <= maximumSide; };
   if (!size || !isFitting(size->width) || !isFitting(size->height)) return std::nullopt;
   if (bytes.starts_with(pngSignature) && !ImageChecks::isModestPng(bytes, *size)) return std::nullopt;
-  int width = 0;
-  int height = 0;
-  int channels = 0;
-  const int length = static_cast<int>(bytes.size());
-  Pixels pixels(stbi_load_from_memory(firstOf(bytes), length, &width, &height, &channels, bytesPerPixel));
-  const bool isAsAnnounced = std::cmp_equal(width, size->width) && std::cmp_equal(height, size->height);
-  if (pixels == nullptr || !isAsAnnounced) return std::nullopt;
-  return DecodedImage{*size, std::move(pixels)};
-}
-
-void append(void* text, void* bytes, int length) {
-  static_cast<std::string*>(text)->append(static_cast<const char*>(bytes), static_cast<std::size_t>(length));
+  auto decoded = StbImage::decode(bytes);
+  const bool isAsAnnounced =
+      std::cmp_equal(decoded.size.width, size->width) && std::cmp_equal(decoded.size.height, size->height);
+  if (decoded.pixels == nullptr || !isAsAnnounced) return std::nullopt;
+  return DecodedImage{*size, std::move(decoded)};
 }
 
 }  // namespace
@@ -83,17 +58,13 @@ bool isSanePng(std::string_view bytes, std::uint32_t maximumSide) {
 std::optional<NSImage> NSImage::decode(std::string_view bytes) {
   const auto image = decodedImage(bytes, maximumSide);
   if (!image) return std::nullopt;
-  const auto length = std::size_t{image->size.width} * image->size.height * bytesPerPixel;
-  return NSImage(image->size, std::string(reinterpret_cast<const char*>(image->pixels.get()), length));
+  const auto length = std::size_t{image->size.width} * image->size.height * StbImage::bytesPerPixel;
+  return NSImage(image->size, std::string(reinterpret_cast<const char*>(image->decoded.pixels.get()), length));
 }
 
 std::optional<std::string> NSImage::pngRepresentation() const {
-  const int width = static_cast<int>(size_.width);
-  const int height = static_cast<int>(size_.height);
-  std::string png;
-  if (stbi_write_png_to_func(append, &png, width, height, bytesPerPixel, pixels_.data(), width * bytesPerPixel) == 0) {
-    return std::nullopt;
-  }
+  std::string png = StbImage::encodePng(pixels_, {static_cast<int>(size_.width), static_cast<int>(size_.height)});
+  if (png.empty()) return std::nullopt;
   return png;
 }
 
