@@ -24,6 +24,8 @@ class AvatarEndpoint {
   /// Listens on every interface. False, with `error` set, when it cannot.
   [[nodiscard]] bool start(std::error_code& error) { return server_.start(error); }
 
+  [[nodiscard]] const DefaultHTTPServer& server() const noexcept { return server_; }
+
   /// The port that it listens on; 0 while it does not.
   [[nodiscard]] std::uint16_t port() const noexcept { return server_.port(); }
 

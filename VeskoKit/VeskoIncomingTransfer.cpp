@@ -73,21 +73,9 @@ VeskoIncomingTransfer::VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> soc
       remoteAddress_(socket_->connectedHost()),
       startTime_(queue_->clock()->now()) {}
 
-std::shared_ptr<VeskoIncomingTransfer> VeskoIncomingTransfer::make(
-    std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
-    std::shared_ptr<DispatchQueue> queue, VeskoIncomingTransferSettings settings) {
-  auto transfer = std::shared_ptr<VeskoIncomingTransfer>(new VeskoIncomingTransfer(
-      std::move(socket), std::move(key), std::move(delegate), std::move(queue), std::move(settings)));
-  transfer->begin();
-  return transfer;
-}
-
 void VeskoIncomingTransfer::begin() {
   std::error_code error;
-  basePath_ = settings_.downloadsFolder.empty() ? FileManager::downloadsDirectory(error) : settings_.downloadsFolder;
-  storage_ = std::make_unique<ReceivedItemStorage>(
-      basePath_, startTime_, [this] { return generateRandomStringWithLength(storageNameLength); });
-  currentBasePath_ = storage_->path();
+  chooseStorage(settings_.downloadsFolder.empty() ? FileManager::downloadsDirectory(error) : settings_.downloadsFolder);
   events_ = std::make_shared<SocketEvents>(weak_from_this());
   socket_->setDelegate(events_);
   if (delegate_) delegate_->incomingTransferDidStart(*this);
@@ -98,6 +86,13 @@ void VeskoIncomingTransfer::begin() {
   } else {
     socket_->readDataToLength(TransferStream::metadataLength, headerTimeout, tagMetadata);
   }
+}
+
+void VeskoIncomingTransfer::chooseStorage(std::string basePath) {
+  basePath_ = std::move(basePath);
+  storage_ = std::make_unique<ReceivedItemStorage>(
+      basePath_, startTime_, [this] { return generateRandomStringWithLength(storageNameLength); });
+  currentBasePath_ = storage_->path();
 }
 
 std::string VeskoIncomingTransfer::generateRandomStringWithLength(std::int64_t length) const {
@@ -212,9 +207,13 @@ void VeskoIncomingTransfer::decide(Act act) {
   }
 }
 
-void VeskoIncomingTransfer::proceed(std::uint64_t maximumSize) {
-  decide([maximumSize](VeskoIncomingTransfer& self) {
+void VeskoIncomingTransfer::proceed(std::uint64_t maximumSize, std::string folder) {
+  decide([maximumSize, folder = std::move(folder)](VeskoIncomingTransfer& self) {
     self.settings_.maximumSize = std::min(self.settings_.maximumSize, maximumSize);
+    if (!folder.empty()) {
+      self.chooseStorage(folder);
+      if (!self.buffer_) self.currentPath_ = stringByAppendingPathComponent(self.currentBasePath_, *self.currentName_);
+    }
     self.takeElement();
   });
 }

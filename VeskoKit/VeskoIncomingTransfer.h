@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "VeskoKit/Counter.h"
@@ -108,11 +110,23 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   static constexpr std::int64_t tagFileBody = 3;
   static constexpr std::int64_t tagFileName = 4;
 
-  /// A transfer for an accepted connection, its first read already issued; `queue` is the socket's delegate queue.
-  [[nodiscard]] static std::shared_ptr<VeskoIncomingTransfer> make(
-      std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
-      std::shared_ptr<DispatchQueue> queue, VeskoIncomingTransferSettings settings = {});
+  /// A transfer for an accepted connection, its first read already issued; `queue` is the socket's delegate queue. A
+  /// `Kind` of the host's own has a constructor that takes the same and hands it on.
+  template <std::derived_from<VeskoIncomingTransfer> Kind = VeskoIncomingTransfer>
+  [[nodiscard]] static std::shared_ptr<Kind> make(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
+                                                  std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+                                                  std::shared_ptr<DispatchQueue> queue,
+                                                  VeskoIncomingTransferSettings settings = {}) {
+    auto transfer = std::make_shared<Kind>(std::move(socket), std::move(key), std::move(delegate), std::move(queue),
+                                           std::move(settings));
+    transfer->begin();
+    return transfer;
+  }
 
+  /// What `make` begins with: reads nothing yet.
+  VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
+                        std::shared_ptr<VeskoIncomingTransferDelegate> delegate, std::shared_ptr<DispatchQueue> queue,
+                        VeskoIncomingTransferSettings settings);
   virtual ~VeskoIncomingTransfer();
   VeskoIncomingTransfer(const VeskoIncomingTransfer&) = delete;
   VeskoIncomingTransfer& operator=(const VeskoIncomingTransfer&) = delete;
@@ -130,17 +144,25 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// The connection; none once the transfer is over, which may be before its outcome. This and the following: on the
   /// transfer's queue only.
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
+  [[nodiscard]] const std::string& basePath() const noexcept { return basePath_; }  ///< where what arrives goes
   [[nodiscard]] const std::string& currentBasePath() const noexcept { return currentBasePath_; }
+  [[nodiscard]] const std::string& currentNameBuffer() const noexcept { return currentNameBuffer_; }
   [[nodiscard]] std::string currentName() const { return currentName_.value_or(""); }
   [[nodiscard]] std::string currentPath() const { return currentPath_.value_or(""); }
   [[nodiscard]] const std::shared_ptr<FileHandle>& currentFile() const noexcept { return currentFile_; }
+  [[nodiscard]] const std::optional<std::string>& buffer() const noexcept { return buffer_; }  ///< of a text under way
   [[nodiscard]] const std::shared_ptr<VeskoIncomingTransferDelegate>& delegate() const noexcept { return delegate_; }
 
   /// These never change; any thread.
   [[nodiscard]] const std::string& key() const noexcept { return key_; }
-  [[nodiscard]] const std::string& basePath() const noexcept { return basePath_; }
   [[nodiscard]] std::chrono::system_clock::time_point startTime() const noexcept { return startTime_; }
   [[nodiscard]] const std::string& remoteAddress() const noexcept { return remoteAddress_; }  ///< the sender's
+
+  /// Room for the host to keep who has sent this, and what came; the transfer never reads or fills it. One thread at a
+  /// time.
+  [[nodiscard]] std::shared_ptr<VeskoPeer>& peer() noexcept { return peer_; }
+  [[nodiscard]] std::vector<std::string>& receivedNames() noexcept { return receivedNames_; }
+  [[nodiscard]] std::vector<std::string>& receivedPaths() noexcept { return receivedPaths_; }
 
   /// `length` random letters and digits. Requires: `length` at least 1.
   [[nodiscard]] virtual std::string generateRandomStringWithLength(std::int64_t length) const;
@@ -156,9 +178,11 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void cancel();
 
   /// The guard's answer: the transfer goes on, to bring at most `maximumSize` bytes or what the settings say, if that
-  /// is less; or it ends in the outcome "refused", and the connection is reset. Without effect while no decision is
-  /// awaited. Any thread.
-  void proceed(std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited);
+  /// is less, into `folder`, or where the settings say if it is empty; or it ends in the outcome "refused", and the
+  /// connection is reset. Without effect while no decision is awaited. Any thread.
+  ///
+  /// What the death of the process leaves in another folder than the service's own is not swept at the next start.
+  void proceed(std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited, std::string folder = {});
   void refuse();
 
   /// Orders the transfers that share a count of receptions by when they last received something that counts: the
@@ -174,27 +198,23 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   /// True from the outcome on. Any thread.
   [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
-  /// What the socket reports, on the transfer's queue; not for hosts.
+  /// Called by the transfer's socket, on the transfer's queue.
   void socketDidReadData(GCDAsyncSocket& socket, const Data& data, std::int64_t tag);
   void socketDidReadPartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag);
   [[nodiscard]] double socketShouldTimeoutReadWithTag(GCDAsyncSocket& socket, std::int64_t tag, double elapsed,
                                                       std::uint64_t bytesDone);
   void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error);
 
- protected:
-  VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
-                        std::shared_ptr<VeskoIncomingTransferDelegate> delegate, std::shared_ptr<DispatchQueue> queue,
-                        VeskoIncomingTransferSettings settings);
-
-  /// The rest of the construction, for which the object has to exist: chooses the storage folder, tells the observer of
-  /// the start and issues the first read.
-  void begin();
-
  private:
   class SocketEvents;
 
   enum class Decision : std::uint8_t { open, awaited, made };
 
+  /// The rest of the construction, for which the object has to exist: chooses the storage folder, tells the observer of
+  /// the start and issues the first read.
+  void begin();
+
+  void chooseStorage(std::string basePath);
   void didReadMetadata(const Data& data);
   void readName();
   void didReadNameBytes(std::string_view bytes);
@@ -229,6 +249,9 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::string currentBasePath_;
 
   std::unique_ptr<ReceivedItemStorage> storage_;
+  std::shared_ptr<VeskoPeer> peer_;
+  std::vector<std::string> receivedNames_;
+  std::vector<std::string> receivedPaths_;
   std::string currentNameBuffer_;
   std::optional<std::string> currentName_;
   std::optional<std::string> currentPath_;

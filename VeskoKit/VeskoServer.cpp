@@ -105,9 +105,19 @@ void VeskoServer::setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delega
   delegate_.swap(delegate);
 }
 
+std::shared_ptr<VeskoPeerDiscoveryDelegate> VeskoServer::delegate() const {
+  const std::scoped_lock lock(mutex_);
+  return delegate_;
+}
+
 void VeskoServer::setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate) {
   const std::scoped_lock lock(mutex_);
   incomingDelegate_.swap(delegate);
+}
+
+std::shared_ptr<VeskoIncomingTransferDelegate> VeskoServer::incomingDelegate() const {
+  const std::scoped_lock lock(mutex_);
+  return incomingDelegate_;
 }
 
 void VeskoServer::setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate) {

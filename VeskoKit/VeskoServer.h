@@ -21,6 +21,7 @@ namespace vesko {
 class AvatarEndpoint;
 class AvatarFetches;
 class Clock;
+class DefaultHTTPServer;
 class DispatchQueue;
 class GCDAsyncSocket;
 class GCDAsyncUdpSocket;
@@ -123,12 +124,16 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// The program's user interface, for alerts; without one they go to standard error. Set it before `startServer`.
   std::shared_ptr<NSApp> application;
 
-  /// The observer of the peer table. Any thread. This and the next three keep what they are given, and let go of what
-  /// was there, which may then use the service; a call that is under way on another thread may end after the return.
+  /// The observer of the peer table. Any thread. This and the next three setters keep what they are given, and let go
+  /// of what was there, which may then use the service; a call that is under way on another thread may end after the
+  /// return.
   void setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate);
+
+  [[nodiscard]] std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate() const;
 
   /// The observers given to each new incoming transfer. Any thread; they count for connections accepted from now on.
   void setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate);
+  [[nodiscard]] std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate() const;
   void setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate);
 
   /// Who decides what is let in; without one everything is. Any thread; it counts for connections accepted from now on.
@@ -214,6 +219,13 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   /// Lets go of the transfers that have ended. Any thread.
   void pruneFinishedTransfers();
 
+  /// The endpoints, and the loop that pictures are served on; none while there is none. On the starting thread, or on
+  /// any one after the start.
+  [[nodiscard]] const std::shared_ptr<GCDAsyncUdpSocket>& udpSocket() const noexcept { return udpSocket_; }
+  [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& listenSocket() const noexcept { return listenSocket_; }
+  [[nodiscard]] const std::shared_ptr<SelectorEventLoop>& loop() const noexcept { return loop_; }
+  [[nodiscard]] const DefaultHTTPServer* server() const noexcept;
+
   /// The serial queues "broadcast" (discovery), "incoming" (everything received) and "removal" (of storage that would
   /// keep other transfers waiting).
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& broadcastDispatchQueue() const noexcept {
@@ -222,11 +234,16 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& incomingDispatchQueue() const noexcept { return incomingQueue_; }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& removalDispatchQueue() const noexcept { return removalQueue_; }
 
-  /// A connection was accepted, on the "incoming" queue; not for hosts.
+  /// Called by the service's own sockets: the listener's on the "incoming" queue, the other on "broadcast".
   void socketDidAcceptNewSocket(GCDAsyncSocket& listener, std::shared_ptr<GCDAsyncSocket> newSocket);
-
-  /// A datagram has arrived, on the "broadcast" queue; not for hosts.
   void udpSocketDidReceiveData(std::string_view data, std::string_view address);
+
+ protected:
+  /// The transfer for a connection that was accepted and let in, on the "incoming" queue. A host that has a kind of its
+  /// own makes that here, by `VeskoIncomingTransfer::make<Kind>`; never none.
+  [[nodiscard]] virtual std::shared_ptr<VeskoIncomingTransfer> makeIncomingTransfer(
+      std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+      VeskoIncomingTransferSettings settings);
 
  private:
   class SocketEvents;
@@ -255,7 +272,6 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   // Discovery, on the "broadcast" queue but for the first three.
   [[nodiscard]] std::string recentSignature(bool mustBeNew);
   void send(const std::string& datagram, const std::string& dest, std::uint16_t port);
-  [[nodiscard]] std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate() const;
   void handleHello(const std::string& sender, DiscoveryHello hello);
   void handleGoodbye(const std::string& sender);
   [[nodiscard]] std::shared_ptr<VeskoPeer> addPeer(const std::string& sender, std::uint16_t port,

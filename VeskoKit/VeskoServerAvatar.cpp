@@ -34,6 +34,8 @@ void VeskoServer::startAvatarEndpoint() {
                error});
 }
 
+const DefaultHTTPServer* VeskoServer::server() const noexcept { return server_ ? &server_->server() : nullptr; }
+
 std::uint16_t VeskoServer::boundHttpPort() const { return server_ ? server_->port() : std::uint16_t{0}; }
 
 void VeskoServer::handleAvatar(const std::shared_ptr<VeskoPeer>& peer) {

@@ -155,11 +155,6 @@ bool VeskoServer::mayAnswer() {
   return ++answers_.answers <= maximumAnswers;
 }
 
-std::shared_ptr<VeskoPeerDiscoveryDelegate> VeskoServer::delegate() const {
-  const std::scoped_lock lock(mutex_);
-  return delegate_;
-}
-
 VeskoServer::PeerTable VeskoServer::peers() const {
   const std::scoped_lock lock(mutex_);
   return peers_;
@@ -183,7 +178,8 @@ void VeskoServer::logPeers() const {
         '"' + key + "\": " + peer->ip() + ':' + std::to_string(peer->port()) + " \"" + peer->systemSignature() + '"';
   }
   if (untold > 0) table += ", and " + std::to_string(untold) + " more";
-  Log::line("[" + (table.empty() ? ":" : table) + "]");
+  if (table.empty()) table = ":";
+  Log::line('[' + table + ']');
 }
 
 }  // namespace vesko

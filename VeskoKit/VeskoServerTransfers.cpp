@@ -53,11 +53,18 @@ void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::sh
     return;
   }
   makeRoomForIncoming();
-  auto transfer = VeskoIncomingTransfer::make(std::move(newSocket), generateRandomStringWithLength(keyLength),
-                                              std::move(delegate), incomingQueue_, std::move(settings));
+  auto transfer = makeIncomingTransfer(std::move(newSocket), generateRandomStringWithLength(keyLength),
+                                       std::move(delegate), std::move(settings));
   liveIncomingTransfers_.push_back(transfer);
   const std::scoped_lock lock(mutex_);
   pendingIncomingTransfers_.push_back(std::move(transfer));
+}
+
+std::shared_ptr<VeskoIncomingTransfer> VeskoServer::makeIncomingTransfer(
+    std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+    VeskoIncomingTransferSettings settings) {
+  return VeskoIncomingTransfer::make(std::move(socket), std::move(key), std::move(delegate), incomingQueue_,
+                                     std::move(settings));
 }
 
 void VeskoServer::makeRoomForIncoming() {

@@ -213,8 +213,10 @@ std::string VeskoTransfer::currentElement() const {
 bool VeskoTransfer::isCurrent(const GCDAsyncSocket& socket) const noexcept { return &socket == socket_.get(); }
 
 void VeskoTransfer::breakOff(VeskoTransferOutcome outcome) {
+  const auto& socket = socket_ ? socket_ : drainingSocket_;
+  if (!socket) return end(outcome);
   decidedOutcome_ = std::move(outcome);
-  (socket_ ? socket_ : drainingSocket_)->disconnectWithReset();
+  socket->disconnectWithReset();
 }
 
 void VeskoTransfer::end(const VeskoTransferOutcome& outcome) {

@@ -80,8 +80,12 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   [[nodiscard]] const std::shared_ptr<VeskoPeer>& peer() const noexcept { return peer_; }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& dispatchQueue() const noexcept { return dispatchQueue_; }
 
-  /// The connection: from `start` until the last byte was handed over. On the transfer's queue only.
+  /// The connection: from `start`, which makes it, until the last byte was handed over. On the transfer's queue only.
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
+
+  /// Puts another connection in its place, and lets go of what was there. Its owner hands on what it reports to the
+  /// operations at the end of this class. On the transfer's queue only.
+  void setSocket(std::shared_ptr<GCDAsyncSocket> socket) { socket_ = std::move(socket); }
 
   /// The observers, held strongly. Set them before the start or on the transfer's queue.
   void setDelegate(std::shared_ptr<VeskoTransferDelegate> delegate) { delegate_ = std::move(delegate); }
@@ -113,7 +117,7 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   /// True from the outcome on.
   [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
-  /// What the socket reports, on the transfer's queue; not for hosts.
+  /// Called by the transfer's socket, or by each other, on the transfer's queue.
   void socketDidConnectToHost(GCDAsyncSocket& socket, const std::string& host, std::uint16_t port);
   void nextChunk(GCDAsyncSocket& socket);
   void socketDidWriteDataWithTag(GCDAsyncSocket& socket, std::int64_t tag);

@@ -49,6 +49,52 @@ class ReturningObserver final : public VeskoPeerDiscoveryDelegate,
   int& returns_;
 };
 
+/// Keeps the names of the elements that were done.
+class NotingTransfer final : public VeskoIncomingTransfer {
+ public:
+  using VeskoIncomingTransfer::VeskoIncomingTransfer;
+  void doNextFile() override {
+    if (currentElementPlusOne > 0) receivedNames().push_back(currentName());
+    VeskoIncomingTransfer::doNextFile();
+  }
+};
+
+class NotingServer final : public VeskoServer {
+ public:
+  using VeskoServer::VeskoServer;
+
+ protected:
+  std::shared_ptr<VeskoIncomingTransfer> makeIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
+                                                              std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
+                                                              VeskoIncomingTransferSettings settings) override {
+    return VeskoIncomingTransfer::make<NotingTransfer>(std::move(socket), std::move(key), std::move(delegate),
+                                                       incomingDispatchQueue(), std::move(settings));
+  }
+};
+
+/// Sends what arrives to a folder for each address.
+class FolderOfSender final : public VeskoIncomingTransferGuard {
+ public:
+  void incomingTransferAwaitsDecision(VeskoIncomingTransfer& transfer) override {
+    transfer.proceed(VeskoIncomingTransferSettings::unlimited, transfer.basePath() + '/' + transfer.remoteAddress());
+  }
+};
+
+TEST_F(VeskoServerTest, AHostHasTransfersOfItsOwnKindGoToFoldersOfItsChoice) {
+  server_ = std::make_shared<NotingServer>(0, 0, clock_);
+  server_->downloadsFolder = folder_.path("downloads");
+  server_->setIncomingDelegate(recorder_);
+  server_->setIncomingOutcomeDelegate(recorder_);
+  server_->setIncomingGuard(std::make_shared<FolderOfSender>());
+  ASSERT_TRUE(receive(metadata(1, 1) + file("a", "1"), "finished"));
+  const auto transfer = server_->pendingIncomingTransfers().at(0);
+  EXPECT_EQ(transfer->receivedNames(), Strings{"a"});
+  EXPECT_EQ(delivered(), Strings{"127.0.0.1"});
+  EXPECT_EQ(folder_.read("downloads/127.0.0.1/a"), "1");
+  EXPECT_EQ(recorder_->startingWith("[saved"), Strings{"[saved " + folder_.path("downloads/127.0.0.1/a") + "]"});
+  EXPECT_EQ(recorder_->count("[progress 1 0 1 1 a " + transfer->currentBasePath() + "/a"), 1U);
+}
+
 TEST_F(VeskoServerTest, DeliversUnderFreeNames) {
   const TimeZone zone("UTC");
   const std::string several = metadata(2, 2) + file("a", "1") + file("b", "2");
