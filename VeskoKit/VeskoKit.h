@@ -1,7 +1,12 @@
 #pragma once
 
-// Everything a program that embeds the library needs.
+// Everything a program that embeds the library needs: this include alone.
 
+#include "Platform/files/Data.h"
+#include "Platform/queues/Clock.h"
+#include "Platform/queues/DispatchQueue.h"
+#include "Platform/text/TextEncoding.h"
+#include "Platform/user/NSApp.h"
 #include "VeskoKit/BinUtils.h"
 #include "VeskoKit/Counter.h"
 #include "VeskoKit/Log.h"

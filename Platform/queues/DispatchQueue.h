@@ -6,9 +6,10 @@
 #include <system_error>
 
 #include "Platform/queues/Clock.h"
-#include "Platform/queues/DispatchSource.h"
 
 namespace vesko {
+
+class DispatchSource;
 
 /// Where tasks run. Every operation may be called on any thread.
 ///

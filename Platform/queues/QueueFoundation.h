@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "Platform/queues/DispatchQueue.h"
+#include "Platform/queues/DispatchSource.h"
 
 namespace boost::asio {
 class io_context;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Platform/queues/DispatchQueue.h"
+#include "Platform/queues/DispatchSource.h"
 #include "fuzz/support/Check.h"
 
 namespace vesko::fuzz {
