@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "VeskoKit/Log.h"
+#include "hosts/common/doctor/Firewall.h"
 
 namespace vesko {
 namespace {
@@ -57,13 +58,9 @@ ExitCode runDoctor(Program& program, const std::function<HelloCheck()>& checkHel
     portFindings.push_back(findingAboutPort(port, PortHolders::of(port.protocol, port.number)));
   }
   printer.print("ports", std::move(portFindings));
-  printer.print("hello", findingsAboutHello(checkHello()));
-  const auto probes = firewallProbes(interfaces, NetworkInterfaces::kindOf, ports);
-  std::vector<std::string> names;
-  for (const auto& probe : probes) {
-    if (std::ranges::find(names, probe.interface.name) == names.end()) names.push_back(probe.interface.name);
-  }
-  printer.print("firewall", findingsAboutFirewalls(readFirewallFacts(names), probes));
+  const HelloCheck hello = checkHello();
+  printer.print("hello", findingsAboutHello(hello));
+  printer.print("firewall", findingsAboutFirewalls(firewallsOf(), program.options.port, !hello.answers.empty()));
   return printer.hasProblem() ? ExitCode::unexpected : ExitCode::success;
 }
 

@@ -203,17 +203,4 @@ std::vector<Finding> findingsAboutHello(const HelloCheck& check) {
            {{"sent", true}}}};
 }
 
-std::vector<FirewallProbe> firewallProbes(const std::vector<InterfaceAddress>& interfaces,
-                                          const KindOfInterface& kindOf, const std::vector<ServicePort>& ports) {
-  std::vector<FirewallProbe> probes;
-  for (auto interface : interfaces) {
-    if (!interface.isUsable() || !leadsToMachines(kindOf(interface.name))) continue;
-    interface.name = deviceOf(interface);
-    const auto isThis = [&](const FirewallProbe& probe) { return probe.interface.name == interface.name; };
-    if (std::ranges::any_of(probes, isThis)) continue;
-    for (const auto& port : ports) probes.push_back({port.protocol == PortProtocol::udp, port.number, interface});
-  }
-  return probes;
-}
-
 }  // namespace vesko

@@ -9,7 +9,6 @@
 
 #include "Platform/network/NetworkInterfaces.h"
 #include "Platform/network/PortHolders.h"
-#include "hosts/common/doctor/Firewall.h"
 #include "hosts/common/events/Events.h"
 
 // Why nobody is found: what speaks for and against it on this machine. But for `jsonLine`, texts are unescaped. Pure
@@ -60,13 +59,5 @@ struct HelloCheck {
 };
 
 [[nodiscard]] std::vector<Finding> findingsAboutHello(const HelloCheck& check);
-
-/// What to ask firewalls about: each of `ports` on each interface that leads to other machines.
-[[nodiscard]] std::vector<FirewallProbe> firewallProbes(const std::vector<InterfaceAddress>& interfaces,
-                                                        const KindOfInterface& kindOf,
-                                                        const std::vector<ServicePort>& ports);
-
-[[nodiscard]] std::vector<Finding> findingsAboutFirewalls(const FirewallFacts& facts,
-                                                          const std::vector<FirewallProbe>& probes);
 
 }  // namespace vesko

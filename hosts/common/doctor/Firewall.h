@@ -1,46 +1,27 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
-#include <string_view>
+#include <filesystem>
 #include <vector>
 
-#include "hosts/common/doctor/Nftables.h"
+#include "hosts/common/doctor/Doctor.h"
 
 namespace vesko {
 
-/// The zone of firewalld that an interface is in.
-struct FirewalldZone {
-  std::string interface;
-  std::string name;
-  std::string ports;  ///< those it lets in, as `firewall-cmd --list-ports` prints them
+/// The firewalls of this machine, as far as any of its users sees them: rules are for root alone to read.
+struct Firewalls {
+  bool hasUfw = false;        ///< switched on
+  bool hasFirewalld = false;  ///< running
+  bool hasNftables = false;   ///< loaded into the kernel, by one of the above or for rules of the machine's own
+  bool hasIptables = false;   ///< the same of the rules before nftables
 };
 
-/// What this user can read of this machine's firewalls.
-struct FirewallFacts {
-  enum class Access : std::uint8_t { absent, refused, granted };
+/// Reads the system's files below `root`. Any thread.
+[[nodiscard]] Firewalls firewallsOf(const std::filesystem::path& root = "/");
 
-  Access nftables = Access::absent;     ///< absent: there is no program to ask
-  std::string ruleset;                  ///< when granted, what `nft -j list ruleset` prints
-  bool hasLegacyRules = false;          ///< there may be rules of the kind before nftables, which nothing here reads
-  std::string ufwSettings;              ///< /etc/ufw/ufw.conf
-  std::string ufwDefaults;              ///< /etc/default/ufw
-  std::optional<std::string> ufwRules;  ///< /etc/ufw/user.rules
-  bool isFirewalldRunning = false;
-  std::vector<FirewalldZone> zones;  ///< when it runs and tells
-
-  [[nodiscard]] bool isUfwActive() const;
-};
-
-/// Reads files and asks the firewalls' programs, which takes seconds at worst. Any thread.
-[[nodiscard]] FirewallFacts readFirewallFacts(const std::vector<std::string>& interfaces);
-
-/// What the rules that users have given to ufw, and where none fits its policy, do to `probe`; `rules` and `defaults`
-/// are the texts of its files. Any thread.
-[[nodiscard]] Passage judgeUfw(std::string_view rules, std::string_view defaults, const FirewallProbe& probe);
-
-/// True when `ports`, such as "4644/udp 5000-5010/tcp", include that of `probe`. Any thread.
-[[nodiscard]] bool includesPort(std::string_view ports, const FirewallProbe& probe);
+/// Which firewalls may keep other machines from the service on port `port`, and what lets them in. `hearsOthers`: they
+/// were heard on its UDP port, the one thing that can be tried without them. Pure; any thread.
+[[nodiscard]] std::vector<Finding> findingsAboutFirewalls(const Firewalls& firewalls, std::uint16_t port,
+                                                          bool hearsOthers);
 
 }  // namespace vesko

@@ -3,8 +3,6 @@
 #include <charconv>
 #include <system_error>
 
-#include "Platform/network/NetworkInterfaces.h"
-
 namespace vesko {
 
 std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits) noexcept {
@@ -23,13 +21,6 @@ std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t 
   if (at != end || bits > 32) return std::nullopt;
   const std::uint32_t hosts = bits == 32 ? 0 : ~std::uint32_t{0} >> bits;
   return NumberRange{value & ~hosts, value | hosts};
-}
-
-std::optional<NumberRange> networkRange(const InterfaceAddress& interface) noexcept {
-  const auto address = networkRange(interface.address);
-  const auto mask = networkRange(interface.netmask);
-  if (!address || !mask) return std::nullopt;
-  return NumberRange{address->first & mask->first, address->first | ~mask->first};
 }
 
 std::optional<NumberRange> parseNetwork(std::string_view text) noexcept {

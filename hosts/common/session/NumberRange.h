@@ -6,8 +6,6 @@
 
 namespace vesko {
 
-struct InterfaceAddress;
-
 /// The addresses or ports from `first` to `last`.
 struct NumberRange {
   std::uint32_t first = 0;
@@ -16,17 +14,11 @@ struct NumberRange {
   [[nodiscard]] bool contains(const NumberRange& other) const noexcept {
     return first <= other.first && other.last <= last;
   }
-  [[nodiscard]] bool touches(const NumberRange& other) const noexcept {
-    return first <= other.last && other.first <= last;
-  }
 };
 
 /// An IPv4 address, or the network of that address and that many leading bits; none when `address` is no dotted-decimal
 /// address or `bits` is above 32.
 [[nodiscard]] std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits = 32) noexcept;
-
-/// The network that `interface` is in; none when its address or netmask is no dotted-decimal address.
-[[nodiscard]] std::optional<NumberRange> networkRange(const InterfaceAddress& interface) noexcept;
 
 /// The address or network that `text` writes out, "192.0.2.7" or "192.0.2.0/24"; none when it is anything else.
 [[nodiscard]] std::optional<NumberRange> parseNetwork(std::string_view text) noexcept;

@@ -1,9 +1,11 @@
-#include "hosts/common/doctor/Doctor.h"
+#include "hosts/common/doctor/Firewall.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+
+#include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
 namespace {
@@ -84,51 +86,32 @@ TEST(Doctor, TellsWhoAnswers) {
   EXPECT_EQ(json["systemSignature"], "bert at \x1b[31mhome\ufffd");
 }
 
-TEST(Doctor, TellsWhatFirewallsStop) {
-  const auto probes = firewallProbes(
-      {interface("docker0", "172.17.0.1"), interface("eth0", "192.168.1.20"), interface("eth0:1", "192.168.1.21")},
-      kindOf, servicePorts(4644));
-  ASSERT_EQ(probes.size(), 3U);
-  FirewallFacts facts;
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
-            "note: nft is not installed, so the firewall's rules cannot be read\n");
-  facts.nftables = FirewallFacts::Access::refused;
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
-            "note: the rules of nftables cannot be read without root\n");
+TEST(Doctor, TellsWhatOpensWhichFirewall) {
+  TemporaryFolder root;
+  const auto findings = [&](bool hearsOthers = false, std::uint16_t port = 4644) {
+    return findingsAboutFirewalls(firewallsOf(root.path()), port, hearsOthers);
+  };
+  EXPECT_EQ(linesOf(findings()),
+            "note: no firewall is to be seen; whether there are rules all the same only root can tell\n");
+  root.write("proc/net/ip_tables_names", "nat\nfilter\n");
+  root.write("sys/module/nf_tables/refcnt", "9\n");
+  EXPECT_EQ(linesOf(findings()),
+            "note: nftables is loaded, and whether its rules keep other machines out only root can tell\n"
+            "note: iptables is loaded, and whether its rules keep other machines out only root can tell\n");
 
-  facts.nftables = FirewallFacts::Access::granted;
-  facts.ruleset = R"({"nftables":[{"chain":{"family":"inet","table":"t","name":"i","hook":"input","policy":"drop"}},
-      {"rule":{"family":"inet","table":"t","chain":"i","expr":[{"match":{"op":"==","left":
-      {"meta":{"key":"l4proto"}},"right":"tcp"}},{"accept":null}]}}]})";
-  const std::string byNftables =
-      "problem: the chain inet t i of nftables does not let UDP 4644 in from eth0, as no rule allows it\n"
-      "ok: nftables lets TCP 4644 in from eth0\nok: nftables lets TCP 4645 in from eth0\n";
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)), byNftables);
-  EXPECT_EQ(findingsAboutFirewalls(facts, probes)
-                .front()
-                .advice.find("run `sudo nft insert rule inet t i udp dport 4644 accept`"),
-            0U);
-
-  facts.isFirewalldRunning = true;
-  facts.zones = {{"eth0", "home", "4644-4645/tcp"}};
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
-            byNftables +
-                "warning: the open ports of firewalld's zone home do not let UDP 4644 in from eth0\n"
-                "ok: firewalld lets TCP 4644 in from eth0\nok: firewalld lets TCP 4645 in from eth0\n");
-  facts.zones.clear();
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
-            byNftables + "note: firewalld is running and does not tell which ports it lets in\n");
-  facts.isFirewalldRunning = false;
-  facts.ufwSettings = "ENABLED=yes\n";
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
-            byNftables + "note: ufw is active, and its rules cannot be read without root\n");
-  facts.ufwRules = "### tuple ### allow tcp 4644:4645 0.0.0.0/0 any 0.0.0.0/0 in\n";
-  EXPECT_EQ(linesOf(findingsAboutFirewalls(facts, probes)),
-            byNftables +
-                "problem: ufw does not let UDP 4644 in from eth0\n"
-                "ok: ufw lets TCP 4644 in from eth0\nok: ufw lets TCP 4645 in from eth0\n");
-  EXPECT_EQ(findingsAboutFirewalls(facts, probes).front().advice,
-            "run `sudo ufw allow 4644/udp && sudo ufw allow 4644:4645/tcp`");
+  root.write("etc/ufw/ufw.conf", "# ENABLED=yes\nENABLED=no\nLOGLEVEL=low\n");
+  root.write("proc/7/comm", "firewalld-cmd\n");
+  EXPECT_EQ(findings().size(), 2U);
+  root.write("proc/77/comm", "firewalld\n");
+  root.write("etc/ufw/ufw.conf", "ENABLED=yes\n");
+  EXPECT_EQ(linesOf(findings()),
+            "warning: ufw is active, and may keep other machines from UDP 4644 and TCP 4644-4645\n"
+            "warning: firewalld is active, and may keep other machines from UDP 4644 and TCP 4644-4645\n");
+  EXPECT_EQ(linesOf(findings(true)),
+            "note: ufw is active, and lets in what other machines answer on UDP 4644\n"
+            "note: firewalld is active, and lets in what other machines answer on UDP 4644\n");
+  EXPECT_EQ(findings(false, 65535).front().advice,
+            "to let them in, run `sudo ufw allow 65535/udp && sudo ufw allow 65535/tcp`");
 }
 
 }  // namespace
