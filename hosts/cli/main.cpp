@@ -9,7 +9,7 @@
 #include "Platform/queues/DispatchQueue.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/DoctorCommand.h"
-#include "hosts/cli/HelloProbe.h"
+#include "hosts/cli/DoctorProbe.h"
 #include "hosts/cli/JsonReporter.h"
 #include "hosts/cli/PeersCommand.h"
 #include "hosts/cli/ReceiveCommand.h"

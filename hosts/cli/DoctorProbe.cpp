@@ -1,4 +1,4 @@
-#include "hosts/cli/HelloProbe.h"
+#include "hosts/cli/DoctorProbe.h"
 
 #include <algorithm>
 
