@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "VeskoKit/Log.h"
+#include "hosts/cli/DoctorProbe.h"
 #include "hosts/common/doctor/Firewall.h"
 
 namespace vesko {
@@ -47,7 +48,7 @@ class FindingPrinter {
 
 }  // namespace
 
-ExitCode runDoctor(Program& program, const std::function<HelloCheck()>& checkHello) {
+ExitCode runDoctor(Program& program) {
   FindingPrinter printer(program);
   const auto interfaces = NetworkInterfaces::all();
   printer.print("interfaces", findingsAboutInterfaces(interfaces, NetworkInterfaces::kindOf));
@@ -58,7 +59,7 @@ ExitCode runDoctor(Program& program, const std::function<HelloCheck()>& checkHel
     portFindings.push_back(findingAboutPort(port, PortHolders::of(port.protocol, port.number)));
   }
   printer.print("ports", std::move(portFindings));
-  const HelloCheck hello = checkHello();
+  const HelloCheck hello = checkHello(program);
   printer.print("hello", findingsAboutHello(hello));
   printer.print("firewall", findingsAboutFirewalls(firewallsOf(), program.options.port, !hello.answers.empty()));
   return printer.hasProblem() ? ExitCode::unexpected : ExitCode::success;

@@ -9,7 +9,6 @@
 #include "Platform/queues/DispatchQueue.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/DoctorCommand.h"
-#include "hosts/cli/DoctorProbe.h"
 #include "hosts/cli/JsonReporter.h"
 #include "hosts/cli/PeersCommand.h"
 #include "hosts/cli/ReceiveCommand.h"
@@ -43,13 +42,13 @@ ExitCode run(const Options& options, Console& console, Interrupts& interrupts) {
   if (!openLog(options.common.logFile, console)) return ExitCode::usage;
   const auto reporter = makeReporter(options.common, console);
   Program program{options.common, console, *reporter, interrupts};
-  const ExitCode code = std::visit(
-      Overloaded{[&](const SendOptions& send) { return runSend(program, send); },
-                 [&](const TextOptions& text) { return runText(program, text); },
-                 [&](const ReceiveOptions& receive) { return runReceive(program, receive); },
-                 [&](const PeersOptions& peers) { return runPeers(program, peers); },
-                 [&](const DoctorOptions&) { return runDoctor(program, [&] { return checkHello(program); }); }},
-      options.command);
+  const ExitCode code =
+      std::visit(Overloaded{[&](const SendOptions& send) { return runSend(program, send); },
+                            [&](const TextOptions& text) { return runText(program, text); },
+                            [&](const ReceiveOptions& receive) { return runReceive(program, receive); },
+                            [&](const PeersOptions& peers) { return runPeers(program, peers); },
+                            [&](const DoctorOptions&) { return runDoctor(program); }},
+                 options.command);
   if (!console.outputFailed()) return code;
   console.complain("standard output cannot be written to");
   return code == ExitCode::success ? ExitCode::unexpected : code;
