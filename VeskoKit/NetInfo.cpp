@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <bitset>
-#include <charconv>
 #include <cstddef>
 #include <functional>
-#include <optional>
 #include <string_view>
-#include <system_error>
+
+#include "Platform/text/Numbers.h"
 
 namespace vesko {
 namespace {
@@ -23,13 +22,6 @@ std::vector<std::string_view> piecesOf(std::string_view text) {
     text.remove_prefix(std::min(piece.size() + 1, text.size()));
   }
   return pieces;
-}
-
-std::optional<std::uint8_t> octetOf(std::string_view piece) {
-  std::uint8_t octet = 0;
-  const auto [end, error] = std::from_chars(piece.data(), piece.data() + piece.size(), octet);
-  if (error != std::errc() || end != piece.data() + piece.size()) return std::nullopt;
-  return octet;
 }
 
 }  // namespace
@@ -50,7 +42,7 @@ int NetInfo::cidr() const {
 NetInfo::Octets NetInfo::toInts(const std::string& networkString) {
   Octets octets;
   for (const std::string_view piece : piecesOf(networkString)) {
-    const auto octet = octetOf(piece);
+    const auto octet = wholeNumber<std::uint8_t>(piece);
     if (!octet) return {};
     octets.push_back(*octet);
   }
@@ -78,7 +70,7 @@ std::string NetInfo::bitwise(Operation op, const std::string& net1) {
 std::string NetInfo::binaryRepresentation(const std::string& s) {
   std::string bits;
   for (const std::string_view piece : piecesOf(s)) {
-    if (const auto octet = octetOf(piece)) bits += std::bitset<8>(*octet).to_string();
+    if (const auto octet = wholeNumber<std::uint8_t>(piece)) bits += std::bitset<8>(*octet).to_string();
   }
   return bits;
 }

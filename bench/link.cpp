@@ -27,7 +27,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -43,6 +42,7 @@
 #include <vector>
 
 #include "Platform/files/FileDescriptor.h"
+#include "Platform/text/Numbers.h"
 #include "bench/Program.h"
 
 namespace vesko {
@@ -257,12 +257,9 @@ void becomePunctual() {
 }
 
 std::uint64_t numberIn(std::string_view text) {
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) {
-    throw std::invalid_argument(std::string(text) + " is no number");
-  }
-  return number;
+  const auto number = wholeNumber<std::uint64_t>(text);
+  if (!number) throw std::invalid_argument(std::string(text) + " is no number");
+  return *number;
 }
 
 void run(const std::vector<std::string>& arguments) {

@@ -1,7 +1,8 @@
 #include "Platform/http/HTTPTarget.h"
 
-#include <charconv>
 #include <cstddef>
+
+#include "Platform/text/Numbers.h"
 
 namespace vesko {
 
@@ -10,12 +11,10 @@ namespace {
 std::string withoutEscapes(std::string_view text) {
   std::string decoded;
   while (!text.empty()) {
-    unsigned char byte = 0;
     const std::string_view digits = text.front() == '%' ? text.substr(1, 2) : std::string_view();
-    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-    const bool isEscape = digits.size() == 2 && result.ptr == digits.data() + digits.size();
-    decoded += isEscape ? static_cast<char>(byte) : text.front();
-    text.remove_prefix(isEscape ? 3 : 1);
+    const auto byte = digits.size() == 2 ? wholeNumber<unsigned char>(digits, 16) : std::nullopt;
+    decoded += byte ? static_cast<char>(*byte) : text.front();
+    text.remove_prefix(byte ? 3 : 1);
   }
   return decoded;
 }

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <filesystem>
-#include <optional>
 #include <sstream>
 
 #include "Platform/files/FileManager.h"
+#include "Platform/text/Numbers.h"
 #include "Platform/user/Account.h"
 
 namespace vesko {
@@ -15,21 +14,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-template <class Number>
-std::optional<Number> numberIn(std::string_view text, int base) {
-  Number number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  const bool isAll = error == std::errc() && end == text.data() + text.size();
-  return isAll ? std::optional(number) : std::nullopt;
-}
-
 /// The columns of a table up to the inode.
 using Columns = std::array<std::string, 10>;
 
 /// "address:port", both in hexadecimal.
 bool holdsPort(std::string_view local, std::uint16_t port) {
   const auto colon = local.find(':');
-  if (colon == std::string_view::npos || numberIn<std::uint16_t>(local.substr(colon + 1), 16) != port) return false;
+  if (colon == std::string_view::npos || wholeNumber<std::uint16_t>(local.substr(colon + 1), 16) != port) return false;
   constexpr std::size_t shortAddress = 8;
   const std::string_view address = local.substr(0, colon);
   const bool isEverything = address.find_first_not_of('0') == std::string_view::npos;
@@ -61,7 +52,7 @@ void findProcess(std::uint64_t inode, PortHolder& holder) {
   const std::string socket = "socket:[" + std::to_string(inode) + ']';
   std::error_code error;
   for (fs::directory_iterator at("/proc", error), end; !error && at != end; at.increment(error)) {
-    const auto process = numberIn<int>(at->path().filename().native(), 10);
+    const auto process = wholeNumber<int>(at->path().filename().native());
     if (!process || !hasOpen(at->path(), socket)) continue;
     holder.process = *process;
     holder.processName = contentsOf(at->path() / "comm");
@@ -82,8 +73,8 @@ std::vector<PortHolders::SocketEntry> PortHolders::entriesIn(std::string_view ta
     Columns columns;
     for (auto& column : columns) words >> column;
     const auto& [slot, local, remote, state, queues, timer, retries, owner, timeout, number] = columns;
-    const auto user = numberIn<std::uint32_t>(owner, 10);
-    const auto inode = numberIn<std::uint64_t>(number, 10);
+    const auto user = wholeNumber<std::uint32_t>(owner);
+    const auto inode = wholeNumber<std::uint64_t>(number);
     if (!user || !inode || !holdsPort(local, port)) continue;
     if (protocol == PortProtocol::udp || state == listening) entries.push_back({*user, *inode});
   }

@@ -1,7 +1,7 @@
 #include "hosts/cli/PeerChoice.h"
+#include "Platform/text/Numbers.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iostream>
 #include <utility>
 #include <vector>
@@ -108,10 +108,8 @@ void showChoice(Console& console, const std::vector<PeerView>& peers) {
 
 /// What an answer means: a number of the list, else a name or a part of one.
 PeerOrCode chosen(Program& program, const std::string& answer, const std::vector<PeerView>& peers) {
-  std::size_t number = 0;
-  const auto [end, error] = std::from_chars(answer.data(), answer.data() + answer.size(), number);
-  const bool isNumber = error == std::errc() && end == answer.data() + answer.size();
-  if (isNumber && number >= 1 && number <= peers.size()) return peers[number - 1];
+  const auto number = wholeNumber<std::size_t>(answer);
+  if (number && *number >= 1 && *number <= peers.size()) return peers[*number - 1];
   Peers table;
   for (const auto& peer : peers) table.emplace(peer.key, peer);
   return settle(program, answer, table);

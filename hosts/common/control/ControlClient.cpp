@@ -1,7 +1,6 @@
 #include "hosts/common/control/ControlClient.h"
 
 #include <algorithm>
-#include <charconv>
 #include <condition_variable>
 #include <filesystem>
 #include <mutex>
@@ -11,6 +10,7 @@
 
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/LocalSocket.h"
+#include "Platform/text/Numbers.h"
 #include "hosts/common/control/ControlFolder.h"
 #include "hosts/common/control/ControlMessage.h"
 #include "hosts/common/events/EventJson.h"
@@ -25,11 +25,8 @@ std::shared_ptr<LocalConnection> connectToHost(std::uint16_t port) {
 
 /// The port whose socket has this name; none for any other file.
 std::optional<std::uint16_t> portOf(const std::filesystem::path& path) {
-  const std::string name = path.filename().string();
-  std::uint16_t port = 0;
-  std::from_chars(name.data(), name.data() + name.size(), port);
-  if (port == 0 || path != controlPath(port)) return std::nullopt;
-  return port;
+  const auto port = wholeNumber<std::uint16_t>(path.stem().native());
+  return port && *port != 0 && path == controlPath(*port) ? port : std::nullopt;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <system_error>
 
+#include "Platform/text/Numbers.h"
+
 namespace vesko {
 
 std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits) noexcept {
@@ -26,11 +28,8 @@ std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t 
 std::optional<NumberRange> parseNetwork(std::string_view text) noexcept {
   const auto slash = text.find('/');
   if (slash == std::string_view::npos) return networkRange(text);
-  const std::string_view length = text.substr(slash + 1);
-  std::uint32_t bits = 0;
-  const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), bits);
-  if (error != std::errc() || end != length.data() + length.size()) return std::nullopt;
-  return networkRange(text.substr(0, slash), bits);
+  const auto bits = wholeNumber<std::uint32_t>(text.substr(slash + 1));
+  return bits ? networkRange(text.substr(0, slash), *bits) : std::nullopt;
 }
 
 }  // namespace vesko

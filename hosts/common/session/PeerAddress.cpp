@@ -1,18 +1,16 @@
 #include "hosts/common/session/PeerAddress.h"
 
 #include <algorithm>
-#include <charconv>
+
+#include "Platform/text/Numbers.h"
 
 namespace vesko {
 namespace {
 
-/// The number written by all of `text` in decimal, not above `maximum`; none otherwise.
-std::optional<unsigned> parseNumber(std::string_view text, unsigned maximum) {
-  unsigned number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number > maximum) return std::nullopt;
-  if (text.size() > 1 && text.front() == '0') return std::nullopt;
-  return number;
+/// The number written by all of `text` in decimal; none otherwise.
+template <class Number>
+std::optional<Number> parseNumber(std::string_view text) {
+  return text.size() > 1 && text.front() == '0' ? std::nullopt : wholeNumber<Number>(text);
 }
 
 constexpr std::string_view digits = "0123456789";
@@ -27,7 +25,7 @@ std::optional<std::string> complaintAboutDotted(std::string_view text) {
   for (;;) {
     const auto length = std::min(text.find('.'), text.size());
     const auto octet = text.substr(0, length);
-    if (!parseNumber(octet, 255))
+    if (!parseNumber<std::uint8_t>(octet))
       return '"' + std::string(octet) + "\" is no number from 0 to 255, without leading zeros";
     if (length == text.size()) return std::nullopt;
     text.remove_prefix(length + 1);
@@ -35,8 +33,8 @@ std::optional<std::string> complaintAboutDotted(std::string_view text) {
 }
 
 std::optional<std::uint16_t> parsePort(std::string_view text) {
-  const auto port = parseNumber(text, 65535);
-  return port && *port != 0 ? std::optional(static_cast<std::uint16_t>(*port)) : std::nullopt;
+  const auto port = parseNumber<std::uint16_t>(text);
+  return port != 0 ? port : std::nullopt;
 }
 
 /// Digits and two dots: one alone may be part of a name.
