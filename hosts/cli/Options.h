@@ -9,7 +9,7 @@
 
 #include "VeskoKit/VeskoServer.h"
 #include "hosts/cli/ExitCode.h"
-#include "hosts/common/session/NumberRange.h"
+#include "hosts/common/session/IPv4Range.h"
 
 namespace vesko {
 
@@ -40,7 +40,7 @@ struct ReceiveOptions {
   std::string directory;  ///< empty: the user's downloads folder
   bool once = false;
   bool keepPartial = false;
-  std::vector<NumberRange> allowed;                                      ///< addresses and networks; none: everybody
+  std::vector<IPv4Range> allowed;                                        ///< addresses and networks; none: everybody
   std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited;  ///< bytes
   bool ask = false;
 };

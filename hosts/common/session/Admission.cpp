@@ -15,7 +15,7 @@ bool Admission::admitsConnectionFrom(const std::string& address) {
   // Not even the news of it is made: that is what there is too much of.
   if (sink_->isOverwhelmed()) return false;
   const auto number = networkRange(address);
-  const auto includes = [&](const NumberRange& range) { return number && range.contains(*number); };
+  const auto includes = [&](const IPv4Range& range) { return number && range.contains(*number); };
   if (rules_.allowed.empty() || std::ranges::any_of(rules_.allowed, includes)) return true;
   if (strangers_.size() < maximumStrangers && strangers_.insert(address).second) sink_->publish(RefusedEvent{address});
   return false;

@@ -13,7 +13,7 @@
 #include "Platform/queues/Clock.h"
 #include "VeskoKit/VeskoIncomingTransfer.h"
 #include "hosts/common/events/Events.h"
-#include "hosts/common/session/NumberRange.h"
+#include "hosts/common/session/IPv4Range.h"
 
 namespace vesko {
 
@@ -21,8 +21,8 @@ class DispatchQueue;
 
 /// Whom a session lets in, and whether it asks.
 struct AdmissionRules {
-  std::vector<NumberRange> allowed;  ///< addresses and networks; none: everybody
-  bool asks = false;                 ///< about each transfer, before anything of it is stored
+  std::vector<IPv4Range> allowed;  ///< addresses and networks; none: everybody
+  bool asks = false;               ///< about each transfer, before anything of it is stored
 };
 
 /// Keeps to the rules of a session, and makes its questions. Used on the queue of the incoming transfers, but for

@@ -1,4 +1,4 @@
-#include "hosts/common/session/NumberRange.h"
+#include "hosts/common/session/IPv4Range.h"
 
 #include <charconv>
 #include <system_error>
@@ -7,7 +7,7 @@
 
 namespace vesko {
 
-std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t bits) noexcept {
+std::optional<IPv4Range> networkRange(std::string_view address, std::uint32_t bits) noexcept {
   std::uint32_t value = 0;
   const char* at = address.data();
   const char* const end = at + address.size();
@@ -22,10 +22,10 @@ std::optional<NumberRange> networkRange(std::string_view address, std::uint32_t 
   }
   if (at != end || bits > 32) return std::nullopt;
   const std::uint32_t hosts = bits == 32 ? 0 : ~std::uint32_t{0} >> bits;
-  return NumberRange{value & ~hosts, value | hosts};
+  return IPv4Range{value & ~hosts, value | hosts};
 }
 
-std::optional<NumberRange> parseNetwork(std::string_view text) noexcept {
+std::optional<IPv4Range> parseNetwork(std::string_view text) noexcept {
   const auto slash = text.find('/');
   if (slash == std::string_view::npos) return networkRange(text);
   const auto bits = wholeNumber<std::uint32_t>(text.substr(slash + 1));
