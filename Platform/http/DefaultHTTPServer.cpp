@@ -19,6 +19,7 @@
 #include "Platform/http/HTTPTarget.h"
 #include "Platform/http/SelectorEventLoop.h"
 #include "Platform/http/SelectorEventLoopContext.h"
+#include "Platform/network/IPv4Address.h"
 #include "Platform/process/Assert.h"
 #include "Platform/process/SystemError.h"
 #include "Platform/sockets/SocketCalls.h"
@@ -170,7 +171,7 @@ DefaultHTTPServer::Implementation::~Implementation() {
 }
 
 bool DefaultHTTPServer::Implementation::start(std::error_code& error) {
-  error = SocketCalls::isAddress(where_.host) ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
+  error = parseIPv4(where_.host) ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
   if (error) return false;
   FileDescriptor descriptor = SocketCalls::listen(where_, error);
   if (error) return false;

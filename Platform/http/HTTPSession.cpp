@@ -16,6 +16,7 @@
 
 #include "Platform/http/SelectorEventLoop.h"
 #include "Platform/http/SelectorEventLoopContext.h"
+#include "Platform/network/IPv4Address.h"
 #include "Platform/queues/Clock.h"
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/SocketCalls.h"
@@ -173,9 +174,8 @@ void HTTPSession::Implementation::onEnd(Task task, Job job, std::optional<HTTPRe
 }
 
 void HTTPSession::Implementation::Exchange::start() {
-  ErrorCode error;
-  const auto address = asio::ip::make_address_v4(job_.request.host, error);
-  if (error || !isPath(job_.request.path) || !open()) {
+  const auto address = parseIPv4(job_.request.host);
+  if (!address || !isPath(job_.request.path) || !open()) {
     fail();
     return;
   }
@@ -183,7 +183,7 @@ void HTTPSession::Implementation::Exchange::start() {
   head_ = headOf(job_.request);
   deadline_ = clock_->monotonicNow() + job_.request.patience;
   watch(std::min(job_.request.connectPatience, job_.request.patience));
-  socket_.async_connect({address, job_.request.port},
+  socket_.async_connect({asio::ip::address_v4(*address), job_.request.port},
                         [self = shared_from_this()](const ErrorCode& failure) { self->onConnect(failure); });
 }
 

@@ -14,14 +14,14 @@
 #include <string_view>
 #include <system_error>
 
+#include "Platform/network/IPv4Address.h"
+
 namespace vesko::NetworkInterfaces {
 namespace {
 
 std::string textOf(const sockaddr* address) {
   if (address == nullptr) return {};
-  char text[INET_ADDRSTRLEN] = "";
-  const auto* const internet = reinterpret_cast<const sockaddr_in*>(address);
-  return ::inet_ntop(AF_INET, &internet->sin_addr, text, sizeof text) == nullptr ? std::string() : text;
+  return textOfIPv4(ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr));
 }
 
 /// Names that programs for containers and virtual machines give to the interfaces they make. Other machines of the

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "Platform/network/IPv4Address.h"
 #include "Platform/queues/DispatchQueue.h"
 
 namespace vesko {
@@ -153,7 +154,7 @@ void DatagramSocket::sendData(std::string data, const std::string& host, std::ui
 }
 
 std::error_code DatagramSocket::sendOrKeep(Datagram datagram) {
-  if (!SocketCalls::isAddress(datagram.to.host)) return std::make_error_code(std::errc::invalid_argument);
+  if (!parseIPv4(datagram.to.host)) return std::make_error_code(std::errc::invalid_argument);
   if (state_ != State::bound) return std::make_error_code(std::errc::not_connected);
   if (unsent_.empty()) {
     const std::error_code error = send(datagram);

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "Platform/files/FileHandle.h"
+#include "Platform/network/IPv4Address.h"
 #include "Platform/process/SystemError.h"
 
 namespace vesko::SocketCalls {
@@ -44,9 +45,11 @@ sockaddr_in systemAddress(const Address& address) noexcept {
   sockaddr_in result{};
   result.sin_family = AF_INET;
   result.sin_port = htons(address.port);
-  ::inet_pton(AF_INET, address.host.c_str(), &result.sin_addr);
+  result.sin_addr.s_addr = htonl(parseIPv4(address.host).value_or(INADDR_ANY));
   return result;
 }
+
+std::string textOf(const sockaddr_in& address) { return textOfIPv4(ntohl(address.sin_addr.s_addr)); }
 
 template <class Function>
 int withAddress(const sockaddr_in& address, Function function) {
@@ -55,20 +58,12 @@ int withAddress(const sockaddr_in& address, Function function) {
 
 }  // namespace
 
-bool isAddress(const std::string& host) noexcept {
-  in_addr address{};
-  return ::inet_pton(AF_INET, host.c_str(), &address) == 1;
-}
-
 std::optional<Address> decodedAddress(std::string_view systemForm) {
   sockaddr_in address{};
   if (systemForm.size() < sizeof address) return std::nullopt;
   std::memcpy(&address, systemForm.data(), sizeof address);
-  char text[INET_ADDRSTRLEN] = "";
-  if (address.sin_family != AF_INET || ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text) == nullptr) {
-    return std::nullopt;
-  }
-  return Address{text, ntohs(address.sin_port)};
+  if (address.sin_family != AF_INET) return std::nullopt;
+  return Address{textOf(address), ntohs(address.sin_port)};
 }
 
 FileDescriptor makeStream(std::error_code& error) {
@@ -114,8 +109,7 @@ FileDescriptor accept(int descriptor, std::string& host, std::error_code& error)
         return ::accept4(descriptor, reinterpret_cast<sockaddr*>(&from), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
       },
       error));
-  char text[INET_ADDRSTRLEN] = "";
-  if (accepted && ::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text) != nullptr) host = text;
+  if (accepted) host = textOf(from);
   return accepted;
 }
 

@@ -25,9 +25,6 @@ struct Address {
   friend bool operator==(const Address&, const Address&) = default;
 };
 
-/// True when `host` is an IPv4 address in dotted-decimal form.
-[[nodiscard]] bool isAddress(const std::string& host) noexcept;
-
 /// The address that the system's form of one (sockaddr_in) says; none when it is of another kind.
 [[nodiscard]] std::optional<Address> decodedAddress(std::string_view systemForm);
 

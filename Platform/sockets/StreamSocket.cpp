@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "Platform/network/IPv4Address.h"
 #include "Platform/process/SystemError.h"
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/SocketCalls.h"
@@ -72,7 +73,7 @@ void StreamSocket::take(FileDescriptor descriptor, std::unique_ptr<DispatchSourc
 
 bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, double timeout, SocketError& error) {
   error = {};
-  if (!SocketCalls::isAddress(host) || port == 0) {
+  if (!parseIPv4(host) || port == 0) {
     error = {Operation::connect, std::make_error_code(std::errc::invalid_argument)};
     return false;
   }

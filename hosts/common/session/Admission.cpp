@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/network/IPv4Address.h"
 #include "Platform/queues/DispatchQueue.h"
 
 namespace vesko {
@@ -14,7 +15,7 @@ Admission::Admission(AdmissionRules rules, std::shared_ptr<EventSink> sink, Iden
 bool Admission::admitsConnectionFrom(const std::string& address) {
   // Not even the news of it is made: that is what there is too much of.
   if (sink_->isOverwhelmed()) return false;
-  const auto number = networkRange(address);
+  const auto number = parseIPv4(address);
   const auto includes = [&](const IPv4Range& range) { return number && range.contains(*number); };
   if (rules_.allowed.empty() || std::ranges::any_of(rules_.allowed, includes)) return true;
   if (strangers_.size() < maximumStrangers && strangers_.insert(address).second) sink_->publish(RefusedEvent{address});

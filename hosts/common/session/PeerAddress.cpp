@@ -2,16 +2,11 @@
 
 #include <algorithm>
 
+#include "Platform/network/IPv4Address.h"
 #include "Platform/text/Numbers.h"
 
 namespace vesko {
 namespace {
-
-/// The number written by all of `text` in decimal; none otherwise.
-template <class Number>
-std::optional<Number> parseNumber(std::string_view text) {
-  return text.size() > 1 && text.front() == '0' ? std::nullopt : wholeNumber<Number>(text);
-}
 
 constexpr std::string_view digits = "0123456789";
 
@@ -21,20 +16,18 @@ bool consistsOf(std::string_view text, std::string_view characters) noexcept {
 
 /// What is wrong with a dotted address; none when nothing is.
 std::optional<std::string> complaintAboutDotted(std::string_view text) {
+  if (parseIPv4(text)) return std::nullopt;
   if (std::ranges::count(text, '.') != 3) return "an address has four numbers, as in 192.168.1.7";
-  for (;;) {
-    const auto length = std::min(text.find('.'), text.size());
-    const auto octet = text.substr(0, length);
-    if (!parseNumber<std::uint8_t>(octet))
-      return '"' + std::string(octet) + "\" is no number from 0 to 255, without leading zeros";
-    if (length == text.size()) return std::nullopt;
-    text.remove_prefix(length + 1);
+  auto octet = text.substr(0, text.find('.'));
+  while (parseIPv4Octet(octet)) {
+    text.remove_prefix(octet.size() + 1);
+    octet = text.substr(0, text.find('.'));
   }
+  return '"' + std::string(octet) + "\" is no number from 0 to 255, without leading zeros";
 }
 
 std::optional<std::uint16_t> parsePort(std::string_view text) {
-  const auto port = parseNumber<std::uint16_t>(text);
-  return port != 0 ? port : std::nullopt;
+  return text.starts_with('0') ? std::nullopt : wholeNumber<std::uint16_t>(text);
 }
 
 /// Digits and two dots: one alone may be part of a name.
@@ -60,7 +53,7 @@ std::optional<PeerAddress> parsePeerAddress(std::string_view text, std::uint16_t
     if (!port) return std::nullopt;
     address = {std::string(text.substr(0, colon)), *port};
   }
-  if (complaintAboutDotted(address.ip)) return std::nullopt;
+  if (!parseIPv4(address.ip)) return std::nullopt;
   return address;
 }
 
