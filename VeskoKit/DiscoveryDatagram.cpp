@@ -19,14 +19,6 @@ constexpr std::string_view farewell = "Bye Bye";
 
 constexpr std::size_t portLength = 2;
 
-std::string_view cutSignature(std::string_view signature) {
-  if (signature.size() <= signatureLimit) return signature;
-  const auto isContinuation = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
-  std::size_t length = signatureLimit;
-  while (length > 0 && isContinuation(signature[length])) --length;
-  return signature.substr(0, length);
-}
-
 std::string encode(const DiscoveryHello& hello) {
   std::string bytes;
   if (hello.port) {
@@ -36,7 +28,7 @@ std::string encode(const DiscoveryHello& hello) {
   } else {
     bytes += hello.isToAll ? helloToAll : helloToOne;
   }
-  return bytes += cutSignature(hello.signature);
+  return bytes += beginningOfUtf8(hello.signature, signatureLimit);
 }
 
 std::string encode(const DiscoveryGoodbye& /*goodbye*/) { return goodbye + std::string(farewell); }
@@ -56,7 +48,7 @@ std::optional<DiscoveryDatagram> decodeHello(bool isToAll, bool hasPort, std::st
     if (!hello.port) return std::nullopt;
   }
   if (!isValidUtf8(rest)) return std::nullopt;
-  hello.signature = cutSignature(rest);
+  hello.signature = beginningOfUtf8(rest, signatureLimit);
   return hello;
 }
 

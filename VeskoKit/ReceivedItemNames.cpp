@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Platform/text/TextEncoding.h"
 #include "VeskoKit/PathText.h"
 
 namespace vesko::ReceivedItemNames {
@@ -20,13 +21,6 @@ bool isInAnyCase(char character, char wanted) noexcept {
   return character == wanted || (isLetter(wanted) && (character ^ wanted) == 0x20);
 }
 
-/// The longest part of the beginning of `text`, which is UTF-8, that has at most `length` bytes and cuts no character.
-std::string_view beginning(std::string_view text, std::size_t length) noexcept {
-  if (text.size() <= length) return text;
-  while (length > 0 && (text[length] & 0xC0) == 0x80) --length;
-  return text.substr(0, length);
-}
-
 }  // namespace
 
 bool isStorageName(std::string_view name) noexcept {
@@ -43,12 +37,12 @@ std::string numberedName(const std::string& name, std::uint64_t counter) {
   const auto ending = extension.empty() ? number : number + "." + extension;
   if (ending.size() < maximumLength) {
     const auto stem = stringByDeletingPathExtension(name);
-    if (const auto kept = beginning(stem, maximumLength - ending.size()); !kept.empty()) {
+    if (const auto kept = beginningOfUtf8(stem, maximumLength - ending.size()); !kept.empty()) {
       return std::string(kept) + ending;
     }
   }
   // Nothing would be left of what the extension extends.
-  return std::string(beginning(name, maximumLength - number.size())) + number;
+  return std::string(beginningOfUtf8(name, maximumLength - number.size())) + number;
 }
 
 }  // namespace vesko::ReceivedItemNames

@@ -129,6 +129,12 @@ bool isValidUtf8(std::string_view bytes) noexcept {
   return true;
 }
 
+std::string_view beginningOfUtf8(std::string_view text, std::size_t length) noexcept {
+  if (text.size() <= length) return text;
+  while (length > 0 && (text[length] & 0xC0) == 0x80) --length;
+  return text.substr(0, length);
+}
+
 std::string withReplacements(std::string_view bytes) {
   constexpr std::string_view replacement = "\uFFFD";
   std::string text;

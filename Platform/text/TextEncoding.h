@@ -26,6 +26,9 @@ struct Utf8Character {
 /// True when `bytes` are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
 [[nodiscard]] bool isValidUtf8(std::string_view bytes) noexcept;
 
+/// The longest beginning of `text`, which is UTF-8, that has at most `length` bytes and cuts no character. Any thread.
+[[nodiscard]] std::string_view beginningOfUtf8(std::string_view text, std::size_t length) noexcept;
+
 /// The bytes as UTF-8, each one that is no part of it replaced by U+FFFD. Any thread.
 [[nodiscard]] std::string withReplacements(std::string_view bytes);
 

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "Platform/text/TextEncoding.h"
+
 namespace vesko {
 namespace {
 
@@ -34,23 +36,6 @@ std::string aligned(const std::string& text, std::size_t columns) {
 
 std::string twoDigits(std::uint64_t number) { return (number < 10 ? "0" : "") + std::to_string(number); }
 
-/// The bytes of the first character of `text`, which is not empty; 1 for what is no character.
-std::size_t lengthOfFirst(std::string_view text) noexcept {
-  const auto lead = static_cast<unsigned char>(text.front());
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
-  if (length > text.size()) return 1;
-  const auto isContinuation = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; };
-  return std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length), isContinuation) ? length : 1;
-}
-
-char32_t codePointOf(std::string_view character) noexcept {
-  const auto lead = static_cast<unsigned char>(character.front());
-  if (character.size() == 1) return lead;
-  char32_t point = lead & (0xFFU >> (character.size() + 1));
-  for (const char byte : character.substr(1)) point = point << 6U | (static_cast<unsigned char>(byte) & 0x3FU);
-  return point;
-}
-
 using Range = std::pair<char32_t, char32_t>;
 
 template <std::size_t count>
@@ -74,6 +59,13 @@ std::size_t columnsOfCharacter(char32_t point) noexcept {
                                        {0x20000, 0x3FFFD}}};
   if (isIn(combining, point)) return 0;
   return isIn(wide, point) ? 2 : 1;
+}
+
+/// Takes the first character from `text`, which is not empty; the columns that it needs.
+std::size_t takeColumns(std::string_view& text) noexcept {
+  const auto [codePoint, length] = firstUtf8Character(text);
+  text.remove_prefix(std::max<std::size_t>(length, 1));
+  return length == 0 ? 1 : columnsOfCharacter(codePoint);
 }
 
 std::string barText(double fraction, std::size_t columns) {
@@ -129,11 +121,7 @@ std::string countText(std::uint64_t count, std::string_view noun) {
 
 std::size_t columnsOf(std::string_view text) noexcept {
   std::size_t columns = 0;
-  while (!text.empty()) {
-    const std::size_t length = lengthOfFirst(text);
-    columns += columnsOfCharacter(codePointOf(text.substr(0, length)));
-    text.remove_prefix(length);
-  }
+  while (!text.empty()) columns += takeColumns(text);
   return columns;
 }
 
@@ -141,11 +129,7 @@ std::string fittedText(std::string_view text, std::size_t columns) {
   std::size_t width = columnsOf(text);
   if (width <= columns) return std::string(text);
   if (columns == 0) return {};
-  while (width + 1 > columns) {
-    const std::size_t length = lengthOfFirst(text);
-    width -= columnsOfCharacter(codePointOf(text.substr(0, length)));
-    text.remove_prefix(length);
-  }
+  while (width + 1 > columns) width -= takeColumns(text);
   return std::string(ellipsis).append(text);
 }
 
