@@ -1,6 +1,5 @@
 #include "Platform/sockets/StreamSocket.h"
 
-#include <array>
 #include <utility>
 
 #include "Platform/network/IPv4Address.h"
@@ -17,18 +16,9 @@ using Operation = SocketError::Operation;
 /// Accepted in one go before other work on the queue gets its turn.
 constexpr int acceptBatch = 64;
 
-/// Reads of what nobody wants, in one go before other work on the queue gets its turn.
-constexpr int drainBatch = 16;
-
 /// How long accepting rests when it keeps failing, as it does when the process has no descriptor left: the connections
 /// wait in the system's backlog.
 constexpr std::chrono::milliseconds acceptPause{100};
-
-/// What the system counts for the end of what is sent, until the other side has acknowledged it (bytes).
-constexpr std::uint64_t endOfStreamLength = 1;
-
-/// How often a closing connection is asked whether it still drains.
-constexpr std::chrono::milliseconds drainInterval{500};
 
 }  // namespace
 
@@ -168,6 +158,44 @@ void StreamSocket::adopt(FileDescriptor descriptor, std::string host) {
   if (delegate && !unwatched) delegate->socketDidAcceptNewSocket(*this, std::move(accepted));
 }
 
+void StreamSocket::readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) {
+  readDataToLength(length, nullptr, timeout, tag);
+}
+
+void StreamSocket::readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
+                                    std::int64_t tag) {
+  enqueue({length, std::move(destination), std::nullopt, timeout, tag});
+}
+
+void StreamSocket::readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) {
+  enqueue({maximumLength, nullptr, last, timeout, tag});
+}
+
+void StreamSocket::enqueue(StreamReader::Request request) {
+  if (queue_->isCurrent() && loopRunning_) {
+    if (state_ != State::closed) reader_.enqueue(std::move(request));
+    return;
+  }
+  onQueue([request = std::move(request)](StreamSocket& self) {
+    if (self.state_ == State::closed) return;
+    self.reader_.enqueue(request);
+    self.scheduleLoop();
+  });
+}
+
+void StreamSocket::writeData(Data data, double timeout, std::int64_t tag) {
+  StreamWriter::Request request{std::move(data), timeout, tag};
+  if (queue_->isCurrent() && loopRunning_) {
+    if (state_ != State::closed) writer_.enqueue(std::move(request));
+    return;
+  }
+  onQueue([request = std::move(request)](StreamSocket& self) {
+    if (self.state_ == State::closed) return;
+    self.writer_.enqueue(request);
+    self.scheduleLoop();
+  });
+}
+
 void StreamSocket::disconnect() {
   onQueue([](StreamSocket& self) { self.close({}); });
 }
@@ -181,83 +209,6 @@ void StreamSocket::disconnectAfterWriting() {
     self.closesAfterWriting_ = true;
     self.scheduleLoop();
   });
-}
-
-void StreamSocket::beginDraining() {
-  state_ = State::draining;
-  reader_.clear();
-  beginAcknowledged(queue_->clock()->monotonicNow());
-  wakeIn(drainInterval);
-  waitReadable();
-  finishSending();
-}
-
-/// What the system has not taken of the gathered bytes comes first; only then may it say that nothing follows.
-void StreamSocket::finishSending() {
-  SocketError error;
-  const StreamStep flushed = writer_.isBlocked() ? StreamStep::blocked : writer_.flush(descriptor_.get(), false, error);
-  if (flushed == StreamStep::failed) {
-    close(error);
-  } else if (flushed == StreamStep::blocked) {
-    waitWritable();
-  } else {
-    SocketCalls::shutdownSending(descriptor_.get());
-  }
-}
-
-std::uint64_t StreamSocket::undrainedBytes() const noexcept {
-  return SocketCalls::unacknowledgedBytes(descriptor_.get()) + writer_.gatheredBytes();
-}
-
-void StreamSocket::drain() {
-  std::array<char, 4096> unexpected;
-  std::error_code code;
-  bool isOpen = true;
-  for (int i = 0; i < drainBatch && isOpen && !code; ++i) {
-    isOpen = SocketCalls::receive(descriptor_.get(), unexpected, code) > 0;
-  }
-  if (code == std::errc::operation_would_block || (isOpen && !code)) {
-    waitReadable();
-  } else if (code || writer_.gatheredBytes() > 0) {
-    close({Operation::write, code ? code : make_error_code(SocketErrc::endOfStream)});
-  } else if (undrainedBytes() > endOfStreamLength) {
-    // It has gone, or has just nothing to say: that shows when it takes the rest, or refuses it.
-    otherSideHasEnded_ = true;
-  } else {
-    close({});
-  }
-}
-
-void StreamSocket::beginAcknowledged(Time now) {
-  acknowledged_ = {0, now};
-  noteAcknowledged(undrainedBytes(), now);
-}
-
-void StreamSocket::noteAcknowledged(std::uint64_t outstanding, Time now) {
-  const std::uint64_t bytes = written_ > outstanding ? written_ - outstanding : 0;
-  if (bytes > acknowledged_.bytes) acknowledged_ = {bytes, now};
-}
-
-void StreamSocket::checkDraining() {
-  const Time now = queue_->clock()->monotonicNow();
-  const std::uint64_t outstanding = undrainedBytes();
-  noteAcknowledged(outstanding, now);
-  const bool isTaken = outstanding <= endOfStreamLength;
-  const std::error_code refused =
-      otherSideHasEnded_ ? SocketCalls::connectResult(descriptor_.get()) : std::error_code();
-  const auto end = inTicks(endSeconds);
-  if (refused) {
-    close({Operation::write, refused});
-  } else if (isTaken && otherSideHasEnded_) {
-    close({});
-  } else if (now - acknowledged_.since < end) {
-    // From now on only the other side's end is awaited, which is told without asking.
-    wakeIn(isTaken ? acknowledged_.since + end - now : drainInterval);
-  } else if (isTaken) {
-    close({Operation::write, SocketErrc::unconfirmed});
-  } else {
-    close({Operation::write, std::make_error_code(std::errc::timed_out)});
-  }
 }
 
 void StreamSocket::close(const SocketError& error, bool reset) {

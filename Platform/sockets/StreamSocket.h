@@ -61,8 +61,6 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
     Time since;
   };
 
-  [[nodiscard]] static Time::duration inTicks(double seconds);
-
   // StreamSocket.cpp: the life of a connection
   void onQueue(std::function<void(StreamSocket&)> work);
   [[nodiscard]] std::error_code open(FileDescriptor descriptor, State state);
@@ -71,17 +69,10 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void finishConnect(std::uint16_t port);
   void acceptWaiting();
   void adopt(FileDescriptor descriptor, std::string host);
-  void beginDraining();
-  void finishSending();
-  [[nodiscard]] std::uint64_t undrainedBytes() const noexcept;
-  void drain();
-  void checkDraining();
-  void beginAcknowledged(Time now);
-  void noteAcknowledged(std::uint64_t outstanding, Time now);
+  void enqueue(StreamReader::Request request);
   void close(const SocketError& error, bool reset = false);
 
   // StreamSocketLoop.cpp: moving bytes
-  void enqueue(StreamReader::Request request);
   void scheduleLoop();
   void runLoop();
   [[nodiscard]] StreamStep stepReader(GCDAsyncSocketDelegate& delegate);
@@ -91,16 +82,26 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void waitReadable();
   void waitWritable();
 
-  // StreamSocketLoop.cpp: time-outs
+  // StreamSocketDraining.cpp: the end after the last write
+  void beginDraining();
+  void finishSending();
+  [[nodiscard]] std::uint64_t undrainedBytes() const noexcept;
+  void drain();
+  void checkDraining();
+
+  // StreamSocketTimeouts.cpp: time-outs, and what the other side acknowledges meanwhile
+  [[nodiscard]] static Time::duration inTicks(double seconds);
   void watchDeadlines();
   void watchDeadline(Deadline& deadline, std::optional<double> timeout, Time& earliest);
+  void watchStall(Time& earliest);
   void wakeIn(std::chrono::steady_clock::duration delay);
   void onAlarm();
-  void watchStall(Time& earliest);
   void checkReadDeadline(Time now);
   void checkWriteDeadline(Time now);
   void extend(Deadline& deadline, double extension, SocketError::Operation operation, Time now);
   void checkStall(Time now);
+  void beginAcknowledged(Time now);
+  void noteAcknowledged(std::uint64_t outstanding, Time now);
 
   std::weak_ptr<GCDAsyncSocketDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;

@@ -1,8 +1,6 @@
-#include <algorithm>
 #include <utility>
 
 #include "Platform/queues/DispatchQueue.h"
-#include "Platform/sockets/SocketCalls.h"
 #include "Platform/sockets/StreamSocket.h"
 
 namespace vesko {
@@ -10,59 +8,13 @@ namespace vesko {
 namespace {
 
 using Operation = SocketError::Operation;
-using Seconds = std::chrono::duration<double>;
 
 /// Bytes, and steps, after which the loop lets other work on its queue have a turn: enough to make the hop cheap, few
 /// enough for dozens of transfers to share a queue fairly.
 constexpr std::uint64_t turnBytes = 2 * 1024 * 1024;
 constexpr int turnSteps = 20'000;
 
-/// How often a connection that waits to write is asked whether anything is still acknowledged.
-constexpr std::chrono::seconds stallInterval{1};
-
 }  // namespace
-
-StreamSocket::Time::duration StreamSocket::inTicks(double seconds) {
-  return std::chrono::duration_cast<Time::duration>(Seconds(seconds));
-}
-
-void StreamSocket::readDataToLength(std::uint64_t length, double timeout, std::int64_t tag) {
-  readDataToLength(length, nullptr, timeout, tag);
-}
-
-void StreamSocket::readDataToLength(std::uint64_t length, std::shared_ptr<FileHandle> destination, double timeout,
-                                    std::int64_t tag) {
-  enqueue({length, std::move(destination), std::nullopt, timeout, tag});
-}
-
-void StreamSocket::readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) {
-  enqueue({maximumLength, nullptr, last, timeout, tag});
-}
-
-void StreamSocket::enqueue(StreamReader::Request request) {
-  if (queue_->isCurrent() && loopRunning_) {
-    if (state_ != State::closed) reader_.enqueue(std::move(request));
-    return;
-  }
-  onQueue([request = std::move(request)](StreamSocket& self) {
-    if (self.state_ == State::closed) return;
-    self.reader_.enqueue(request);
-    self.scheduleLoop();
-  });
-}
-
-void StreamSocket::writeData(Data data, double timeout, std::int64_t tag) {
-  StreamWriter::Request request{std::move(data), timeout, tag};
-  if (queue_->isCurrent() && loopRunning_) {
-    if (state_ != State::closed) writer_.enqueue(std::move(request));
-    return;
-  }
-  onQueue([request = std::move(request)](StreamSocket& self) {
-    if (self.state_ == State::closed) return;
-    self.writer_.enqueue(request);
-    self.scheduleLoop();
-  });
-}
 
 void StreamSocket::scheduleLoop() {
   if (loopRunning_ || std::exchange(loopScheduled_, true)) return;
@@ -176,104 +128,6 @@ void StreamSocket::waitWritable() {
       self->runLoop();
     }
   });
-}
-
-void StreamSocket::watchDeadlines() {
-  Time earliest = Time::max();
-  watchDeadline(readDeadline_, reader_.timeoutOfFirst(), earliest);
-  watchDeadline(writeDeadline_, writer_.timeoutOfFirst(), earliest);
-  watchStall(earliest);
-  if (earliest == Time::max() || (alarmTime_ && *alarmTime_ <= earliest)) return;
-  wakeIn(earliest - queue_->clock()->monotonicNow());
-}
-
-void StreamSocket::watchDeadline(Deadline& deadline, std::optional<double> timeout, Time& earliest) {
-  if (!timeout) return;
-  if (!deadline.started) {
-    deadline.started = queue_->clock()->monotonicNow();
-    deadline.expires = *deadline.started + inTicks(*timeout);
-  }
-  earliest = std::min(earliest, deadline.expires);
-}
-
-/// Being writable again is no measure: the system says so only once a good part of what it holds is acknowledged, which
-/// may take minutes where the way is slow.
-void StreamSocket::watchStall(Time& earliest) {
-  if (stallTimeout_ < 0 || !writer_.isBlocked()) return;
-  if (!nextStallCheck_) {
-    const Time now = queue_->clock()->monotonicNow();
-    beginAcknowledged(now);
-    nextStallCheck_ = now + stallInterval;
-  }
-  earliest = std::min(earliest, *nextStallCheck_);
-}
-
-void StreamSocket::wakeIn(std::chrono::steady_clock::duration delay) {
-  alarmTime_ = queue_->clock()->monotonicNow() + delay;
-  alarm_ = queue_->clock()->callAfter(delay, [queue = std::weak_ptr(queue_), weak = weak_from_this()] {
-    const auto target = queue.lock();
-    if (!target) return;
-    target->async([weak] {
-      if (const auto self = weak.lock()) self->onAlarm();
-    });
-  });
-}
-
-void StreamSocket::onAlarm() {
-  alarmTime_.reset();
-  const Time now = queue_->clock()->monotonicNow();
-  if (state_ == State::listening) acceptWaiting();
-  if (state_ == State::connecting) close({Operation::connect, std::make_error_code(std::errc::timed_out)});
-  if (state_ == State::draining) checkDraining();
-  if (state_ == State::connected) checkReadDeadline(now);
-  if (state_ == State::connected) checkWriteDeadline(now);
-  if (state_ == State::connected) checkStall(now);
-  if (state_ == State::connected) watchDeadlines();
-}
-
-void StreamSocket::checkReadDeadline(Time now) {
-  if (!readDeadline_.started || now < readDeadline_.expires || !reader_.timeoutOfFirst()) return;
-  const auto delegate = delegate_.lock();
-  const double elapsed = Seconds(now - *readDeadline_.started).count();
-  const double extension = delegate ? delegate->socketShouldTimeoutReadWithTag(*this, reader_.tagOfFirst(), elapsed,
-                                                                               reader_.bytesDoneOfFirst())
-                                    : 0.0;
-  extend(readDeadline_, extension, Operation::read, now);
-}
-
-void StreamSocket::checkWriteDeadline(Time now) {
-  if (!writeDeadline_.started || now < writeDeadline_.expires || !writer_.timeoutOfFirst()) return;
-  const auto delegate = delegate_.lock();
-  const double elapsed = Seconds(now - *writeDeadline_.started).count();
-  const double extension = delegate ? delegate->socketShouldTimeoutWriteWithTag(*this, writer_.tagOfFirst(), elapsed,
-                                                                                writer_.bytesDoneOfFirst())
-                                    : 0.0;
-  extend(writeDeadline_, extension, Operation::write, now);
-}
-
-void StreamSocket::extend(Deadline& deadline, double extension, Operation operation, Time now) {
-  if (state_ != State::connected) return;
-  if (extension > 0) {
-    deadline.expires = now + inTicks(extension);
-  } else {
-    close({operation, std::make_error_code(std::errc::timed_out)});
-  }
-}
-
-void StreamSocket::checkStall(Time now) {
-  if (!nextStallCheck_ || now < *nextStallCheck_) return;
-  nextStallCheck_.reset();
-  // What comes next, if anything, begins a time of its own.
-  if (!writer_.isBlocked()) return;
-  noteAcknowledged(undrainedBytes(), now);
-  if (now - acknowledged_.since >= inTicks(stallTimeout_)) {
-    close({Operation::write, std::make_error_code(std::errc::timed_out)});
-    return;
-  }
-  nextStallCheck_ = now + stallInterval;
-  const auto delegate = delegate_.lock();
-  const bool isMoving = acknowledged_.since == now && !writer_.isComplete();
-  if (delegate && isMoving) delegate->socketDidWritePartialDataOfLength(*this, 0, writer_.tagOfFirst());
 }
 
 }  // namespace vesko
