@@ -5,7 +5,6 @@
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -21,7 +20,7 @@
 #include "Platform/http/SelectorEventLoopContext.h"
 #include "Platform/network/IPv4Address.h"
 #include "Platform/process/Assert.h"
-#include "Platform/process/SystemError.h"
+#include "Platform/sockets/AcceptLoop.h"
 #include "Platform/sockets/SocketCalls.h"
 
 namespace asio = boost::asio;
@@ -34,13 +33,6 @@ namespace {
 
 using asio::ip::tcp;
 using ErrorCode = boost::system::error_code;
-
-/// Accepted in one go before the connections get their turn: well below all of them, so that those accepted last are
-/// not made to leave before their requests were looked at.
-constexpr int acceptBatch = 64;
-
-/// How long accepting rests when the process has no descriptor left: the connections wait in the system's backlog.
-constexpr std::chrono::milliseconds acceptPause{100};
 
 /// How long a connection that was ended is read on: closing it with something unread would be a reset, which may take
 /// the answer away from its receiver.
@@ -93,9 +85,6 @@ class DefaultHTTPServer::Implementation : public std::enable_shared_from_this<Im
  private:
   class Connection;
 
-  void waitForConnections();
-  void acceptWaiting();
-  void pauseAccepting();
   void adopt(FileDescriptor descriptor);
   void close(const std::shared_ptr<Connection>& connection);
   [[nodiscard]] Answer answer(const Environment& environment) const;
@@ -105,8 +94,7 @@ class DefaultHTTPServer::Implementation : public std::enable_shared_from_this<Im
   const Application application_;
   const std::chrono::milliseconds bound_;
   std::atomic<std::uint16_t> port_{0};
-  tcp::acceptor acceptor_{contextOf(*loop_)};
-  asio::steady_timer acceptTimer_{contextOf(*loop_)};
+  std::shared_ptr<AcceptLoop> acceptLoop_;
 
   /// By their turns to make room.
   std::map<std::uint64_t, std::shared_ptr<Connection>> connections_;
@@ -175,45 +163,15 @@ bool DefaultHTTPServer::Implementation::start(std::error_code& error) {
   if (error) return false;
   FileDescriptor descriptor = SocketCalls::listen(where_, error);
   if (error) return false;
-  ErrorCode unwatched;
-  acceptor_.assign(tcp::v4(), descriptor.get(), unwatched);
-  error.assign(unwatched.value(), std::system_category());
+  const std::uint16_t port = SocketCalls::localPort(descriptor.get());
+  const auto onConnection = [weak = weak_from_this()](FileDescriptor connection, const std::string& /*host*/) {
+    if (const auto self = weak.lock()) self->adopt(std::move(connection));
+  };
+  acceptLoop_ = AcceptLoop::make(std::move(descriptor), queueOf(*loop_), onConnection, error);
   if (error) return false;
-  port_ = SocketCalls::localPort(descriptor.release());
-  asio::post(contextOf(*loop_), [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->waitForConnections();
-  });
+  port_ = port;
+  acceptLoop_->start();
   return true;
-}
-
-void DefaultHTTPServer::Implementation::waitForConnections() {
-  acceptor_.async_wait(tcp::acceptor::wait_read, [weak = weak_from_this()](const ErrorCode& error) {
-    const auto self = weak.lock();
-    if (self && !error) self->acceptWaiting();
-  });
-}
-
-void DefaultHTTPServer::Implementation::acceptWaiting() {
-  for (int i = 0; i < acceptBatch; ++i) {
-    std::string host;
-    std::error_code code;
-    FileDescriptor accepted = SocketCalls::accept(acceptor_.native_handle(), host, code);
-    if (isShortageOfResources(code)) {
-      pauseAccepting();
-      return;
-    }
-    if (code == std::errc::operation_would_block) break;
-    if (accepted) adopt(std::move(accepted));
-  }
-  waitForConnections();
-}
-
-void DefaultHTTPServer::Implementation::pauseAccepting() {
-  acceptTimer_.expires_after(acceptPause);
-  acceptTimer_.async_wait([weak = weak_from_this()](const ErrorCode& error) {
-    const auto self = weak.lock();
-    if (self && !error) self->acceptWaiting();
-  });
 }
 
 void DefaultHTTPServer::Implementation::adopt(FileDescriptor descriptor) {

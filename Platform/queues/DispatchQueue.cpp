@@ -184,15 +184,22 @@ std::shared_ptr<Clock> Clock::system() {
   return *clock;
 }
 
+std::shared_ptr<DispatchQueue> queueOn(std::shared_ptr<asio::io_context> context, std::string label,
+                                       std::shared_ptr<Clock> clock) {
+  // The machine's clock calls on the pool, whose threads are not to be had in the middle of a shortage.
+  (void)Pool::shared();
+  return std::make_shared<SerialQueue>(std::move(label), std::move(clock), std::move(context));
+}
+
 std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label, std::shared_ptr<Clock> clock) {
-  return std::make_shared<SerialQueue>(std::move(label), std::move(clock), Pool::shared().context());
+  return queueOn(Pool::shared().context(), std::move(label), std::move(clock));
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serialWithThread(std::string label, std::shared_ptr<Clock> clock) {
   constexpr int onlyThread = 1;
   auto context = std::make_shared<asio::io_context>(onlyThread);
   openDescriptors(*context);
-  auto queue = std::make_shared<SerialQueue>(std::move(label), std::move(clock), context);
+  auto queue = queueOn(context, std::move(label), std::move(clock));
   // It ends when the queue and the last of its work are gone.
   std::thread([context = std::move(context)] {
     blockWriteSignals();

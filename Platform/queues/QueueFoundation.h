@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/queues/DispatchSource.h"
@@ -14,6 +15,10 @@ namespace vesko {
 /// What the timers of a new context need opens descriptors: here, and not in the middle of a shortage of them. Throws
 /// `std::system_error` when there are none left.
 void openDescriptors(boost::asio::io_context& context);
+
+/// A serial queue on a context whose threads are another's matter.
+[[nodiscard]] std::shared_ptr<DispatchQueue> queueOn(std::shared_ptr<boost::asio::io_context> context,
+                                                     std::string label, std::shared_ptr<Clock> clock);
 
 /// A source for a queue that has no threads of its own: waits on the pool and hands the handlers to `queue`.
 /// None, with `error` set, when the system cannot watch the descriptor.

@@ -67,12 +67,6 @@ FileDescriptor listen(const std::string& path, std::error_code& error) {
   return std::move(place.descriptor);
 }
 
-FileDescriptor accept(int descriptor, std::error_code& error) {
-  FileDescriptor accepted(
-      uninterrupted([&] { return ::accept4(descriptor, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC); }));
-  error = accepted ? reasonAgainstPeer(accepted) : lastSystemError();
-  if (error) accepted.reset();
-  return accepted;
-}
+bool isOfUser(const FileDescriptor& connection) { return !reasonAgainstPeer(connection); }
 
 }  // namespace vesko::LocalSocketCalls

@@ -18,7 +18,8 @@ namespace LocalSocketCalls {
 /// A socket that listens at `path`, where nothing may be yet, with mode 0600.
 [[nodiscard]] FileDescriptor listen(const std::string& path, std::error_code& error);
 
-[[nodiscard]] FileDescriptor accept(int descriptor, std::error_code& error);
+/// True when the other side of a connection is the current user.
+[[nodiscard]] bool isOfUser(const FileDescriptor& connection);
 
 }  // namespace LocalSocketCalls
 }  // namespace vesko

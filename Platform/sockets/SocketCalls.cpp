@@ -109,7 +109,7 @@ FileDescriptor accept(int descriptor, std::string& host, std::error_code& error)
         return ::accept4(descriptor, reinterpret_cast<sockaddr*>(&from), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
       },
       error));
-  if (accepted) host = textOf(from);
+  if (accepted && from.sin_family == AF_INET) host = textOf(from);
   return accepted;
 }
 

@@ -45,6 +45,7 @@ void connect(int descriptor, const Address& address, std::error_code& error);
   return listen({"0.0.0.0", port}, error);
 }
 
+/// `host`: of the other side, where it has an IPv4 address.
 [[nodiscard]] FileDescriptor accept(int descriptor, std::string& host, std::error_code& error);
 
 [[nodiscard]] std::uint16_t localPort(int descriptor);

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "Platform/network/IPv4Address.h"
-#include "Platform/process/SystemError.h"
 #include "Platform/queues/DispatchQueue.h"
+#include "Platform/sockets/AcceptLoop.h"
 #include "Platform/sockets/SocketCalls.h"
 
 namespace vesko {
@@ -12,13 +12,6 @@ namespace vesko {
 namespace {
 
 using Operation = SocketError::Operation;
-
-/// Accepted in one go before other work on the queue gets its turn.
-constexpr int acceptBatch = 64;
-
-/// How long accepting rests when it keeps failing, as it does when the process has no descriptor left: the connections
-/// wait in the system's backlog.
-constexpr std::chrono::milliseconds acceptPause{100};
 
 }  // namespace
 
@@ -49,16 +42,11 @@ void StreamSocket::setDelegate(std::weak_ptr<GCDAsyncSocketDelegate> delegate) {
 
 std::error_code StreamSocket::open(FileDescriptor descriptor, State state) {
   std::error_code error;
-  auto source = queue_->makeSource(descriptor.get(), error);
-  take(std::move(descriptor), std::move(source), state);
-  return error;
-}
-
-void StreamSocket::take(FileDescriptor descriptor, std::unique_ptr<DispatchSource> source, State state) {
   source_.reset();
   descriptor_ = std::move(descriptor);
-  source_ = std::move(source);
+  source_ = queue_->makeSource(descriptor_.get(), error);
   state_ = state;
+  return error;
 }
 
 bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, double timeout, SocketError& error) {
@@ -113,40 +101,29 @@ void StreamSocket::finishConnect(std::uint16_t port) {
 
 bool StreamSocket::acceptOnPort(std::uint16_t port, SocketError& error) {
   std::error_code code;
-  auto descriptor = std::make_shared<FileDescriptor>(SocketCalls::listen(port, code));
-  // Watched from here, so that the caller hears when that cannot be done: a listener has nobody else to tell.
-  auto source = std::make_shared<std::unique_ptr<DispatchSource>>();
-  if (!code) *source = queue_->makeSource(descriptor->get(), code);
+  FileDescriptor descriptor = SocketCalls::listen(port, code);
+  const std::uint16_t boundPort = SocketCalls::localPort(descriptor.get());
+  std::shared_ptr<AcceptLoop> loop;
+  if (!code) {
+    // Taken over by what is accepted. Whoever sends takes an orderly end for success, so it must be nobody's default:
+    // were this process killed, the system would close its connections.
+    SocketCalls::resetOnClose(descriptor.get());
+    const auto onConnection = [weak = weak_from_this()](FileDescriptor connection, std::string host) {
+      const auto self = weak.lock();
+      if (self && self->state_ == State::listening) self->adopt(std::move(connection), std::move(host));
+    };
+    // From here, so that the caller hears when it cannot be done: a listener has nobody else to tell.
+    loop = AcceptLoop::make(std::move(descriptor), queue_, onConnection, code);
+  }
   error = {code ? Operation::listen : Operation::none, code};
   if (code) return false;
-  // Taken over by what is accepted. Whoever sends takes an orderly end for success, so it must be nobody's default:
-  // were this process killed, the system would close its connections.
-  SocketCalls::resetOnClose(descriptor->get());
-  localPort_ = SocketCalls::localPort(descriptor->get());
-  onQueue([descriptor, source](StreamSocket& self) {
-    self.take(std::move(*descriptor), std::move(*source), State::listening);
-    self.acceptWaiting();
+  localPort_ = boundPort;
+  onQueue([loop](StreamSocket& self) {
+    self.state_ = State::listening;
+    self.acceptLoop_ = loop;
+    loop->start();
   });
   return true;
-}
-
-void StreamSocket::acceptWaiting() {
-  std::error_code code;
-  for (int i = 0; i < acceptBatch && state_ == State::listening; ++i) {
-    std::string host;
-    FileDescriptor accepted = SocketCalls::accept(descriptor_.get(), host, code);
-    // Other errors may be those of one connection, and the next one is fine.
-    if (code == std::errc::operation_would_block || isShortageOfResources(code)) break;
-    if (accepted) adopt(std::move(accepted), std::move(host));
-  }
-  if (state_ != State::listening) return;
-  if (code && code != std::errc::operation_would_block) {
-    wakeIn(acceptPause);
-    return;
-  }
-  source_->whenReadable([weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->acceptWaiting();
-  });
 }
 
 void StreamSocket::adopt(FileDescriptor descriptor, std::string host) {
@@ -221,6 +198,7 @@ void StreamSocket::close(const SocketError& error, bool reset) {
     SocketCalls::endOnClose(descriptor_.get());
   }
   alarm_.reset();
+  acceptLoop_.reset();
   source_.reset();
   descriptor_.reset();
   reader_.clear();

@@ -17,6 +17,8 @@
 
 namespace vesko {
 
+class AcceptLoop;
+
 /// `GCDAsyncSocket` on the system's sockets.
 ///
 /// One loop does all work on the delegate queue: it serves reads and writes, calling the delegate as it goes, until
@@ -64,10 +66,8 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   // StreamSocket.cpp: the life of a connection
   void onQueue(std::function<void(StreamSocket&)> work);
   [[nodiscard]] std::error_code open(FileDescriptor descriptor, State state);
-  void take(FileDescriptor descriptor, std::unique_ptr<DispatchSource> source, State state);
   void beginConnect(std::uint16_t port, double timeout);
   void finishConnect(std::uint16_t port);
-  void acceptWaiting();
   void adopt(FileDescriptor descriptor, std::string host);
   void enqueue(StreamReader::Request request);
   void close(const SocketError& error, bool reset = false);
@@ -106,6 +106,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   std::weak_ptr<GCDAsyncSocketDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
   State state_ = State::fresh;
+  std::shared_ptr<AcceptLoop> acceptLoop_;  // of a listener, which has neither of the next two
   FileDescriptor descriptor_;
   std::unique_ptr<DispatchSource> source_;  // after the descriptor, which must outlive it
   std::string host_;

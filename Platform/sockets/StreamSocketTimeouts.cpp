@@ -63,7 +63,6 @@ void StreamSocket::wakeIn(std::chrono::steady_clock::duration delay) {
 void StreamSocket::onAlarm() {
   alarmTime_.reset();
   const Time now = queue_->clock()->monotonicNow();
-  if (state_ == State::listening) acceptWaiting();
   if (state_ == State::connecting) close({Operation::connect, std::make_error_code(std::errc::timed_out)});
   if (state_ == State::draining) checkDraining();
   if (state_ == State::connected) checkReadDeadline(now);
