@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -138,6 +139,7 @@ class SerialQueue final : public DispatchQueue {
   std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
     return ContextSource::make(shared_from_this(), *context_, strand_, descriptor, error);
   }
+  [[nodiscard]] const Strand& strand() const noexcept { return strand_; }
 
  private:
   const std::shared_ptr<asio::io_context> context_;  // before what belongs to it
@@ -190,6 +192,8 @@ std::shared_ptr<DispatchQueue> queueOn(std::shared_ptr<asio::io_context> context
   (void)Pool::shared();
   return std::make_shared<SerialQueue>(std::move(label), std::move(clock), std::move(context));
 }
+
+asio::any_io_executor executorOf(DispatchQueue& queue) { return dynamic_cast<SerialQueue&>(queue).strand(); }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label, std::shared_ptr<Clock> clock) {
   return queueOn(Pool::shared().context(), std::move(label), std::move(clock));

@@ -7,6 +7,7 @@
 #include "Platform/queues/DispatchSource.h"
 
 namespace boost::asio {
+class any_io_executor;
 class io_context;
 }  // namespace boost::asio
 
@@ -19,6 +20,10 @@ void openDescriptors(boost::asio::io_context& context);
 /// A serial queue on a context whose threads are another's matter.
 [[nodiscard]] std::shared_ptr<DispatchQueue> queueOn(std::shared_ptr<boost::asio::io_context> context,
                                                      std::string label, std::shared_ptr<Clock> clock);
+
+/// What runs the handlers of a socket of Boost.Asio as tasks of `queue`. Requires: it is one made by `serial`,
+/// `serialWithThread` or `queueOn`.
+[[nodiscard]] boost::asio::any_io_executor executorOf(DispatchQueue& queue);
 
 /// A source for a queue that has no threads of its own: waits on the pool and hands the handlers to `queue`.
 /// None, with `error` set, when the system cannot watch the descriptor.

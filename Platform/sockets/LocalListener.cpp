@@ -4,8 +4,7 @@
 #include "Platform/files/PrivateFolder.h"
 #include "Platform/sockets/AcceptLoop.h"
 #include "Platform/sockets/LocalSocket.h"
-#include "Platform/sockets/LocalSocketCalls.h"
-#include "Platform/sockets/LocalStream.h"
+#include "Platform/sockets/SocketCalls.h"
 
 namespace vesko {
 namespace {
@@ -37,7 +36,7 @@ class PathListener final : public LocalListener {
 /// Why `path` cannot be taken; none when nobody listens there.
 std::error_code reasonAgainstTaking(const std::string& path) {
   std::error_code error;
-  const FileDescriptor connection = LocalSocketCalls::connect(path, error);
+  const FileDescriptor connection = SocketCalls::connectLocal(path, error);
   if (error == std::errc::connection_refused || error == std::errc::no_such_file_or_directory) return {};
   const bool isFull = error == std::errc::operation_would_block;
   return connection || isFull ? std::make_error_code(std::errc::address_in_use) : error;
@@ -50,7 +49,7 @@ FileDescriptor listenAt(const std::string& path, Entry& entry, std::error_code& 
   if (error) return {};
   const std::string temporaryName = entry.name + ".new";
   entry.folder.remove(temporaryName);
-  FileDescriptor descriptor = LocalSocketCalls::listen(path + ".new", error);
+  FileDescriptor descriptor = SocketCalls::listenLocal(path + ".new", error);
   if (!error) entry.identity = entry.folder.identity(temporaryName, error);
   if (!error) entry.folder.rename(temporaryName, entry.name, error);
   if (error) {
@@ -72,9 +71,9 @@ std::unique_ptr<LocalListener> LocalListener::listen(const std::string& path, st
   FileDescriptor descriptor = listenAt(path, entry, error);
   if (error) return nullptr;
   const auto adopt = [queue, onConnection = std::move(onConnection)](FileDescriptor accepted, const std::string&) {
-    std::error_code unwatched;
-    if (!LocalSocketCalls::isOfUser(accepted)) return;
-    auto connection = LocalStream::make(std::move(accepted), queue, unwatched);
+    std::error_code failure;
+    if (!SocketCalls::isOfUser(accepted.get())) return;
+    auto connection = LocalConnection::over(std::move(accepted), queue, failure);
     if (connection) onConnection(std::move(connection));
   };
   auto acceptLoop = AcceptLoop::make(std::move(descriptor), queue, adopt, error);

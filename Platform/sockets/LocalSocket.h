@@ -6,13 +6,16 @@
 #include <string>
 #include <system_error>
 
+#include "Platform/files/FileDescriptor.h"
+
 namespace vesko {
 
 class DispatchQueue;
 
 /// A stream of text lines to another process of the same user, over a socket of the file system (unix(7)).
 ///
-/// Operations may be called on any thread. Destroying it closes the connection.
+/// Operations may be called on any thread. Destroying it closes the connection; where that is not done on the queue, a
+/// line may be told until the queue gets to it.
 class LocalConnection {
  public:
   /// Bytes of one line, and of all that waits to be sent; a side that passes either is cut off.
@@ -28,9 +31,15 @@ class LocalConnection {
                                                                 std::shared_ptr<DispatchQueue> queue,
                                                                 std::error_code& error);
 
+  /// The same over a connection that is there, which it takes over.
+  [[nodiscard]] static std::shared_ptr<LocalConnection> over(FileDescriptor descriptor,
+                                                             std::shared_ptr<DispatchQueue> queue,
+                                                             std::error_code& error);
+
   /// Calls `onLine` for each line that arrives, without its line feed, and `onEnd` once, as the last, when the
-  /// connection has ended without `close`; both on the queue. `lineLimit`: bytes, at most `maximumLineLength`; a longer
-  /// line ends the connection. The functions live as long as the connection, so they must not own it. Once.
+  /// connection has ended without `close`; both on the queue. Who only sends no more may still read: what waits for it
+  /// is sent as by `closeAfterSending`. `lineLimit`: bytes, at most `maximumLineLength`; a longer line ends the
+  /// connection. The functions live as long as the connection, so they must not own it. Once.
   virtual void start(std::size_t lineLimit, std::function<void(std::string)> onLine, std::function<void()> onEnd) = 0;
 
   /// Sends `line`, which holds no line feed, and a line feed. Never waits; what cannot arrive any more is dropped.

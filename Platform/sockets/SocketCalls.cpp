@@ -7,7 +7,9 @@
 #include <sys/ioctl.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/un.h>
 
 #include <cerrno>
 #include <cstring>
@@ -15,6 +17,7 @@
 #include "Platform/files/FileHandle.h"
 #include "Platform/network/IPv4Address.h"
 #include "Platform/process/SystemError.h"
+#include "Platform/user/Account.h"
 
 namespace vesko::SocketCalls {
 
@@ -54,6 +57,27 @@ std::string textOf(const sockaddr_in& address) { return textOfIPv4(ntohl(address
 template <class Function>
 int withAddress(const sockaddr_in& address, Function function) {
   return function(reinterpret_cast<const sockaddr*>(&address), static_cast<socklen_t>(sizeof address));
+}
+
+/// A new socket of the file system, once `call` has been made with it and the address of `path`.
+template <class Call>
+FileDescriptor makeLocal(const std::string& path, std::error_code& error, Call call) {
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  FileDescriptor descriptor;
+  // A name that is empty or begins with NUL would lie outside the file system, where anybody may take it.
+  if (path.empty() || path.find('\0') != std::string::npos) {
+    error = std::make_error_code(std::errc::invalid_argument);
+  } else if (path.size() >= sizeof address.sun_path) {
+    error = std::make_error_code(std::errc::filename_too_long);
+  } else {
+    path.copy(address.sun_path, path.size());
+    const auto make = [] { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); };
+    descriptor = FileDescriptor(checked(make, error));
+  }
+  const auto* const where = reinterpret_cast<const sockaddr*>(&address);
+  if (!error) checked([&] { return call(descriptor.get(), where, sizeof address); }, error);
+  if (error) descriptor.reset();
+  return descriptor;
 }
 
 }  // namespace
@@ -155,6 +179,30 @@ void endOnClose(int descriptor) noexcept {
 std::uint64_t unacknowledgedBytes(int descriptor) noexcept {
   int count = 0;
   return ::ioctl(descriptor, SIOCOUTQ, &count) < 0 ? 0 : static_cast<std::uint64_t>(count);
+}
+
+FileDescriptor connectLocal(const std::string& path, std::error_code& error) {
+  FileDescriptor descriptor = makeLocal(path, error, ::connect);
+  if (descriptor && !isOfUser(descriptor.get())) {
+    error = std::make_error_code(std::errc::permission_denied);
+    descriptor.reset();
+  }
+  return descriptor;
+}
+
+FileDescriptor listenLocal(const std::string& path, std::error_code& error) {
+  // The mode comes before the listening: until then nobody gets in, whatever umask has left.
+  return makeLocal(path, error, [&path](int descriptor, const sockaddr* where, socklen_t length) {
+    const bool listens = ::bind(descriptor, where, length) == 0 && ::chmod(path.c_str(), S_IRUSR | S_IWUSR) == 0 &&
+                         ::listen(descriptor, SOMAXCONN) == 0;
+    return listens ? 0 : -1;
+  });
+}
+
+bool isOfUser(int descriptor) noexcept {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  return ::getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && peer.uid == userId();
 }
 
 FileDescriptor makeDatagram(std::error_code& error) {

@@ -77,6 +77,17 @@ void endOnClose(int descriptor) noexcept;
 /// Bytes that the other side has not acknowledged yet.
 [[nodiscard]] std::uint64_t unacknowledgedBytes(int descriptor) noexcept;
 
+/// Connects to who listens at `path` of the file system (unix(7)); `std::errc::operation_would_block` when too many
+/// wait there already, `std::errc::permission_denied` when it is another user. `std::errc::filename_too_long`, here and
+/// below: the path does not fit into a socket's address.
+[[nodiscard]] FileDescriptor connectLocal(const std::string& path, std::error_code& error);
+
+/// A socket that listens at `path`, where nothing may be yet, with mode 0600.
+[[nodiscard]] FileDescriptor listenLocal(const std::string& path, std::error_code& error);
+
+/// True when the other side of such a connection acts as the same user as this process.
+[[nodiscard]] bool isOfUser(int descriptor) noexcept;
+
 /// A new UDP socket, with room for the answers that a whole network gives to one question.
 [[nodiscard]] FileDescriptor makeDatagram(std::error_code& error);
 
