@@ -177,6 +177,20 @@ std::shared_ptr<DirectoryHandle> DirectoryHandle::open(const std::string& path, 
   return error ? nullptr : std::make_shared<DirectoryHandle>(std::move(descriptor));
 }
 
+std::shared_ptr<DirectoryHandle> DirectoryHandle::openPrivate(const std::string& path, std::error_code& error) {
+  setOnFailure(::mkdir(path.c_str(), S_IRWXU), error);
+  // Whatever is there already, and whoever made it, is judged by what opening it finds.
+  if (error && error != std::errc::file_exists) return nullptr;
+  auto descriptor = openFolderAt(AT_FDCWD, path.c_str(), error);
+  struct stat status {};
+  if (!error) setOnFailure(::fstat(descriptor.get(), &status), error);
+  const bool isShared = status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+  // How a link and what is no folder are reported differs from kernel to kernel; to us both are somebody's trap.
+  const bool isNoFolder = error == std::errc::not_a_directory || error == std::errc::too_many_symbolic_link_levels;
+  if (isNoFolder || (!error && isShared)) error = std::make_error_code(std::errc::permission_denied);
+  return error ? nullptr : std::make_shared<DirectoryHandle>(std::move(descriptor));
+}
+
 std::shared_ptr<DirectoryHandle> DirectoryHandle::openFolder(const std::string& name, std::error_code& error) const {
   assert(isComponent(name));
   auto descriptor = openFolderAt(descriptor_.get(), name.c_str(), error);
@@ -282,6 +296,11 @@ void DirectoryHandle::moveWithoutReplacing(const std::string& name, const Direct
   if (error == std::errc::directory_not_empty) error = std::make_error_code(std::errc::file_exists);
 }
 
+void DirectoryHandle::replace(const std::string& name, const std::string& newName, std::error_code& error) const {
+  assert(isComponent(name) && isComponent(newName));
+  setOnFailure(::renameat(descriptor_.get(), name.c_str(), descriptor_.get(), newName.c_str()), error);
+}
+
 std::uint64_t DirectoryHandle::freeBytes(std::error_code& error) const {
   struct statvfs status {};
   setOnFailure(uninterrupted([&] { return ::fstatvfs(descriptor_.get(), &status); }), error);
@@ -297,5 +316,13 @@ bool DirectoryHandle::tryLock(std::error_code& error) const {
   if (error == std::errc::operation_would_block) error.clear();
   return false;
 }
+
+DirectoryHandle::Lock DirectoryHandle::lock() const noexcept {
+  // A file system without locks leaves only the harmless race of two processes that begin at the same moment.
+  (void)uninterrupted([&] { return ::flock(descriptor_.get(), LOCK_EX); });
+  return Lock(descriptor_.get());
+}
+
+DirectoryHandle::Lock::~Lock() { ::flock(folder_, LOCK_UN); }
 
 }  // namespace vesko

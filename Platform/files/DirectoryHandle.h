@@ -38,10 +38,27 @@ struct FileAttributes {
 /// Not locked: use it on one queue at a time. Errors are the system's own codes.
 class DirectoryHandle {
  public:
+  /// Keeps other processes out of a folder, as far as they ask for the same, until it is destroyed.
+  class Lock {
+   public:
+    explicit Lock(int folder) noexcept : folder_(folder) {}
+    ~Lock();
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+   private:
+    int folder_;
+  };
+
   explicit DirectoryHandle(FileDescriptor descriptor) noexcept;
 
   /// Opens the folder at `path`, following links. None, with `error` set, when it cannot be opened for listing.
   [[nodiscard]] static std::shared_ptr<DirectoryHandle> open(const std::string& path, std::error_code& error);
+
+  /// Opens the folder at `path`, made when it is missing with mode 0700, but not what is above it. None, with `error`
+  /// set, otherwise; to `std::errc::permission_denied` for a link, for what is no folder, and when anybody but the
+  /// current user has any right to it.
+  [[nodiscard]] static std::shared_ptr<DirectoryHandle> openPrivate(const std::string& path, std::error_code& error);
 
   /// Opens a folder inside this one.
   [[nodiscard]] std::shared_ptr<DirectoryHandle> openFolder(const std::string& name, std::error_code& error) const;
@@ -89,12 +106,18 @@ class DirectoryHandle {
   void moveWithoutReplacing(const std::string& name, const DirectoryHandle& target, const std::string& newName,
                             std::error_code& error) const;
 
+  /// Renames an entry inside this folder, in place of what may have the new name.
+  void replace(const std::string& name, const std::string& newName, std::error_code& error) const;
+
   /// Bytes that may still be stored on the folder's file system; the largest number where it does not say.
   [[nodiscard]] std::uint64_t freeBytes(std::error_code& error) const;
 
   /// Takes the folder's advisory lock without waiting; false when another open handle holds it or, with `error` set,
   /// when the file system has no such locks. It is released with the handle, so also when the process dies.
   [[nodiscard]] bool tryLock(std::error_code& error) const;
+
+  /// Takes the same lock, waiting for those who hold it. This handle must outlive it.
+  [[nodiscard]] Lock lock() const noexcept;
 
  private:
   FileDescriptor descriptor_;

@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "Platform/files/PrivateFolder.h"
+#include "Platform/files/DirectoryHandle.h"
 #include "Platform/sockets/AcceptLoop.h"
 #include "Platform/sockets/LocalSocket.h"
 #include "Platform/sockets/SocketCalls.h"
@@ -11,7 +11,7 @@ namespace {
 
 /// The name under which a socket is found.
 struct Entry {
-  PrivateFolder folder;
+  std::shared_ptr<DirectoryHandle> folder;
   std::string name;
   FileIdentity identity;
 };
@@ -22,10 +22,11 @@ class PathListener final : public LocalListener {
       : entry_(std::move(entry)), acceptLoop_(std::move(acceptLoop)) {}
 
   ~PathListener() override {
-    const auto lock = entry_.folder.lock();
+    const auto lock = entry_.folder->lock();
     std::error_code error;
+    const FileIdentity found = entry_.folder->attributes(entry_.name, false, error).identity;
     // The socket is still open, so no other file can have its inode.
-    if (entry_.folder.identity(entry_.name, error) == entry_.identity && !error) entry_.folder.remove(entry_.name);
+    if (!error && found == entry_.identity) entry_.folder->removeFile(entry_.name, error);
   }
 
  private:
@@ -44,16 +45,17 @@ std::error_code reasonAgainstTaking(const std::string& path) {
 
 /// Listens under another name first, so that whoever finds the socket at `path` is served.
 FileDescriptor listenAt(const std::string& path, Entry& entry, std::error_code& error) {
-  const auto lock = entry.folder.lock();
+  const auto lock = entry.folder->lock();
   error = reasonAgainstTaking(path);
   if (error) return {};
   const std::string temporaryName = entry.name + ".new";
-  entry.folder.remove(temporaryName);
+  std::error_code ignored;  // mostly, nothing is there
+  entry.folder->removeFile(temporaryName, ignored);
   FileDescriptor descriptor = SocketCalls::listenLocal(path + ".new", error);
-  if (!error) entry.identity = entry.folder.identity(temporaryName, error);
-  if (!error) entry.folder.rename(temporaryName, entry.name, error);
+  if (!error) entry.identity = entry.folder->attributes(temporaryName, false, error).identity;
+  if (!error) entry.folder->replace(temporaryName, entry.name, error);
   if (error) {
-    entry.folder.remove(temporaryName);
+    entry.folder->removeFile(temporaryName, ignored);
     descriptor.reset();
   }
   return descriptor;
@@ -65,9 +67,8 @@ std::unique_ptr<LocalListener> LocalListener::listen(const std::string& path, st
                                                      std::function<void(std::shared_ptr<LocalConnection>)> onConnection,
                                                      std::error_code& error) {
   const std::filesystem::path whole(path);
-  auto folder = PrivateFolder::open(whole.parent_path().string(), error);
-  if (!folder) return nullptr;
-  Entry entry{std::move(*folder), whole.filename().string(), {}};
+  Entry entry{DirectoryHandle::openPrivate(whole.parent_path().string(), error), whole.filename().string(), {}};
+  if (error) return nullptr;
   FileDescriptor descriptor = listenAt(path, entry, error);
   if (error) return nullptr;
   const auto adopt = [queue, onConnection = std::move(onConnection)](FileDescriptor accepted, const std::string&) {
