@@ -4,12 +4,15 @@
 
 namespace vesko {
 
+// Whoever is reached may have lost all other owners meanwhile, and its end may use the hub: that comes after the lock.
+
 void EventHub::publish(Event event) {
+  Subscribers reached;
   const std::scoped_lock lock(mutex_);
   if (isHolding_) {
     held_.push_back(std::move(event));
   } else {
-    handOn(std::move(event));
+    handOn(std::move(event), reached);
   }
 }
 
@@ -19,19 +22,22 @@ void EventHub::hold() {
 }
 
 void EventHub::release(std::vector<Event> first) {
+  Subscribers reached;
   const std::scoped_lock lock(mutex_);
   isHolding_ = false;
-  for (auto& event : first) handOn(std::move(event));
-  for (auto& event : std::exchange(held_, {})) handOn(std::move(event));
+  for (auto& event : first) handOn(std::move(event), reached);
+  for (auto& event : std::exchange(held_, {})) handOn(std::move(event), reached);
 }
 
-void EventHub::handOn(Event event) {
+void EventHub::handOn(Event event, Subscribers& reached) {
   if (isClosed_) return;
   state_.apply(event);
   std::erase_if(subscribers_, [&](const std::weak_ptr<EventSink>& weak) {
-    const auto subscriber = weak.lock();
-    if (subscriber) subscriber->publish(event);
-    return !subscriber;
+    auto subscriber = weak.lock();
+    if (!subscriber) return true;
+    subscriber->publish(event);
+    reached.push_back(std::move(subscriber));
+    return false;
   });
   sink_->publish(std::move(event));
 }

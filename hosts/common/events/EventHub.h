@@ -53,7 +53,10 @@ class EventHub final : public EventSink {
   }
 
  private:
-  void handOn(Event event);
+  using Subscribers = std::vector<std::shared_ptr<EventSink>>;
+
+  /// `reached` is for the caller to let go of after the lock.
+  void handOn(Event event, Subscribers& reached);
 
   const std::shared_ptr<EventSink> sink_;
   mutable std::mutex mutex_;
