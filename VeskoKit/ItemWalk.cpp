@@ -1,3 +1,5 @@
+#include "VeskoKit/ItemWalk.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -7,7 +9,6 @@
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferStream.h"
-#include "VeskoKit/VeskoItem.h"
 
 namespace vesko {
 namespace {

@@ -9,6 +9,7 @@
 #include "Platform/user/NSApp.h"
 #include "VeskoKit/BinUtils.h"
 #include "VeskoKit/Counter.h"
+#include "VeskoKit/ItemWalk.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/NetInfo.h"
 #include "VeskoKit/NetworkTools.h"

@@ -5,6 +5,7 @@
 
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/GCDAsyncSocket.h"
+#include "VeskoKit/ItemWalk.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferStream.h"

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <vector>
 
-#include "VeskoKit/VeskoItem.h"
+#include "VeskoKit/ItemWalk.h"
 
 namespace vesko {
 namespace {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <set>
 
+#include "VeskoKit/ItemWalk.h"
 #include "tests/faults/FaultsFixture.h"
 
 namespace vesko {

@@ -7,7 +7,7 @@
 #include "Platform/files/Data.h"
 #include "Platform/files/DirectoryHandle.h"
 #include "Platform/files/FileHandle.h"
-#include "VeskoKit/VeskoItem.h"
+#include "VeskoKit/ItemWalk.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/TemporaryFolder.h"
