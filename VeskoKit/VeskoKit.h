@@ -5,6 +5,7 @@
 #include "Platform/files/Data.h"
 #include "Platform/queues/Clock.h"
 #include "Platform/queues/DispatchQueue.h"
+#include "Platform/queues/MainQueue.h"
 #include "Platform/text/TextEncoding.h"
 #include "Platform/user/NSApp.h"
 #include "VeskoKit/BinUtils.h"

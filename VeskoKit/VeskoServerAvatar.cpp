@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "Platform/http/SelectorEventLoop.h"
-#include "Platform/queues/DispatchQueue.h"
+#include "Platform/queues/MainQueue.h"
 #include "VeskoKit/AvatarEndpoint.h"
 #include "VeskoKit/AvatarFetches.h"
 #include "VeskoKit/VeskoServer.h"

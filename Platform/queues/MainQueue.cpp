@@ -1,9 +1,10 @@
+#include "Platform/queues/MainQueue.h"
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <utility>
 
-#include "Platform/queues/DispatchQueue.h"
 #include "Platform/queues/QueueFoundation.h"
 
 namespace vesko {

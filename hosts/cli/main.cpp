@@ -6,7 +6,7 @@
 
 #include "Platform/process/DescriptorLimit.h"
 #include "Platform/queues/Clock.h"
-#include "Platform/queues/DispatchQueue.h"
+#include "Platform/queues/MainQueue.h"
 #include "VeskoKit/Log.h"
 #include "hosts/cli/DoctorCommand.h"
 #include "hosts/cli/JsonReporter.h"

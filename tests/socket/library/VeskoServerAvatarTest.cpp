@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "Platform/queues/MainQueue.h"
 #include "Platform/text/Base64.h"
 #include "Platform/user/NSApp.h"
 #include "Platform/user/NSImage.h"

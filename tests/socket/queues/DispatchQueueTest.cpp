@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Platform/files/FileHandle.h"
+#include "Platform/queues/MainQueue.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
