@@ -1,18 +1,12 @@
 #include "Platform/queues/DispatchQueue.h"
 
-#include <pthread.h>
-#include <signal.h>
-
-#include <algorithm>
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
-#include <boost/system/system_error.hpp>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -27,57 +21,6 @@ namespace vesko {
 namespace {
 
 using Strand = asio::strand<asio::io_context::executor_type>;
-
-/// The threads behind all queues but those with one of their own. Like the shared queues and the clock it is never
-/// destroyed: tasks may be under way while the process ends.
-class Pool {
- public:
-  static Pool& shared() {
-    static Pool* pool = new Pool;
-    return *pool;
-  }
-
-  const std::shared_ptr<asio::io_context>& context() const noexcept { return context_; }
-
- private:
-  Pool() : work_(asio::make_work_guard(*context_)) {
-    openDescriptors(*context_);
-    // Two at least, so that one queue's slow disk does not keep every other queue waiting.
-    const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
-    for (unsigned i = 0; i < threads; ++i) {
-      // Where a further thread is not to be had, the pool goes, and these end after it.
-      std::thread([context = context_] {
-        blockWriteSignals();
-        context->run();
-      }).detach();
-    }
-  }
-
-  const std::shared_ptr<asio::io_context> context_ = std::make_shared<asio::io_context>();
-  asio::executor_work_guard<asio::io_context::executor_type> work_;
-};
-
-class PoolAlarm final : public Alarm {
- public:
-  PoolAlarm(std::chrono::steady_clock::duration delay, std::function<void()> wake)
-      : timer_(*Pool::shared().context(), delay) {
-    timer_.async_wait([wake = std::move(wake)](const boost::system::error_code& error) {
-      if (!error) wake();
-    });
-  }
-
- private:
-  asio::steady_timer timer_;
-};
-
-class SystemClock final : public Clock {
- public:
-  std::chrono::system_clock::time_point now() const override { return std::chrono::system_clock::now(); }
-  std::chrono::steady_clock::time_point monotonicNow() const override { return std::chrono::steady_clock::now(); }
-  std::unique_ptr<Alarm> callAfter(std::chrono::steady_clock::duration delay, std::function<void()> wake) override {
-    return std::make_unique<PoolAlarm>(delay, std::move(wake));
-  }
-};
 
 /// Waits for a descriptor on the threads of a context; on a queue with a strand the handler runs right there, without a
 /// second hop.
@@ -151,8 +94,8 @@ class GlobalQueue final : public DispatchQueue {
  public:
   GlobalQueue() : DispatchQueue("global", Clock::system()) {}
 
-  void async(Task task) override { asio::post(*Pool::shared().context(), std::move(task)); }
-  bool isCurrent() const noexcept override { return Pool::shared().context()->get_executor().running_in_this_thread(); }
+  void async(Task task) override { asio::post(*poolContext(), std::move(task)); }
+  bool isCurrent() const noexcept override { return poolContext()->get_executor().running_in_this_thread(); }
   std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) override {
     return poolSource(shared_from_this(), descriptor, error);
   }
@@ -160,43 +103,22 @@ class GlobalQueue final : public DispatchQueue {
 
 }  // namespace
 
-void openDescriptors(asio::io_context& context) {
-  try {
-    const asio::steady_timer first(context);
-  } catch (const boost::system::system_error& error) {
-    throw std::system_error(error.code().value(), std::generic_category(), "an event loop");
-  }
-}
-
-void blockWriteSignals() noexcept {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
-  sigaddset(&signals, SIGXFSZ);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
 std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue, int descriptor,
                                            std::error_code& error) {
-  return ContextSource::make(std::move(queue), *Pool::shared().context(), std::nullopt, descriptor, error);
-}
-
-std::shared_ptr<Clock> Clock::system() {
-  static const auto* clock = new std::shared_ptr<Clock>(std::make_shared<SystemClock>());
-  return *clock;
+  return ContextSource::make(std::move(queue), *poolContext(), std::nullopt, descriptor, error);
 }
 
 std::shared_ptr<DispatchQueue> queueOn(std::shared_ptr<asio::io_context> context, std::string label,
                                        std::shared_ptr<Clock> clock) {
   // The machine's clock calls on the pool, whose threads are not to be had in the middle of a shortage.
-  (void)Pool::shared();
+  (void)poolContext();
   return std::make_shared<SerialQueue>(std::move(label), std::move(clock), std::move(context));
 }
 
 asio::any_io_executor executorOf(DispatchQueue& queue) { return dynamic_cast<SerialQueue&>(queue).strand(); }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label, std::shared_ptr<Clock> clock) {
-  return queueOn(Pool::shared().context(), std::move(label), std::move(clock));
+  return queueOn(poolContext(), std::move(label), std::move(clock));
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serialWithThread(std::string label, std::shared_ptr<Clock> clock) {

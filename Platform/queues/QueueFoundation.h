@@ -13,6 +13,10 @@ class io_context;
 
 namespace vesko {
 
+/// Run by the threads behind all queues but those with one of their own. Made by the first call, which throws
+/// `std::system_error` when the system has no thread or no descriptors left for that.
+[[nodiscard]] const std::shared_ptr<boost::asio::io_context>& poolContext();
+
 /// What the timers of a new context need opens descriptors: here, and not in the middle of a shortage of them. Throws
 /// `std::system_error` when there are none left.
 void openDescriptors(boost::asio::io_context& context);
