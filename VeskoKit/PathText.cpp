@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "Platform/process/Random.h"
-
 namespace vesko {
 namespace {
 
@@ -72,13 +70,6 @@ std::string sanitizedString(std::string_view text) {
   std::erase_if(
       kept, [](char character) { return std::string_view("/\\:*<>?%|").find(character) != std::string_view::npos; });
   return kept;
-}
-
-std::string generateRandomStringWithLength(std::int64_t length) {
-  constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-  std::string text;
-  for (std::int64_t position = 0; position < length; ++position) text += letters[arc4random_uniform(letters.size())];
-  return text;
 }
 
 }  // namespace vesko

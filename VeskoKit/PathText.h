@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,9 +33,5 @@ namespace vesko {
 
 /// `text` without the characters that are unsafe in file names on some system: / \ : * < > ? % |
 [[nodiscard]] std::string sanitizedString(std::string_view text);
-
-/// `length` letters (a-z, A-Z) and digits, each drawn independently and uniformly from the system's source of
-/// randomness. Empty when `length` is below 1.
-[[nodiscard]] std::string generateRandomStringWithLength(std::int64_t length);
 
 }  // namespace vesko

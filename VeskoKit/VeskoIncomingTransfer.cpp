@@ -10,6 +10,7 @@
 #include "Platform/text/TextEncoding.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/PathText.h"
+#include "VeskoKit/RandomText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "VeskoKit/TransferFailure.h"
 #include "VeskoKit/TransferLimit.h"

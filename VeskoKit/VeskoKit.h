@@ -15,6 +15,7 @@
 #include "VeskoKit/NetInfo.h"
 #include "VeskoKit/NetworkTools.h"
 #include "VeskoKit/PathText.h"
+#include "VeskoKit/RandomText.h"
 #include "VeskoKit/VeskoIncomingTransfer.h"
 #include "VeskoKit/VeskoItem.h"
 #include "VeskoKit/VeskoPeer.h"

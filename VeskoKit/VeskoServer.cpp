@@ -17,7 +17,7 @@
 #include "Platform/user/NSApp.h"
 #include "VeskoKit/AvatarEndpoint.h"
 #include "VeskoKit/AvatarFetches.h"
-#include "VeskoKit/PathText.h"
+#include "VeskoKit/RandomText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 
 namespace vesko {

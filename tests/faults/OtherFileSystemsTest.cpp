@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "Platform/files/FileHandle.h"
-#include "VeskoKit/PathText.h"
+#include "VeskoKit/RandomText.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/faults/FaultsFixture.h"

@@ -21,6 +21,7 @@
 
 #include "Platform/files/FileHandle.h"
 #include "VeskoKit/PathText.h"
+#include "VeskoKit/RandomText.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/StreamBytes.h"
 #include "tests/support/TemporaryFolder.h"
