@@ -17,6 +17,9 @@
 /// Typed values <-> bytes, driven by a short format; and bytes <-> their digits. Everything here is free of state and
 /// may be used on any thread.
 ///
+/// Offered to programs that embed the library, for formats of theirs. The library itself does not use it: what goes
+/// over the wire is made by `TransferStream` and `DiscoveryDatagram`, each with a writer and a reader of its own.
+///
 /// A format is one byte-order character ("<" and "=" little-endian, ">" and "!" big-endian) and then items, each with
 /// an optional decimal count in front: 0 or none means one. The count repeats the item, except for "s", whose length in
 /// bytes it is.
