@@ -59,7 +59,7 @@ const Kind* valueOfKind(const Unpackable& value) {
   return found;
 }
 
-// One number as the bytes of a `Stored`, in host order.
+// One number as the bytes of a `Stored`, in the machine's order.
 template <class Kind, DataConvertible Stored>
 std::optional<std::string> packedNumber(const Unpackable& value) {
   const auto* number = valueOfKind<Kind>(value);

@@ -53,7 +53,7 @@ struct UInt {
 /// One value that `pack` takes or `unpack` yields. The kind counts: each item of a format has exactly one.
 using Unpackable = std::variant<std::string, bool, Int, UInt, std::int64_t, std::uint64_t, double>;
 
-/// A type of fixed width that is written as its bytes in host order.
+/// A type of fixed width that is written as its bytes in the machine's order.
 template <class T>
 concept DataConvertible = std::same_as<T, bool> || std::same_as<T, std::int8_t> || std::same_as<T, std::int16_t> ||
     std::same_as<T, std::int32_t> || std::same_as<T, std::int64_t> || std::same_as<T, std::uint8_t> ||
@@ -110,8 +110,8 @@ class BinUtilsError : public std::runtime_error {
 /// True when `format` begins with ">" or "!"; false after the assertion when its first character gives no order.
 [[nodiscard]] bool isBigEndianFromMandatoryByteOrderFirstCharacter(std::string_view format);
 
-/// The bytes of a value in host order, and the way back. A length other than the width of the type gives none; a bool
-/// is true when the lowest bit is set.
+/// The bytes of a value in the machine's order, and the way back. A length other than the width of the type gives none;
+/// a bool is true when the lowest bit is set.
 template <DataConvertible T>
 [[nodiscard]] std::optional<T> valueFromBytes(std::span<const std::uint8_t> bytes) noexcept {
   std::array<std::uint8_t, sizeof(T)> stored;
@@ -150,7 +150,8 @@ template <DataConvertible T>
   return detail::dataFromBytes(std::bit_cast<std::array<std::uint8_t, sizeof(T)>>(value));
 }
 
-/// The value at `loc` (bytes from the start) in host order; `loc` moves past it. Requires: it lies inside `bytes`.
+/// The value at `loc` (bytes from the start) in the machine's order; `loc` moves past it. Requires: it lies inside
+/// `bytes`.
 template <DataConvertible T>
 [[nodiscard]] T readIntegerType(std::span<const std::uint8_t> bytes, std::size_t& loc) {
   const auto stored = bytes.subspan(loc, sizeof(T));

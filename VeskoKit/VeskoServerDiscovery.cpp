@@ -25,7 +25,7 @@ constexpr std::size_t maximumLogged = 16 * 1024;
 
 /// Whether an address is one of 0.0.0.0/8 (RFC 6890). Datagrams may come with it, but what is sent there stays on this
 /// machine, which would meet itself.
-bool isNobody(std::string_view host) { return host.starts_with("0."); }
+bool isNobody(std::string_view address) { return address.starts_with("0."); }
 
 }  // namespace
 
@@ -86,9 +86,10 @@ std::string VeskoServer::createGoodbyePacket(const std::string& /*dest*/, std::u
 void VeskoServer::send(const std::string& datagram, const std::string& dest, std::uint16_t port) {
   if (!udpSocket_) return;
   const bool isToAll = dest.empty();
-  for (const auto& host : isToAll ? findBroadcastAddress() : std::vector{dest}) {
-    udpSocket_->sendData(datagram, host, port, sendTimeout, sendTag);
-    if (isToAll && port != defaultUdpPort) udpSocket_->sendData(datagram, host, defaultUdpPort, sendTimeout, sendTag);
+  for (const auto& address : isToAll ? findBroadcastAddress() : std::vector{dest}) {
+    udpSocket_->sendData(datagram, address, port, sendTimeout, sendTag);
+    if (isToAll && port != defaultUdpPort)
+      udpSocket_->sendData(datagram, address, defaultUdpPort, sendTimeout, sendTag);
   }
 }
 

@@ -27,7 +27,7 @@ enum class VeskoFailureReason : std::uint8_t {
   noSpace,            ///< no room on the disk, no quota left, or a limit of file sizes
   storage,            ///< the disk or folder received into failed otherwise
   sourceChanged,      ///< a file shrank, vanished or was replaced while it was being sent
-  refused,            ///< this host does not want the transfer
+  refused,            ///< the host's guard does not let the transfer in
   unconfirmed,        ///< all was handed over, but the other side never said that it has it
   cancelled,          ///< somebody here asked for the end
 };

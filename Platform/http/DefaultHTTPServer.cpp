@@ -159,7 +159,7 @@ DefaultHTTPServer::Implementation::~Implementation() {
 }
 
 bool DefaultHTTPServer::Implementation::start(std::error_code& error) {
-  error = parseIPv4(where_.host) ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
+  error = parseIPv4(where_.ip) ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
   if (error) return false;
   FileDescriptor descriptor = SocketCalls::listen(where_, error);
   if (error) return false;

@@ -48,7 +48,7 @@ bool isPath(std::string_view path) {
 }
 
 std::string headOf(const HTTPRequest& request) {
-  return "GET " + request.path + " HTTP/1.1\r\nHost: " + request.host + ":" + std::to_string(request.port) +
+  return "GET " + request.path + " HTTP/1.1\r\nHost: " + request.ip + ":" + std::to_string(request.port) +
          "\r\nUser-Agent: Vesko/1.0\r\nConnection: close\r\n\r\n";
 }
 
@@ -174,7 +174,7 @@ void HTTPSession::Implementation::onEnd(Task task, Job job, std::optional<HTTPRe
 }
 
 void HTTPSession::Implementation::Exchange::start() {
-  const auto address = parseIPv4(job_.request.host);
+  const auto address = parseIPv4(job_.request.ip);
   if (!address || !isPath(job_.request.path) || !open()) {
     fail();
     return;

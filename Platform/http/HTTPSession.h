@@ -17,7 +17,7 @@ class SelectorEventLoop;
 
 /// One GET request (RFC 9110) and its answer. Nothing is followed anywhere else: no redirect, no proxy.
 struct HTTPRequest {
-  std::string host;  ///< IPv4, dotted decimal
+  std::string ip;  ///< IPv4, dotted decimal
   std::uint16_t port = 0;
   std::string path;                              ///< from its "/" on, escaped; no spaces or control characters
   std::size_t maximumBody = 0;                   ///< bytes; more is taken for a failure

@@ -49,7 +49,7 @@ std::shared_ptr<GCDAsyncUdpSocket> GCDAsyncUdpSocket::make(std::weak_ptr<GCDAsyn
 bool GCDAsyncUdpSocket::getHost(std::string& host, std::uint16_t& port, std::string_view address) {
   auto decoded = SocketCalls::decodedAddress(address);
   if (!decoded) return false;
-  host = std::move(decoded->host);
+  host = std::move(decoded->ip);
   port = decoded->port;
   return true;
 }
@@ -154,7 +154,7 @@ void DatagramSocket::sendData(std::string data, const std::string& host, std::ui
 }
 
 std::error_code DatagramSocket::sendOrKeep(Datagram datagram) {
-  if (!parseIPv4(datagram.to.host)) return std::make_error_code(std::errc::invalid_argument);
+  if (!parseIPv4(datagram.to.ip)) return std::make_error_code(std::errc::invalid_argument);
   if (state_ != State::bound) return std::make_error_code(std::errc::not_connected);
   if (unsent_.empty()) {
     const std::error_code error = send(datagram);

@@ -58,7 +58,7 @@ class GCDAsyncUdpSocket {
 
   /// Sends one datagram to `host`, an IPv4 address in dotted-decimal form that may be a broadcast address: at once
   /// where the system takes it, else, in the order given, as soon as it does. `timeout`: seconds that it may wait;
-  /// negative: no limit. The delegate is told `std::errc::invalid_argument` of another host, `not_connected` while the
+  /// negative: no limit. The delegate is told `std::errc::invalid_argument` of anything else, `not_connected` while the
   /// socket is not bound and `no_buffer_space` when thousands wait already; after `close` nothing is sent or told.
   virtual void sendData(std::string data, const std::string& host, std::uint16_t port, double timeout,
                         std::int64_t tag) = 0;

@@ -48,7 +48,7 @@ sockaddr_in systemAddress(const Address& address) noexcept {
   sockaddr_in result{};
   result.sin_family = AF_INET;
   result.sin_port = htons(address.port);
-  result.sin_addr.s_addr = htonl(parseIPv4(address.host).value_or(INADDR_ANY));
+  result.sin_addr.s_addr = htonl(parseIPv4(address.ip).value_or(INADDR_ANY));
   return result;
 }
 
@@ -125,7 +125,7 @@ FileDescriptor listen(const Address& where, std::error_code& error) {
   return descriptor;
 }
 
-FileDescriptor accept(int descriptor, std::string& host, std::error_code& error) {
+FileDescriptor accept(int descriptor, std::string& ip, std::error_code& error) {
   sockaddr_in from{};
   FileDescriptor accepted(checked(
       [&] {
@@ -133,7 +133,7 @@ FileDescriptor accept(int descriptor, std::string& host, std::error_code& error)
         return ::accept4(descriptor, reinterpret_cast<sockaddr*>(&from), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
       },
       error));
-  if (accepted && from.sin_family == AF_INET) host = textOf(from);
+  if (accepted && from.sin_family == AF_INET) ip = textOf(from);
   return accepted;
 }
 

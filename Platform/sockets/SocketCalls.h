@@ -19,7 +19,7 @@ namespace SocketCalls {
 
 /// An IPv4 address and port.
 struct Address {
-  std::string host;  ///< dotted-decimal
+  std::string ip;  ///< dotted-decimal
   std::uint16_t port = 0;
 
   friend bool operator==(const Address&, const Address&) = default;
@@ -45,8 +45,8 @@ void connect(int descriptor, const Address& address, std::error_code& error);
   return listen({"0.0.0.0", port}, error);
 }
 
-/// `host`: of the other side, where it has an IPv4 address.
-[[nodiscard]] FileDescriptor accept(int descriptor, std::string& host, std::error_code& error);
+/// `ip`: of the other side, where it has an IPv4 address.
+[[nodiscard]] FileDescriptor accept(int descriptor, std::string& ip, std::error_code& error);
 
 [[nodiscard]] std::uint16_t localPort(int descriptor);
 
