@@ -8,6 +8,7 @@
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/GCDAsyncSocket.h"
 #include "Platform/text/TextEncoding.h"
+#include "VeskoKit/IncomingTransferRoom.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/PathText.h"
 #include "VeskoKit/RandomText.h"
@@ -119,8 +120,12 @@ void VeskoIncomingTransfer::socketDidReadData(GCDAsyncSocket& /*socket*/, const 
   }
 }
 
+void VeskoIncomingTransfer::noteActivity() noexcept {
+  if (room_) lastActivity_ = room_->nextActivity();
+}
+
 void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
-  noteReception();
+  noteActivity();
   const TransferStream::Metadata metadata = TransferStream::decodeMetadata(data);
   elementCount = metadata.elementCount;
   totalSize = metadata.totalSize;
@@ -181,7 +186,7 @@ void VeskoIncomingTransfer::didReadName() {
 }
 
 void VeskoIncomingTransfer::didReadSize(const Data& data) {
-  noteReception();
+  noteActivity();
   const std::uint64_t sizeField = TransferStream::decodeSizeField(data);
   Log::line("Incoming item size: ", sizeField);
   isFolder_ = sizeField == TransferStream::folderMark;
@@ -290,7 +295,7 @@ void VeskoIncomingTransfer::readBody(std::uint64_t length) {
 }
 
 void VeskoIncomingTransfer::didReadBody(const Data& data) {
-  noteReception();
+  noteActivity();
   partialSize = 0;
   lastReportedPartialSize = 0;
   currentSize += data.size();
@@ -303,7 +308,7 @@ void VeskoIncomingTransfer::didReadBody(const Data& data) {
 void VeskoIncomingTransfer::socketDidReadPartialDataOfLength(GCDAsyncSocket& /*socket*/, std::uint64_t length,
                                                              std::int64_t tag) {
   if (tag != tagFileBody || isOver_) return;
-  noteReception();
+  noteActivity();
   lastPartialRead_ = queue_->clock()->monotonicNow();
   partialSize += length;
   if (partialSize < lastReportedPartialSize + partialReportInterval) return;

@@ -23,6 +23,7 @@ class DispatchQueue;
 class FileHandle;
 class GCDAsyncSocket;
 class GCDAsyncSocketDelegate;
+class IncomingTransferRoom;
 class ReceivedItemStorage;
 class VeskoIncomingTransfer;
 enum class TransferLimit;
@@ -86,13 +87,6 @@ struct VeskoIncomingTransferSettings {
   std::uint64_t maximumSize = unlimited;  ///< bytes of all bodies; one that announces or brings more fails
   std::shared_ptr<VeskoIncomingTransferGuard> guard;
   std::shared_ptr<VeskoTransferOutcomeDelegate> outcomeDelegate;
-
-  /// Counts what the transfers of one service receive, on their queue.
-  std::shared_ptr<std::uint64_t> receptions = std::make_shared<std::uint64_t>(0);
-
-  /// Where a failed transfer's storage is removed when that takes long, so that others go on meanwhile; the outcome
-  /// waits for it. None: on the transfer's queue.
-  std::shared_ptr<DispatchQueue> removalQueue;
 };
 
 /// The receiving end of one transfer: reads the stream from an accepted connection and stores what it carries.
@@ -185,16 +179,6 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void proceed(std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited, std::string folder = {});
   void refuse();
 
-  /// Orders the transfers that share a count of receptions by when they last received something that counts: the
-  /// metadata, a header or bytes of a body. 0 before that. On the transfer's queue only.
-  [[nodiscard]] std::uint64_t lastReception() const noexcept { return lastReception_; }
-
-  /// True when bytes that it waits for have arrived and are yet to be read. On the transfer's queue only.
-  [[nodiscard]] bool hasUnread() const;
-
-  /// Breaks the transfer off to make room for newer ones, unless it has already ended. On the transfer's queue only.
-  void giveWay();
-
   /// True from the outcome on. Any thread.
   [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
@@ -206,6 +190,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error);
 
  private:
+  friend class IncomingTransferRoom;
   class SocketEvents;
 
   enum class Decision : std::uint8_t { open, awaited, made };
@@ -230,7 +215,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   void readBody(std::uint64_t length);
   void completeElement();
   void finish();
-  void noteReception() noexcept { lastReception_ = ++*settings_.receptions; }
+  void noteActivity() noexcept;
   void reportProgress(std::uint64_t finishedElements, std::uint64_t bytesOfCurrent);
   void fail(VeskoFailureReason reason, std::string operation, std::error_code error = {});
   void failAtLimit(TransferLimit limit);
@@ -242,6 +227,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::shared_ptr<VeskoIncomingTransferDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
   VeskoIncomingTransferSettings settings_;
+  std::shared_ptr<IncomingTransferRoom> room_;  // none for one that no service has accepted
   const std::string key_;
   const std::string remoteAddress_;
   const std::chrono::system_clock::time_point startTime_;
@@ -262,7 +248,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   Decision decision_ = Decision::open;
   std::vector<VeskoSkippedElement> dropped_;
   std::size_t droppedCount_ = 0;
-  std::uint64_t lastReception_ = 0;
+  std::uint64_t lastActivity_ = 0;                         // among those of the room; 0 before the first
   std::chrono::steady_clock::time_point lastPartialRead_;  // of a body
   bool isOver_ = false;                                    // but for the outcome, which may be yet to come
   std::atomic<bool> ended_{false};

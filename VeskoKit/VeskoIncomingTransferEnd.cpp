@@ -2,6 +2,7 @@
 
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/GCDAsyncSocket.h"
+#include "VeskoKit/IncomingTransferRoom.h"
 #include "VeskoKit/Log.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "VeskoKit/TransferFailure.h"
@@ -11,9 +12,7 @@
 namespace vesko {
 
 VeskoIncomingTransfer::~VeskoIncomingTransfer() {
-  if (storage_ && settings_.removalQueue && storage_->takesLongToRemove()) {
-    settings_.removalQueue->async(storage_->giveUp());
-  }
+  if (storage_ && room_ && storage_->takesLongToRemove()) room_->removalQueue()->async(storage_->giveUp());
 }
 
 void VeskoIncomingTransfer::finish() {
@@ -42,12 +41,6 @@ void VeskoIncomingTransfer::cancel() {
   queue_->async([self = shared_from_this()] { self->fail(VeskoFailureReason::cancelled, {}); });
 }
 
-bool VeskoIncomingTransfer::hasUnread() const {
-  return decision_ != Decision::awaited && socket_ && socket_->hasUnread();
-}
-
-void VeskoIncomingTransfer::giveWay() { failAtLimit(TransferLimit::connections); }
-
 void VeskoIncomingTransfer::failAtLimit(TransferLimit limit) { fail(VeskoFailureReason::limit, {}, limit); }
 
 void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
@@ -62,12 +55,12 @@ void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operatio
     outcome.keptPath = storage_->settle(unsettled).value_or("");
   }
   letGo();
-  if (!settings_.removalQueue || !storage_->takesLongToRemove()) {
+  if (!room_ || !storage_->takesLongToRemove()) {
     storage_->remove();
     end(std::move(outcome));
     return;
   }
-  settings_.removalQueue->async(
+  room_->removalQueue()->async(
       [self = shared_from_this(), remove = storage_->giveUp(), outcome = std::move(outcome)]() mutable {
         remove();
         const auto queue = self->queue_;

@@ -17,6 +17,7 @@
 #include "Platform/user/NSApp.h"
 #include "VeskoKit/AvatarEndpoint.h"
 #include "VeskoKit/AvatarFetches.h"
+#include "VeskoKit/IncomingTransferRoom.h"
 #include "VeskoKit/RandomText.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 
@@ -47,6 +48,7 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
       broadcastQueue_(DispatchQueue::serialWithThread("broadcast", clock ? clock : Clock::system())),
       incomingQueue_(DispatchQueue::serial("incoming", broadcastQueue_->clock())),
       removalQueue_(DispatchQueue::serialWithThread("removal")),
+      incomingRoom_(std::make_shared<IncomingTransferRoom>(removalQueue_)),
       ownAddresses_(std::make_unique<OwnAddresses>()) {
   makeAvatarEndpoint();
 }

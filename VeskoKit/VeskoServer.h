@@ -25,6 +25,7 @@ class DefaultHTTPServer;
 class DispatchQueue;
 class GCDAsyncSocket;
 class GCDAsyncUdpSocket;
+class IncomingTransferRoom;
 class NSApp;
 class OwnAddresses;
 class SelectorEventLoop;
@@ -267,7 +268,6 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void startAvatarEndpoint();
   void startListener();
   void showFailure(const VeskoFailedEndpoint& failure);
-  void makeRoomForIncoming();
 
   // Discovery, on the "broadcast" queue but for the first three.
   [[nodiscard]] std::string recentSignature(bool mustBeNew);
@@ -288,6 +288,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   const std::shared_ptr<DispatchQueue> broadcastQueue_;
   const std::shared_ptr<DispatchQueue> incomingQueue_;
   const std::shared_ptr<DispatchQueue> removalQueue_;
+  const std::shared_ptr<IncomingTransferRoom> incomingRoom_;
   std::shared_ptr<SelectorEventLoop> loop_;
   std::unique_ptr<AvatarEndpoint> server_;
   std::shared_ptr<AvatarFetches> avatarFetches_;
@@ -296,9 +297,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   std::shared_ptr<SocketEvents> events_;
   std::shared_ptr<GCDAsyncSocket> listenSocket_;
   const std::unique_ptr<OwnAddresses> ownAddresses_;
-  AnswerBudget answers_;                                                     // the "broadcast" queue's
-  std::vector<std::weak_ptr<VeskoIncomingTransfer>> liveIncomingTransfers_;  // the "incoming" queue's, oldest first
-  std::shared_ptr<std::uint64_t> receptions_ = std::make_shared<std::uint64_t>(0);
+  AnswerBudget answers_;  // the "broadcast" queue's
   std::vector<VeskoFailedEndpoint> failedEndpoints_;
 
   mutable std::mutex mutex_;  // guards what follows: the host's threads and the two queues share it

@@ -3,6 +3,7 @@
 
 #include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/GCDAsyncSocket.h"
+#include "VeskoKit/IncomingTransferRoom.h"
 #include "VeskoKit/VeskoServer.h"
 
 namespace vesko {
@@ -38,8 +39,7 @@ void VeskoServer::startListener() {
 }
 
 void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::shared_ptr<GCDAsyncSocket> newSocket) {
-  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize, nullptr,
-                                         nullptr,         receptions_, removalQueue_};
+  VeskoIncomingTransferSettings settings{downloadsFolder, keepPartial, maximumIncomingSize, nullptr, nullptr};
   std::shared_ptr<VeskoIncomingTransferDelegate> delegate;
   {
     const std::scoped_lock lock(mutex_);
@@ -52,10 +52,10 @@ void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::sh
     newSocket->disconnectWithReset();
     return;
   }
-  makeRoomForIncoming();
+  incomingRoom_->makePlace(maximumIncomingTransfers);
   auto transfer = makeIncomingTransfer(std::move(newSocket), generateRandomStringWithLength(keyLength),
                                        std::move(delegate), std::move(settings));
-  liveIncomingTransfers_.push_back(transfer);
+  incomingRoom_->admit(transfer);
   const std::scoped_lock lock(mutex_);
   pendingIncomingTransfers_.push_back(std::move(transfer));
 }
@@ -65,25 +65,6 @@ std::shared_ptr<VeskoIncomingTransfer> VeskoServer::makeIncomingTransfer(
     VeskoIncomingTransferSettings settings) {
   return VeskoIncomingTransfer::make(std::move(socket), std::move(key), std::move(delegate), incomingQueue_,
                                      std::move(settings));
-}
-
-void VeskoServer::makeRoomForIncoming() {
-  if (liveIncomingTransfers_.size() < maximumIncomingTransfers) return;
-  std::shared_ptr<VeskoIncomingTransfer> idlest;
-  // Connections that come all at once are accepted before anybody reads: what waits meanwhile is no silence.
-  std::pair<bool, std::uint64_t> activityOfIdlest;
-  std::erase_if(liveIncomingTransfers_, [&](const auto& listed) {
-    const auto transfer = listed.lock();
-    // One whose storage is being removed holds no connection, and no descriptor, any more.
-    if (!transfer || !transfer->socket()) return true;
-    const std::pair activity(transfer->hasUnread(), transfer->lastReception());
-    if (!idlest || activity < activityOfIdlest) {
-      idlest = transfer;
-      activityOfIdlest = activity;
-    }
-    return false;
-  });
-  if (idlest && liveIncomingTransfers_.size() >= maximumIncomingTransfers) idlest->giveWay();
 }
 
 void VeskoServer::startTransfer(const std::shared_ptr<VeskoTransfer>& transfer) {
