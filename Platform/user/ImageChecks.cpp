@@ -52,7 +52,7 @@ std::uint32_t bigEndianNumber(std::string_view bytes) noexcept {
   return number;
 }
 
-bool isModestPng(std::string_view png, ImageSize size) {
+bool decodesWithin(std::string_view png, ImageSize size) {
   constexpr std::uint64_t widestPixel = 8;
   constexpr std::uint64_t surplus = 65536;  // is passed over by decoders
   // Interlaced, it has up to this many rows, each with one byte before and one for pixels that do not fill theirs.

@@ -31,7 +31,7 @@ std::optional<DecodedImage> decodedImage(std::string_view bytes, std::uint32_t m
   const auto size = sizeOfImage(bytes);
   const auto isFitting = [maximumSide](std::uint32_t side) { return side > 0 && side <= maximumSide; };
   if (!size || !isFitting(size->width) || !isFitting(size->height)) return std::nullopt;
-  if (bytes.starts_with(pngSignature) && !ImageChecks::isModestPng(bytes, *size)) return std::nullopt;
+  if (bytes.starts_with(pngSignature) && !ImageChecks::decodesWithin(bytes, *size)) return std::nullopt;
   auto decoded = StbImage::decode(bytes);
   const bool isAsAnnounced =
       std::cmp_equal(decoded.size.width, size->width) && std::cmp_equal(decoded.size.height, size->height);
