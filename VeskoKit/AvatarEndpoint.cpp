@@ -45,7 +45,7 @@ void AvatarEndpoint::metadataApp(const DefaultHTTPServer::Environment& environme
   if (requested != path) {
     startResponse("400 Bad Request", {serverHeader});
     sendBody("This is a Vesko metadata server. There is nothing implemented for " + quotedForm(requested) + '.');
-  } else if (auto png = picture_.png()) {
+  } else if (auto png = avatar_.png()) {
     startResponse("200 OK",
                   {serverHeader, {"Content-Type", "image/png"}, {"Content-Length", std::to_string(png->size())}});
     sendBody(std::move(*png));

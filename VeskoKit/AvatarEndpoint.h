@@ -12,10 +12,10 @@ namespace vesko {
 
 class SelectorEventLoop;
 
-/// Serves the current user's picture to other machines, over HTTP, on the loop's thread.
+/// Serves the current user's avatar to other machines, over HTTP, on the loop's thread.
 class AvatarEndpoint {
  public:
-  /// Where the picture is found.
+  /// Where the avatar is found.
   static constexpr const char* path = "/virno/avatar";
 
   /// Opens nothing yet. `port` 0 lets the system choose.
@@ -30,11 +30,11 @@ class AvatarEndpoint {
   [[nodiscard]] std::uint16_t port() const noexcept { return server_.port(); }
 
  private:
-  /// Answers one request, whatever its method: with the picture, or why there is none.
+  /// Answers one request, whatever its method: with the avatar, or why there is none.
   void metadataApp(const DefaultHTTPServer::Environment& environment,
                    const DefaultHTTPServer::StartResponse& startResponse, const DefaultHTTPServer::SendBody& sendBody);
 
-  AccountPicture picture_;
+  AccountPicture avatar_;
   DefaultHTTPServer server_;
 };
 

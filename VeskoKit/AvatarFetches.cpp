@@ -27,13 +27,13 @@ constexpr int statusOk = 200;
 
 constexpr std::string_view urlBeginning = "data:image/png;base64,";
 
-/// Bytes of the largest picture whose data URL has at most `length` of them.
-std::size_t pictureWithin(std::size_t length) {
+/// Bytes of the largest PNG whose data URL has at most `length` of them.
+std::size_t pngLengthWithin(std::size_t length) {
   return length < urlBeginning.size() ? 0 : (length - urlBeginning.size()) / 4 * 3;
 }
 
-/// The picture in an answer, as a data URL, in just the memory it takes.
-std::optional<std::string> pictureIn(const std::optional<HTTPResponse>& response) {
+/// The avatar in an answer, as a data URL, in just the memory it takes.
+std::optional<std::string> avatarIn(const std::optional<HTTPResponse>& response) {
   if (!response || response->status != statusOk) return std::nullopt;
   if (!isSanePng(response->body, AvatarFetches::maximumSide)) return std::nullopt;
   const std::string encoded = base64Encoded(response->body);
@@ -47,7 +47,7 @@ std::optional<std::string> pictureIn(const std::optional<HTTPResponse>& response
 
 AvatarFetches::AvatarFetches(std::shared_ptr<SelectorEventLoop> loop, std::shared_ptr<DispatchQueue> queue)
     : queue_(std::move(queue)),
-      pictureQueue_(DispatchQueue::serial("pictures")),
+      avatarQueue_(DispatchQueue::serial("avatars")),
       session_(std::move(loop), queue_->clock()) {}
 
 void AvatarFetches::get(const std::shared_ptr<VeskoPeer>& peer, std::uint16_t port, Keep keep) {
@@ -73,23 +73,23 @@ void AvatarFetches::startNext() {
   }
 }
 
-/// Pictures are taken apart on a queue of their own, where that keeps nobody else waiting, and one after the other: one
+/// Avatars are taken apart on a queue of their own, where that keeps nobody else waiting, and one after the other: one
 /// may be small on its way and large in memory.
 void AvatarFetches::start(Turn turn, Fetch& fetch) {
-  const std::size_t most = std::min(maximumPicture, pictureWithin(shares_.room()));
+  const std::size_t most = std::min(maximumAvatar, pngLengthWithin(shares_.room()));
   fetch.task = session_.get({fetch.peer->ip(), fetch.port, AvatarEndpoint::path, most, connectPatience, patience},
-                            pictureQueue_, [weak = weak_from_this(), queue = queue_, turn](const auto& response) {
-                              queue->async([weak, turn, picture = pictureIn(response)]() mutable {
-                                if (const auto self = weak.lock()) self->onEnd(turn, std::move(picture));
+                            avatarQueue_, [weak = weak_from_this(), queue = queue_, turn](const auto& response) {
+                              queue->async([weak, turn, avatar = avatarIn(response)]() mutable {
+                                if (const auto self = weak.lock()) self->onEnd(turn, std::move(avatar));
                               });
                             });
 }
 
-void AvatarFetches::onEnd(Turn turn, std::optional<std::string> picture) {
+void AvatarFetches::onEnd(Turn turn, std::optional<std::string> avatar) {
   const Fetch fetch = std::move(underWay_.extract(turn).mapped());
   if (fetch.peer) {
     turns_.erase(fetch.peer.get());
-    if (picture && picture->size() <= shares_.room()) fetch.keep(fetch.peer, std::move(*picture));
+    if (avatar && avatar->size() <= shares_.room()) fetch.keep(fetch.peer, std::move(*avatar));
   }
   startNext();
 }

@@ -6,17 +6,17 @@
 
 namespace vesko {
 
-/// How much memory the pictures of the machines in the table take. For one queue.
+/// How much memory the avatars of the machines in the table take. For one queue.
 class AvatarShares {
  public:
-  /// Of all pictures together; bytes. Some thousand account pictures, and what a program in the background may take.
+  /// Of all avatars together; bytes. Some thousand of them, and what a program in the background may take.
   static constexpr std::size_t maximum = std::size_t{64} << 20U;
 
-  /// A picture may take one in so many of the bytes that are left: the larger the pictures that came first, the more
+  /// An avatar may take one in so many of the bytes that are left: the larger the avatars that came first, the more
   /// is kept for small ones.
   static constexpr std::size_t most = 8;
 
-  /// Bytes that one more picture may take.
+  /// Bytes that one more avatar may take.
   [[nodiscard]] std::size_t room() const noexcept { return (maximum - taken_) / most; }
 
   /// Counts `bytes`, at most `room`, for the machine with this key, in place of what was counted for it.

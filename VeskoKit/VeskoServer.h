@@ -277,7 +277,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   [[nodiscard]] std::shared_ptr<VeskoPeer> addPeer(const std::string& sender, std::uint16_t port,
                                                    const std::string& signature);
   [[nodiscard]] bool mayAnswer();
-  void keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture);
+  void keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string avatar);
   void forgetAvatar(const VeskoPeer& peer, const std::string& key);
   void tellOfAvatarSoon(const std::string& key, const std::shared_ptr<VeskoPeer>& peer);
   void logPeers() const;

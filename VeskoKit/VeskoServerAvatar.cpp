@@ -43,17 +43,17 @@ void VeskoServer::handleAvatar(const std::shared_ptr<VeskoPeer>& peer) {
   if (!port || !peer->avatarState().empty()) return;
   peer->setAvatar("loading");
   avatarFetches_->get(peer, *port,
-                      [weak = weak_from_this()](const std::shared_ptr<VeskoPeer>& owner, std::string picture) {
-                        if (const auto self = weak.lock()) self->keepAvatar(owner, std::move(picture));
+                      [weak = weak_from_this()](const std::shared_ptr<VeskoPeer>& owner, std::string avatar) {
+                        if (const auto self = weak.lock()) self->keepAvatar(owner, std::move(avatar));
                       });
 }
 
 /// Only the records of the table count: what the host keeps besides is its own.
-void VeskoServer::keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string picture) {
+void VeskoServer::keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string avatar) {
   const std::string key = peer->key();
   const auto known = peers_.find(key);  // only this queue changes the table
-  if (known != peers_.end() && known->second == peer) avatarFetches_->shares().take(key, picture.size());
-  peer->setAvatar(std::move(picture));
+  if (known != peers_.end() && known->second == peer) avatarFetches_->shares().take(key, avatar.size());
+  peer->setAvatar(std::move(avatar));
   if (known != peers_.end()) tellOfAvatarSoon(key, peer);
 }
 
@@ -62,7 +62,7 @@ void VeskoServer::forgetAvatar(const VeskoPeer& peer, const std::string& key) {
   avatarFetches_->shares().giveBack(key);
 }
 
-/// The host may never drain the main queue: one task waits there, however many have a picture.
+/// The host may never drain the main queue: one task waits there, however many have an avatar.
 void VeskoServer::tellOfAvatarSoon(const std::string& key, const std::shared_ptr<VeskoPeer>& peer) {
   {
     const std::scoped_lock lock(mutex_);

@@ -48,7 +48,7 @@ struct ReceiveOptions {
 struct PeersOptions {
   Wait wait = defaultWait;
   bool watch = false;
-  std::string avatarFolder;  ///< where pictures are written to; empty: nowhere
+  std::string avatarFolder;  ///< where avatars are written to; empty: nowhere
 };
 
 struct DoctorOptions {};

@@ -29,7 +29,7 @@ std::string timeText(Clock::time_point time, Clock::time_point now) {
 struct Row {
   std::string name;
   std::string address;
-  std::string picture;
+  std::string avatar;
   std::string since;
 };
 
@@ -39,7 +39,7 @@ std::string padded(const std::string& text, std::size_t columns) {
 
 std::string tableOf(std::vector<Row> rows, bool hasHeader) {
   if (hasHeader) rows.insert(rows.begin(), {"NAME", "ADDRESS", "PICTURE", "SINCE"});
-  constexpr std::size_t pictureColumns = 7;
+  constexpr std::size_t avatarColumns = 7;
   std::size_t nameColumns = 0;
   std::size_t addressColumns = 0;
   for (const auto& row : rows) {
@@ -49,7 +49,7 @@ std::string tableOf(std::vector<Row> rows, bool hasHeader) {
   std::string table;
   for (const auto& row : rows) {
     table += padded(row.name, nameColumns) + "  " + padded(row.address, addressColumns) + "  " +
-             padded(row.picture, pictureColumns) + "  " + row.since + '\n';
+             padded(row.avatar, avatarColumns) + "  " + row.since + '\n';
   }
   return table;
 }
@@ -64,8 +64,8 @@ void printPeers(Program& program, const std::vector<PeerView>& peers) {
   rows.reserve(peers.size());
   const auto now = Clock::now();
   for (const auto& peer : peers) {
-    const char* picture = peer.avatar == "png" ? "yes" : "-";
-    rows.push_back({Log::escaped(nameOfPeer(peer)), addressOfPeer(peer), picture, timeText(peer.since, now)});
+    const char* avatar = peer.avatar == "png" ? "yes" : "-";
+    rows.push_back({Log::escaped(nameOfPeer(peer)), addressOfPeer(peer), avatar, timeText(peer.since, now)});
   }
   program.console.print(tableOf(std::move(rows), !program.options.quiet));
 }
@@ -90,21 +90,21 @@ ExitCode watch(Program& program, Lookup& lookup) {
   return ExitCode::unexpected;
 }
 
-/// The bytes of the picture in a data URL; none when it holds no picture.
-std::optional<std::string> pictureIn(std::string_view avatar) {
+/// The PNG in the data URL of an avatar; none when it holds no PNG.
+std::optional<std::string> pngIn(std::string_view avatar) {
   constexpr std::string_view beginning = "data:image/png;base64,";
   if (!avatar.starts_with(beginning)) return std::nullopt;
   return base64Decoded(avatar.substr(beginning.size()));
 }
 
-/// Writes the pictures of all that have one.
+/// Writes the avatars of all that have one.
 ExitCode saveAvatars(Program& program, Lookup& lookup, const std::string& folder) {
   std::error_code error;
   FileManager::createDirectoryAtPath(folder, error);
   for (const auto& [key, peer] : lookup.peers()) {
     if (error) break;
-    const auto picture = peer.avatar == "png" ? pictureIn(lookup.avatarOf(key)) : std::nullopt;
-    if (picture) FileManager::replaceFileAtPath(folder + '/' + peer.ip + ".png", *picture, error);
+    const auto png = peer.avatar == "png" ? pngIn(lookup.avatarOf(key)) : std::nullopt;
+    if (png) FileManager::replaceFileAtPath(folder + '/' + peer.ip + ".png", *png, error);
   }
   if (!error) return ExitCode::success;
   program.console.complain("cannot write pictures to \"" + folder + "\": " + error.message());
