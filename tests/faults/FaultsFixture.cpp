@@ -1,7 +1,6 @@
 #include "tests/faults/FaultsFixture.h"
 
 #include <chrono>
-#include <fstream>
 #include <string_view>
 
 #include "Platform/user/NSApp.h"
@@ -12,7 +11,6 @@
 namespace vesko {
 namespace {
 
-namespace fs = std::filesystem;
 using Kind = VeskoTransferOutcome::Kind;
 
 /// More than a socket sends or receives in one piece, and enough for what is left then to be spliced.
@@ -38,18 +36,6 @@ std::string descriptionOf(const VeskoTransferOutcome& outcome) {
 }
 
 }  // namespace
-
-Tree treeOf(const std::string& path) {
-  Tree tree;
-  for (const auto& entry : fs::recursive_directory_iterator(path)) {
-    auto& contents = tree[entry.path().lexically_relative(path)];
-    contents = "/";
-    if (entry.is_directory()) continue;
-    contents.resize(entry.file_size());
-    std::ifstream(entry.path(), std::ios::binary).read(contents.data(), static_cast<std::streamsize>(contents.size()));
-  }
-  return tree;
-}
 
 std::string FaultsTest::Outcomes::description() const {
   return "sent: " + descriptionOf(sent) + "; received: " + (received ? descriptionOf(*received) : "nothing");
@@ -105,7 +91,7 @@ Sendable FaultsTest::sendable(const std::string& name) const {
     result.text = patternOf(large);
     return result;
   }
-  const auto sources = treeOf(folder_.path("sources"));
+  const auto sources = folder_.tree("sources");
   for (const auto* top : {"file", "next", "folder"}) {
     if (name != top && !(name == "several" && std::string_view(top) != "next")) continue;
     result.paths.push_back(folder_.path("sources/" + std::string(top)));
@@ -163,10 +149,10 @@ void FaultsTest::expectConsistent(const Sendable& sendable, const Outcomes& outc
   ASSERT_EQ(delivered.size(), hasArrived ? 1U : 0U) << testing::PrintToString(delivered);
   if (!hasArrived) return;
   const bool isSeveral = delivered.front().starts_with("Received by Vesko at ");
-  auto tree = treeOf(downloads() + (isSeveral ? "/" + delivered.front() : ""));
+  auto tree = folder_.tree("downloads/" + (isSeveral ? delivered.front() : ""));
   std::erase_if(tree, [](const auto& entry) { return entry.first.starts_with('.'); });
   EXPECT_TRUE(tree == sendable.expected) << "not whole: " << delivered.front();
-  fs::remove_all(folder_.path("downloads/" + delivered.front()));
+  std::filesystem::remove_all(folder_.path("downloads/" + delivered.front()));
 }
 
 void FaultsTest::expectNextTransferWorks() {

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,10 +18,6 @@
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
-
-/// What is in a folder, by relative path: the bytes of files, "/" for folders.
-using Tree = std::map<std::string, std::string>;
-[[nodiscard]] Tree treeOf(const std::string& path);
 
 /// What one test sends, and what is to arrive of it.
 struct Sendable {

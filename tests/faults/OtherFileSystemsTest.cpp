@@ -84,7 +84,7 @@ TEST_F(OtherFileSystemsTest, WhatTheyTakeForAnotherNameIsLeftOut) {
       return storage->settle(error).value_or(error.message());
     });
     EXPECT_EQ(path, downloads() + "/" + delivered);
-    EXPECT_EQ(treeOf(downloads()), tree);
+    EXPECT_EQ(folder_.tree("downloads"), tree);
     fs::remove_all(downloads());
     folder_.makeFolder("downloads");
   }

@@ -183,7 +183,7 @@ TEST_F(ListenerFaultsTest, KeepsOfAFailedTransferOnlyWhatIsWhole) {
     }
     ReceivedItemStorage::sweep(downloads());
     const bool isKept = count != SystemFaults::forever;
-    EXPECT_EQ(treeOf(downloads()), isKept ? (Tree{{"whole", "1234"}}) : Tree());
+    EXPECT_EQ(folder_.tree("downloads"), isKept ? (Tree{{"whole", "1234"}}) : Tree());
     EXPECT_EQ(received_->lastOutcome().keptPath, isKept ? folder_.path("downloads/whole") : "");
     fs::remove(folder_.path("downloads/whole"));
   }

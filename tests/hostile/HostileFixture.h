@@ -1,10 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <string>
 #include <string_view>
 
@@ -17,9 +13,6 @@ namespace vesko {
 /// open when it is gone.
 class HostileTest : public ResourceGuard, public VeskoServerTest {
  protected:
-  /// What is below a folder, by relative path: the contents of files, "/" for folders, "-> target" for links.
-  using Tree = std::map<std::string, std::string>;
-
   enum class End : bool { close, reset };
 
   /// Has only outcomes recorded, for streams that tell of more than is worth keeping.
@@ -37,7 +30,7 @@ class HostileTest : public ResourceGuard, public VeskoServerTest {
     return endsWith(outcome);
   }
 
-  [[nodiscard]] Tree deliveredTree() const { return treeOf(folder_.path("downloads")); }
+  [[nodiscard]] Tree deliveredTree() const { return folder_.tree("downloads"); }
 
   /// Reports that only a transfer which comes to its end may make.
   [[nodiscard]] std::size_t toldSuccesses() const {
@@ -51,23 +44,6 @@ class HostileTest : public ResourceGuard, public VeskoServerTest {
     EXPECT_TRUE(receive(StreamBytes::metadata(1, 5) + StreamBytes::file("good", "whole"), "finished"));
     EXPECT_EQ(deliveredTree(), (Tree{{"good", "whole"}}));
     clear();
-  }
-
-  [[nodiscard]] static Tree treeOf(const std::string& folder) {
-    namespace fs = std::filesystem;
-    Tree tree;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-      auto& what = tree[entry.path().lexically_relative(folder).string()];
-      if (entry.is_symlink()) {
-        what = "-> " + fs::read_symlink(entry.path()).string();
-      } else if (entry.is_directory()) {
-        what = "/";
-      } else {
-        std::ifstream stream(entry.path(), std::ios::binary);
-        what.assign(std::istreambuf_iterator<char>(stream), {});
-      }
-    }
-    return tree;
   }
 };
 

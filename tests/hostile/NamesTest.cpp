@@ -31,7 +31,7 @@ class HostileNamesTest : public HostileTest {
   [[nodiscard]] Tree deliveredElements() const {
     const auto names = delivered();
     const bool isSeveral = names.size() == 1 && names.front().starts_with("Received by Vesko at ");
-    return treeOf(folder_.path("downloads/" + (isSeveral ? names.front() : "")));
+    return folder_.tree("downloads/" + (isSeveral ? names.front() : ""));
   }
 };
 

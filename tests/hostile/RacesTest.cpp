@@ -143,7 +143,7 @@ TEST_F(RacesTest, FoldersThatBecomeLinksLeadNobodyOutside) {
   }
   for (const auto* name : {"a/b/0", "b/0", "0", "sentinel"}) outside.write(std::string("target/") + name, "untouched");
   const auto target = outside.path("target");
-  const auto before = treeOf(target);
+  const auto before = outside.tree("target");
   const auto statusOfTarget = [&] {
     struct stat status {};
     EXPECT_EQ(::stat(target.c_str(), &status), 0);
@@ -171,7 +171,7 @@ TEST_F(RacesTest, FoldersThatBecomeLinksLeadNobodyOutside) {
     RecordProperty("transfers", std::to_string(transfers));
     RecordProperty("hits", std::to_string(swapper.hits()));
   }
-  EXPECT_EQ(treeOf(target), before);
+  EXPECT_EQ(outside.tree("target"), before);
   EXPECT_EQ(statusOfTarget(), statusBefore);
   clear();
   expectGoodService();

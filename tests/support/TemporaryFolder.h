@@ -7,13 +7,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <map>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace vesko {
+
+/// What is below a folder, by relative path: the contents of files, "/" for folders, "-> target" for links.
+using Tree = std::map<std::string, std::string>;
 
 /// A new, empty folder that goes away, with everything inside, with its owner. Names are paths relative to it.
 class TemporaryFolder {
@@ -46,11 +51,13 @@ class TemporaryFolder {
     return path(name);
   }
 
-  /// The bytes of a file, links followed; "" when there is none.
+  /// The bytes of a file, links followed; "" when there is none, or none that its path can be opened by.
   [[nodiscard]] std::string read(std::string_view name) const {
-    if (!std::filesystem::is_regular_file(path(name))) return {};
-    std::ifstream stream(path(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path(name), error)) return {};
+    std::ostringstream bytes;
+    bytes << std::ifstream(path(name), std::ios::binary).rdbuf();
+    return std::move(bytes).str();
   }
 
   /// True when anything has this name, be it a link that leads nowhere.
@@ -66,6 +73,19 @@ class TemporaryFolder {
     }
     std::ranges::sort(names);
     return names;
+  }
+
+  [[nodiscard]] Tree tree(std::string_view name = ".") const {
+    Tree found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(path(name))) {
+      auto& what = found[entry.path().lexically_relative(path(name))];
+      if (entry.is_symlink()) {
+        what = "-> " + std::filesystem::read_symlink(entry.path()).string();
+      } else {
+        what = entry.is_directory() ? "/" : read(entry.path().lexically_relative(path_).string());
+      }
+    }
+    return found;
   }
 
  private:

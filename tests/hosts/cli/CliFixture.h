@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -98,16 +97,6 @@ class CliTest : public testing::Test {
       if (event["event"] == kind) return event;
     }
     return nullptr;
-  }
-
-  /// What is below a folder: the contents of files, "/" for folders.
-  [[nodiscard]] std::map<std::string, std::string> treeOf(const std::string& name) const {
-    std::map<std::string, std::string> tree;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_.path(name))) {
-      const auto relative = std::filesystem::relative(entry.path(), folder_.path()).string();
-      tree[relative.substr(name.size())] = entry.is_directory() ? "/" : folder_.read(relative);
-    }
-    return tree;
   }
 
   TemporaryFolder folder_;

@@ -22,7 +22,7 @@ TEST_F(CliSendTest, FoldersArriveAsTheyWere) {
   EXPECT_TRUE(result.output.starts_with("sent photos to " + peer() + ": 6 elements, 3.0 MB")) << result.output;
   EXPECT_EQ(result.errors, "");
   EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 6 elements, 3.0 MB from 127.0.0.1"));
-  EXPECT_EQ(treeOf("in/photos"), treeOf("photos"));
+  EXPECT_EQ(folder_.tree("in/photos"), folder_.tree("photos"));
 }
 
 TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {

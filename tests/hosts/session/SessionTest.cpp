@@ -36,11 +36,11 @@ TEST_F(SessionTest, TurnsConnectionsAwayWhileTooMuchWaits) {
   const bool isSent = turnedAway.send(StreamBytes::folderWithFile());
   EXPECT_EQ(turnedAway.receiveAll(), "");
   EXPECT_TRUE(!isSent || turnedAway.error() == std::errc::connection_reset);
-  EXPECT_TRUE(treeOf("in").empty());
+  EXPECT_TRUE(folder_.tree("in").empty());
   sink->isOverwhelmed_ = false;
   RawConnection::to(settings.port).send(StreamBytes::folderWithFile());
   EXPECT_TRUE(sink->waitFor(R"({"event":"finished","transfer":1)")) << "of the other one there was nothing to tell";
-  EXPECT_EQ(treeOf("in").size(), 2U);
+  EXPECT_EQ(folder_.tree("in").size(), 2U);
 }
 
 TEST_F(SessionTest, GivesUpOnWhoTakesNothingForNinetySeconds) {
