@@ -1,11 +1,11 @@
 #include "tests/faults/FaultsFixture.h"
 
-#include <chrono>
 #include <string_view>
 
 #include "Platform/user/NSApp.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
+#include "tests/support/IsSoon.h"
 #include "tests/support/QueueTasks.h"
 
 namespace vesko {
@@ -63,9 +63,10 @@ FaultsTest::~FaultsTest() {
 }
 
 bool FaultsTest::waitForDescriptors(std::ptrdiff_t count) const {
-  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (openDescriptors() > count && std::chrono::steady_clock::now() < bound) waitForTasks(queue_);
-  return openDescriptors() <= count;
+  return isSoon([&] {
+    waitForTasks(queue_);
+    return openDescriptors() <= count;
+  });
 }
 
 void FaultsTest::startServer(SystemFaults& faults) {

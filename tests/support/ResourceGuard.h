@@ -2,15 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <system_error>
-#include <thread>
 
 #include "Platform/queues/DispatchQueue.h"
+#include "tests/support/IsSoon.h"
 #include "tests/support/QueueTasks.h"
 
 namespace vesko {
@@ -56,8 +55,7 @@ class ResourceGuard {
 
   ~ResourceGuard() {
     // Who has let go of a connection does not wait for its end, and a thread that was joined is listed a little longer.
-    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!isRestored() && std::chrono::steady_clock::now() < bound) std::this_thread::yield();
+    if (isSoon([this] { return descriptors() == descriptors_ && threads() == threads_; })) return;
     EXPECT_EQ(descriptors(), descriptors_);
     EXPECT_EQ(threads(), threads_);
   }
@@ -75,7 +73,6 @@ class ResourceGuard {
   }
   static std::size_t descriptors() { return entriesOf("/proc/self/fd"); }
   static std::size_t threads() { return entriesOf("/proc/self/task"); }
-  [[nodiscard]] bool isRestored() const { return descriptors() == descriptors_ && threads() == threads_; }
 
   std::size_t descriptors_ = 0;
   std::size_t threads_ = 0;

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 #include "tests/hosts/cli/CliFixture.h"
+#include "tests/support/IsSoon.h"
 #include "tests/support/StreamBytes.h"
 
 namespace vesko {
@@ -83,8 +83,7 @@ TEST_F(CliReceiveTest, ItsDeathIsNoOrderlyEnd) {
   auto connection = RawConnection::to(port_);
   connection.send(unfinishedStream());
   // The first element is stored when everything has been read: the system would reset a connection with unread bytes.
-  const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (folder_.entries("in").empty() && std::chrono::steady_clock::now() < bound) std::this_thread::yield();
+  EXPECT_TRUE(isSoon([&] { return !folder_.entries("in").empty(); }));
   receiver->signal(SIGKILL);
   EXPECT_EQ(connection.receiveAll(), "");
   EXPECT_EQ(connection.error(), std::errc::connection_reset);

@@ -1,10 +1,9 @@
 #include <array>
-#include <chrono>
-#include <thread>
 
 #include "hosts/common/session/Session.h"
 #include "hosts/common/text/HumanText.h"
 #include "tests/hosts/cli/CliFixture.h"
+#include "tests/support/IsSoon.h"
 
 namespace vesko {
 namespace {
@@ -160,8 +159,7 @@ TEST_F(CliSendTest, EndsWhenInterrupted) {
   auto setup = setupFor({"text", "--to", addressOf(listener.port()), "--log", folder_.path("log")});
   setup.input.reset();
   Process typing(setup);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!folder_.exists("log") && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_TRUE(isSoon([&] { return folder_.exists("log"); }));
   typing.signal(SIGINT);
   EXPECT_EQ(typing.wait(), 130);
 }

@@ -2,7 +2,6 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "Platform/process/SystemError.h"
 #include "Platform/queues/DispatchQueue.h"
@@ -12,6 +11,7 @@
 #include "hosts/common/control/ControlServer.h"
 #include "hosts/common/events/EventJson.h"
 #include "tests/support/EventList.h"
+#include "tests/support/IsSoon.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/ResourceGuard.h"
 #include "tests/support/TemporaryFolder.h"
@@ -61,13 +61,10 @@ class HostileControlTest : private ResourceGuard, public testing::Test {
 
   /// True when the host answers a program that behaves, which it may have to wait for others to leave.
   [[nodiscard]] bool serves() const {
-    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::optional<ControlPeers> peers;
-    while (!peers && std::chrono::steady_clock::now() < bound) {
+    return isSoon([this] {
       const auto client = ControlClient::connect(port);
-      if (client) peers = client->watch(events_, [] {});
-    }
-    return peers.has_value();
+      return client && client->watch(events_, [] {});
+    });
   }
 
   const TemporaryFolder folder_;

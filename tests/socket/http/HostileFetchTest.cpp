@@ -1,7 +1,6 @@
-#include <thread>
-
 #include "Platform/text/Base64.h"
 #include "tests/socket/library/VeskoServerFixture.h"
+#include "tests/support/IsSoon.h"
 #include "tests/support/Png.h"
 #include "tests/support/ResourceGuard.h"
 
@@ -75,9 +74,7 @@ class HostileFetchTest : private ResourceGuard, public VeskoServerTest {
   }
 
   [[nodiscard]] static bool arrives(const VeskoPeer& peer) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!peer.avatar().starts_with("data:") && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    return peer.avatar().starts_with("data:");
+    return isSoon([&] { return peer.avatar().starts_with("data:"); });
   }
 
   static std::string urlOf(const std::string& png) { return "data:image/png;base64," + base64Encoded(png); }

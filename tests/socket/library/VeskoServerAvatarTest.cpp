@@ -8,6 +8,7 @@
 #include "Platform/user/NSApp.h"
 #include "Platform/user/NSImage.h"
 #include "tests/socket/library/VeskoServerFixture.h"
+#include "tests/support/IsSoon.h"
 
 namespace vesko {
 namespace {
@@ -111,13 +112,6 @@ class VeskoServerAvatarTest : public VeskoServerTest {
   /// True as soon as the picture is there; false when it does not come.
   [[nodiscard]] static bool arrives(const VeskoPeer& peer) {
     return isSoon([&] { return peer.avatar().starts_with(urlBeginning); });
-  }
-
-  template <class Condition>
-  [[nodiscard]] static bool isSoon(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    return condition();
   }
 
   TemporaryFolder home_;
