@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-#include "Platform/user/NSApp.h"
 #include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/support/IsSoon.h"
+#include "tests/support/ListingApp.h"
 #include "tests/support/QueueTasks.h"
 
 namespace vesko {
@@ -22,12 +22,6 @@ std::string patternOf(std::size_t length) {
   for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('a' + (i / 7 + i / 1000) % 26);
   return text;
 }
-
-class SilentApp final : public NSApp {
- public:
-  void runModal(const std::string& /*messageText*/) override {}
-  void terminate() override {}
-};
 
 bool isFinished(const VeskoTransferOutcome& outcome) { return outcome.kind == Kind::finished; }
 
@@ -72,7 +66,7 @@ bool FaultsTest::waitForDescriptors(std::ptrdiff_t count) const {
 void FaultsTest::startServer(SystemFaults& faults) {
   server_ = std::make_shared<VeskoServer>(0, 0, clock_);
   server_->downloadsFolder = downloads();
-  server_->application = std::make_shared<SilentApp>();
+  server_->application = std::make_shared<ListingApp>();
   server_->setIncomingDelegate(received_);
   server_->setIncomingOutcomeDelegate(received_);
   faults.asProduct([&] { server_->startServer(); });

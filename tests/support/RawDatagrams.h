@@ -16,6 +16,15 @@
 
 namespace vesko {
 
+/// What a service is told of where a datagram comes from: bytes of the system's form. `ip`: in the machine's byte
+/// order.
+inline std::string senderAddress(std::uint32_t ip) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(ip);
+  return {reinterpret_cast<const char*>(&address), sizeof address};
+}
+
 /// A UDP socket on 127.0.0.1, in blocking calls of ten seconds at most.
 class RawDatagrams {
  public:

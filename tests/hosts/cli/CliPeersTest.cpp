@@ -7,17 +7,12 @@
 #include "Platform/text/Base64.h"
 #include "hosts/common/control/ControlServer.h"
 #include "tests/hosts/cli/CliFixture.h"
-#include "tests/support/EventList.h"
+#include "tests/hosts/events/ListSink.h"
 
 namespace vesko {
 namespace {
 
 using namespace std::string_literals;
-
-class NoSink final : public EventSink {
- public:
-  void publish(Event /*event*/) override {}
-};
 
 /// A host runs on this machine and knows others; all of them are one receiver.
 class CliPeersTest : public CliTest {
@@ -45,7 +40,7 @@ class CliPeersTest : public CliTest {
   }
 
   static constexpr std::uint16_t hostPort = 4000;
-  std::shared_ptr<EventHub> hub_ = std::make_shared<EventHub>(std::make_shared<NoSink>());
+  std::shared_ptr<EventHub> hub_ = std::make_shared<EventHub>(std::make_shared<ListSink>());
   EventList announced_;
   std::atomic<bool> isNew_ = false;  ///< the host has just started; then somebody else is about to be heard
   std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test");

@@ -11,7 +11,7 @@
 #include "hosts/common/control/ControlMessage.h"
 #include "hosts/common/control/ControlServer.h"
 #include "hosts/common/events/EventJson.h"
-#include "tests/support/EventList.h"
+#include "tests/hosts/events/ListSink.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
@@ -39,11 +39,6 @@ class Variable {
 
   const char* name_;
   std::optional<std::string> before_;
-};
-
-class ListSink final : public EventSink, public EventList {
- public:
-  void publish(Event event) override { add(jsonLine(event)); }
 };
 
 PeerView peer(const std::string& key) { return {key, "192.0.2.7", 4644, "Signature", "", {}}; }

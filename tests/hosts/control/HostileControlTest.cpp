@@ -9,8 +9,7 @@
 #include "hosts/common/control/ControlFolder.h"
 #include "hosts/common/control/ControlMessage.h"
 #include "hosts/common/control/ControlServer.h"
-#include "hosts/common/events/EventJson.h"
-#include "tests/support/EventList.h"
+#include "tests/hosts/events/ListSink.h"
 #include "tests/support/IsSoon.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/ResourceGuard.h"
@@ -20,11 +19,6 @@ namespace vesko {
 namespace {
 
 using namespace std::string_literals;
-
-class ListSink final : public EventSink, public EventList {
- public:
-  void publish(Event event) override { add(jsonLine(event)); }
-};
 
 /// The control channel of a host, and programs that talk to it in bytes of their own.
 class HostileControlTest : private ResourceGuard, public testing::Test {

@@ -7,16 +7,11 @@
 #include "VeskoKit/TransferStream.h"
 #include "hosts/common/events/EventJson.h"
 #include "hosts/common/session/Session.h"
-#include "tests/support/EventList.h"
+#include "tests/hosts/events/ListSink.h"
 #include "tests/support/FakeClock.h"
 
 namespace vesko {
 namespace {
-
-class ListSink final : public EventSink, public EventList {
- public:
-  void publish(Event event) override { add(jsonLine(event)); }
-};
 
 /// An outgoing transfer that is never started: the test speaks for it.
 class TransferObserverTest : public testing::Test {

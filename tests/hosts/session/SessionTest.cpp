@@ -3,18 +3,16 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "hosts/common/events/EventJson.h"
 #include "tests/hosts/cli/CliFixture.h"
-#include "tests/support/EventList.h"
+#include "tests/hosts/events/ListSink.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/StreamBytes.h"
 
 namespace vesko {
 namespace {
 
-class SlowSink final : public EventSink, public EventList {
+class SlowSink final : public ListSink {
  public:
-  void publish(Event event) override { add(jsonLine(event)); }
   bool isOverwhelmed() const override { return isOverwhelmed_; }
 
   std::atomic<bool> isOverwhelmed_ = false;

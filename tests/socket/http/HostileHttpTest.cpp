@@ -1,5 +1,3 @@
-#include <sys/resource.h>
-
 #include <charconv>
 #include <thread>
 
@@ -7,6 +5,7 @@
 #include "Platform/text/Base64.h"
 #include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/ResourceGuard.h"
+#include "tests/support/ResourceLimit.h"
 
 namespace vesko {
 namespace {
@@ -15,24 +14,6 @@ using namespace std::string_literals;
 
 const std::string request = "GET /virno/avatar HTTP/1.1\r\nHost: here\r\n\r\n";
 const std::string lastRequest = "GET /virno/avatar HTTP/1.1\r\nConnection: close\r\n\r\n";
-
-/// Allows as many descriptors as the system does, for as long as it lives.
-class ManyDescriptors {
- public:
-  ManyDescriptors() {
-    ::getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit most{.rlim_cur = before_.rlim_max, .rlim_max = before_.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &most);
-  }
-  ~ManyDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-  ManyDescriptors(const ManyDescriptors&) = delete;
-  ManyDescriptors& operator=(const ManyDescriptors&) = delete;
-
-  [[nodiscard]] rlim_t count() const noexcept { return before_.rlim_max; }
-
- private:
-  rlimit before_{};
-};
 
 /// A service that has a picture to serve.
 class HostileHttpTest : private ResourceGuard, public VeskoServerTest {
@@ -178,8 +159,9 @@ TEST_F(HostileHttpTest, RequestsAheadOfTheirAnswers) {
 }
 
 TEST_F(HostileHttpTest, ThousandsOfIdleConnections) {
-  const ManyDescriptors descriptors;
-  const auto most = std::min<rlim_t>(3000, descriptors.count() - 2 * DefaultHTTPServer::maximumConnections);
+  const ResourceLimit descriptors(RLIMIT_NOFILE, ResourceLimit::maximum(RLIMIT_NOFILE));
+  const auto most =
+      std::min<rlim_t>(3000, ResourceLimit::maximum(RLIMIT_NOFILE) - 2 * DefaultHTTPServer::maximumConnections);
   std::vector<RawConnection> idle;
   idle.reserve(most);
   while (idle.size() < most) {

@@ -61,10 +61,7 @@ class HostileDatagramTest : private ResourceGuard, public VeskoServerTest {
   /// On the "broadcast" queue.
   void hear(std::string_view bytes, std::uint32_t host) { hear(*server_, bytes, host); }
   static void hear(VeskoServer& server, std::string_view bytes, std::uint32_t host) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(host);
-    server.udpSocketDidReceiveData(bytes, {reinterpret_cast<const char*>(&address), sizeof address});
+    server.udpSocketDidReceiveData(bytes, senderAddress(host));
   }
 
   /// Hands a datagram to the service as if it came from `host`, and returns when that has been handled.

@@ -1,14 +1,14 @@
-#include <arpa/inet.h>
 #include <netinet/in.h>
 
 #include <algorithm>
 
 #include "Platform/queues/MainQueue.h"
 #include "Platform/text/Base64.h"
-#include "Platform/user/NSApp.h"
 #include "Platform/user/NSImage.h"
 #include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/IsSoon.h"
+#include "tests/support/ListingApp.h"
+#include "tests/support/RawDatagrams.h"
 
 namespace vesko {
 namespace {
@@ -74,10 +74,7 @@ class VeskoServerAvatarTest : public VeskoServerTest {
   }
 
   void hear(const std::string& bytes, std::uint32_t number = 1) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + number);
-    const std::string from(reinterpret_cast<const char*>(&address), sizeof address);
+    const std::string from = senderAddress(INADDR_LOOPBACK - 1 + number);
     server_->broadcastDispatchQueue()->async([=, this] { server_->udpSocketDidReceiveData(bytes, from); });
     waitForTasks(server_->broadcastDispatchQueue());
   }
@@ -298,13 +295,8 @@ TEST_F(VeskoServerAvatarTest, AMainQueueThatNobodyDrainsHoldsOneTaskAndNoPicture
 }
 
 TEST_F(VeskoServerAvatarTest, ATakenPortIsShownAndListed) {
-  class App final : public NSApp, public EventList {
-   public:
-    void runModal(const std::string& messageText) override { add(messageText); }
-    void terminate() override { add("terminate"); }
-  };
   const RawListener taken;
-  const auto application = std::make_shared<App>();
+  const auto application = std::make_shared<ListingApp>();
   const auto other = std::make_shared<VeskoServer>(0, static_cast<std::uint16_t>(taken.port() - 1), clock_);
   other->localTcpPort = 0;
   other->downloadsFolder = server_->downloadsFolder;

@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "Platform/user/NSApp.h"
 #include "tests/socket/library/VeskoServerFixture.h"
+#include "tests/support/ListingApp.h"
 #include "tests/support/RawDatagrams.h"
 
 namespace vesko {
@@ -54,10 +54,7 @@ class VeskoServerDiscoveryTest : public VeskoServerTest {
   void arrive(const std::string& bytes, const Strings& hosts) {
     server_->broadcastDispatchQueue()->async([&] {
       for (const auto& host : hosts) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        ASSERT_EQ(::inet_pton(AF_INET, host.c_str(), &address.sin_addr), 1);
-        server_->udpSocketDidReceiveData(bytes, {reinterpret_cast<const char*>(&address), sizeof address});
+        server_->udpSocketDidReceiveData(bytes, senderAddress(ntohl(::inet_addr(host.c_str()))));
       }
     });
     waitForTasks(server_->broadcastDispatchQueue());
@@ -198,12 +195,7 @@ TEST_F(VeskoServerDiscoveryTest, BoundsTheTableAndTheAnswers) {
 }
 
 TEST_F(VeskoServerDiscoveryTest, StaysSilentWhereItsPortIsTaken) {
-  class App final : public NSApp, public EventList {
-   public:
-    void runModal(const std::string& messageText) override { add(messageText); }
-    void terminate() override { add("terminate"); }
-  };
-  const auto application = std::make_shared<App>();
+  const auto application = std::make_shared<ListingApp>();
   server_->application = application;
   server_->localUdpPort = other_.port();
   server_->startServer();

@@ -3,9 +3,9 @@
 #include <optional>
 #include <system_error>
 
-#include "Platform/user/NSApp.h"
 #include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/ListingApp.h"
 #include "tests/support/TimeZone.h"
 
 namespace vesko {
@@ -17,14 +17,13 @@ using StreamBytes::metadata;
 /// 5 March 2024, midnight in UTC.
 constexpr std::chrono::system_clock::time_point midnight{std::chrono::seconds(1'709'596'800)};
 
-class RecordingApp final : public NSApp, public EventList {
+class RecordingApp final : public ListingApp {
  public:
   explicit RecordingApp(const VeskoServer& server) : server_(server) {}
   void runModal(const std::string& messageText) override {
-    add(messageText);
+    ListingApp::runModal(messageText);
     add("listed " + server_.failedEndpoints().back().endpoint);
   }
-  void terminate() override { add("terminate"); }
 
  private:
   const VeskoServer& server_;

@@ -12,7 +12,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <future>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -69,20 +68,6 @@ class Loopback {
   FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
-/// A queue that runs nothing while this lives.
-class Pause {
- public:
-  explicit Pause(DispatchQueue& queue) {
-    queue.async([blocked = end_.get_future().share()] { blocked.wait(); });
-  }
-  ~Pause() { end_.set_value(); }
-  Pause(const Pause&) = delete;
-  Pause& operator=(const Pause&) = delete;
-
- private:
-  std::promise<void> end_;
-};
-
 /// Enters namespaces of its own; as an ordinary user by way of one of users.
 [[nodiscard]] bool enter(int spaces) { return ::unshare(::geteuid() == 0 ? spaces : spaces | CLONE_NEWUSER) == 0; }
 
@@ -124,7 +109,7 @@ void expectThatChangesAreToldTogether() {
   ASSERT_TRUE(watched.isTold());
   for (const int count : {20, 2000}) {  // the second time, more than the system keeps
     {
-      const Pause pause(*watched.queue);
+      const HeldQueue held(watched.queue);
       for (int i = 0; i < count; ++i) watched.loopback.setUp(i % 2 != 0);
     }
     EXPECT_TRUE(watched.events.waitFor("change"));
@@ -138,7 +123,7 @@ void expectThatChangesAreToldTogether() {
 void expectSilenceAfterTheEnd() {
   Watched watched;
   {
-    const Pause pause(*watched.queue);
+    const HeldQueue held(watched.queue);
     watched.queue->async([&] { watched.watch.reset(); });
     watched.loopback.setUp(true);
   }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <future>
 #include <string>
@@ -10,26 +9,11 @@
 
 #include "Platform/files/FileHandle.h"
 #include "Platform/queues/MainQueue.h"
+#include "tests/support/ResourceLimit.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
 namespace {
-
-/// While it lives, no file can grow beyond a kilobyte; who tries is signalled.
-class SmallFiles {
- public:
-  SmallFiles() {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit small{.rlim_cur = 1000, .rlim_max = before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &small);
-  }
-  ~SmallFiles() { ::setrlimit(RLIMIT_FSIZE, &before_); }
-  SmallFiles(const SmallFiles&) = delete;
-  SmallFiles& operator=(const SmallFiles&) = delete;
-
- private:
-  rlimit before_{};
-};
 
 TEST(DispatchQueueTest, ALimitOfFileSizesEndsAWriteAndNotTheProcess) {
   const TemporaryFolder folder;
@@ -37,7 +21,7 @@ TEST(DispatchQueueTest, ALimitOfFileSizesEndsAWriteAndNotTheProcess) {
                             DispatchQueue::global(), std::shared_ptr<DispatchQueue>(MainQueue::shared())}) {
     std::promise<std::error_code> result;
     queue->async([&] {
-      const SmallFiles limit;
+      const ResourceLimit limit(RLIMIT_FSIZE, 1000);
       FileHandle file(FileDescriptor(::open(folder.path("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
       std::error_code error;
       file.writeData(std::string(2000, 'x'), error);

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <functional>
-#include <future>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -140,12 +140,10 @@ TEST_F(UdpSocketTest, DatagramsGoBothWaysWhole) {
 
 TEST_F(UdpSocketTest, SendingIsOverWhenTheCallReturns) {
   open();
-  std::promise<void> mayGoOn;
-  queue_->async([blocked = mayGoOn.get_future().share()] { blocked.wait(); });
+  const HeldQueue held(queue_);
   send("goodbye");
   socket_.reset();
   EXPECT_EQ(raw_.receive(), "goodbye");
-  mayGoOn.set_value();
 }
 
 TEST_F(UdpSocketTest, TellsWhatIsNotSent) {
@@ -250,15 +248,14 @@ TEST_F(UdpSocketTest, NothingIsToldAfterTheEnd) {
     socket_ = make();
     open();
     const std::uint16_t port = socket_->localPort();
-    std::promise<void> mayGoOn;
-    queue_->async([blocked = mayGoOn.get_future().share()] { blocked.wait(); });
+    std::optional<HeldQueue> held(queue_);
     for (int i = 0; i < 10; ++i) raw_.send("data", port);
     socket_->sendData("data", "nowhere", 1, -1, 1);
     events_->onReceive = [&] {
       socket_->sendData("data", "nowhere", 1, -1, 2);
       end();
     };
-    mayGoOn.set_value();
+    held.reset();
     ASSERT_TRUE(events_->waitFor("received"));
     waitForTasks(queue_);
     EXPECT_EQ(events_->startingWith("received").size(), 1U);
