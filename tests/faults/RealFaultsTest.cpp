@@ -87,7 +87,6 @@ void enterOwnMounts() {
   ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
 }
 
-// Suites of this name run first: a child that is forked later would miss the threads behind the queues.
 class RealFaultsDeathTest : public testing::Test {};
 
 TEST_F(RealFaultsDeathTest, AFullDisk) {

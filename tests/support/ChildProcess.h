@@ -12,7 +12,8 @@
 namespace vesko {
 
 /// Runs `body` in a process of its own, which may give up rights and change what belongs to the process. True when it
-/// ended by itself and none of its expectations failed.
+/// ended by itself and none of its expectations failed. The child misses the threads behind the queues, if there are
+/// any yet: a body that uses queues belongs into a suite called "...DeathTest", as those run first.
 template <class Body>
 [[nodiscard]] bool passesInChild(Body body) {
   std::fflush(nullptr);

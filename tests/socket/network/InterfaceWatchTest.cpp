@@ -167,7 +167,7 @@ void expectTheErrorOfTheSystem() {
   EXPECT_EQ(error, std::errc::too_many_files_open);
 }
 
-TEST(InterfaceWatchTest, TellsOfChangesOfTheInterfaces) {
+TEST(InterfaceWatchDeathTest, TellsOfChangesOfTheInterfaces) {
   if (!passesInChild([] { ::_exit(enter(CLONE_NEWNET) ? 0 : 1); })) {
     GTEST_SKIP() << "a network namespace of one's own is not permitted here";
   }
