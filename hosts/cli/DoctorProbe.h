@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosts/cli/Run.h"
+#include "hosts/cli/Program.h"
 #include "hosts/common/doctor/Doctor.h"
 
 namespace vesko {

@@ -8,12 +8,15 @@
 #include <string>
 #include <string_view>
 
-#include "hosts/cli/Run.h"
+#include "hosts/cli/ExitCode.h"
+#include "hosts/cli/Program.h"
+#include "hosts/common/events/EventQueue.h"
 #include "hosts/common/session/SessionState.h"
 
 namespace vesko {
 
 class ControlClient;
+class Session;
 
 /// When `wait` will have passed.
 [[nodiscard]] std::chrono::steady_clock::time_point timeIn(std::chrono::duration<double> wait);

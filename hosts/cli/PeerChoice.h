@@ -4,7 +4,8 @@
 #include <string>
 #include <variant>
 
-#include "hosts/cli/Run.h"
+#include "hosts/cli/ExitCode.h"
+#include "hosts/cli/Program.h"
 #include "hosts/common/events/Events.h"
 
 namespace vesko {

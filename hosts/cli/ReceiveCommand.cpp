@@ -5,6 +5,7 @@
 
 #include "Platform/files/FileManager.h"
 #include "hosts/cli/Questions.h"
+#include "hosts/cli/SessionRun.h"
 #include "hosts/common/session/Session.h"
 
 namespace vesko {

@@ -7,8 +7,8 @@
 
 #include "Platform/files/FileManager.h"
 #include "VeskoKit/PathText.h"
-#include "hosts/cli/Outgoing.h"
 #include "hosts/cli/PeerChoice.h"
+#include "hosts/cli/SendAndFollow.h"
 
 namespace vesko {
 namespace {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "hosts/cli/Run.h"
+#include "hosts/cli/ExitCode.h"
+#include "hosts/cli/Program.h"
 
 namespace vesko {
 

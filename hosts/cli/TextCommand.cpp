@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "hosts/cli/Outgoing.h"
 #include "hosts/cli/PeerChoice.h"
+#include "hosts/cli/SendAndFollow.h"
 #include "hosts/common/text/HumanText.h"
 
 namespace vesko {

@@ -1,6 +1,8 @@
-#include "hosts/cli/Outgoing.h"
+#include "hosts/cli/SendAndFollow.h"
 
 #include <utility>
+
+#include "hosts/cli/SessionRun.h"
 
 namespace vesko {
 

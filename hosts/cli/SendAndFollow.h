@@ -2,7 +2,8 @@
 
 #include <functional>
 
-#include "hosts/cli/Run.h"
+#include "hosts/cli/ExitCode.h"
+#include "hosts/cli/Program.h"
 #include "hosts/common/session/Session.h"
 
 namespace vesko {

@@ -6,24 +6,13 @@
 #include <optional>
 #include <utility>
 
-#include "hosts/cli/Console.h"
 #include "hosts/cli/ExitCode.h"
-#include "hosts/cli/Interrupts.h"
-#include "hosts/cli/Options.h"
-#include "hosts/cli/Reporter.h"
+#include "hosts/cli/Program.h"
 #include "hosts/common/events/EventQueue.h"
 
 namespace vesko {
 
 class Session;
-
-/// What every command works with.
-struct Program {
-  const CommonOptions& options;
-  Console& console;
-  Reporter& reporter;
-  Interrupts& interrupts;
-};
 
 /// The run of one session: takes its events, has them reported, and keeps in mind how its first transfer went. Used on
 /// the main thread.

@@ -1,4 +1,4 @@
-#include "hosts/cli/Run.h"
+#include "hosts/cli/SessionRun.h"
 
 #include "hosts/common/session/Session.h"
 
