@@ -41,7 +41,7 @@ ExitCode runReceive(Program& program, const ReceiveOptions& options) {
   if (const ExitCode code = findFolder(program, options, settings.downloadsFolder); code != ExitCode::success) {
     return code;
   }
-  Run run(program);
+  SessionRun run(program);
   run.handleInterrupts(ExitCode::success);
   Session session(run.events(), settings);
   std::optional<Questions> questions;

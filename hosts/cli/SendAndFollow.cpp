@@ -8,7 +8,7 @@ namespace vesko {
 
 ExitCode sendAndFollow(Program& program, const PeerView& peer,
                        const std::function<PreparedTransfer(Session&)>& prepare) {
-  Run run(program);
+  SessionRun run(program);
   Session session(run.events());
   PreparedTransfer transfer = prepare(session);
   if (transfer.items.empty()) {

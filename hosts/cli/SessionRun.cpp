@@ -14,11 +14,11 @@ ExitCode codeOf(const FailedEvent& event) {
 
 }  // namespace
 
-void Run::handleInterrupts(ExitCode overdue) {
+void SessionRun::handleInterrupts(ExitCode overdue) {
   program_.interrupts.handle([events = events_] { events->interrupt(); }, overdue);
 }
 
-void Run::takeEvents(const std::function<bool()>& isDone) {
+void SessionRun::takeEvents(const std::function<bool()>& isDone) {
   while (true) {
     if (const auto event = events_->next(program_.reporter.refreshAt())) {
       take(*event);
@@ -31,11 +31,11 @@ void Run::takeEvents(const std::function<bool()>& isDone) {
   }
 }
 
-void Run::takeWaitingEvents() {
+void SessionRun::takeWaitingEvents() {
   while (const auto event = events_->nextWaiting()) take(*event);
 }
 
-void Run::windDown(Session& session) {
+void SessionRun::windDown(Session& session) {
   program_.console.clearBar();
   session.leave();
   session.cancelAll();
@@ -45,7 +45,7 @@ void Run::windDown(Session& session) {
   }
 }
 
-void Run::take(const Event& event) {
+void SessionRun::take(const Event& event) {
   if (listener_) listener_(event);
   program_.reporter.report(event);
   std::visit(Overloaded{[this](const TransferStartedEvent&) { ++running_; },
@@ -61,7 +61,7 @@ void Run::take(const Event& event) {
              event);
 }
 
-void Run::noteEnd(TransferId transfer, ExitCode code) {
+void SessionRun::noteEnd(TransferId transfer, ExitCode code) {
   --running_;
   if (transfer == firstTransfer) firstEnd_ = code;
 }

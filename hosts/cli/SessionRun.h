@@ -16,9 +16,9 @@ class Session;
 
 /// The run of one session: takes its events, has them reported, and keeps in mind how its first transfer went. Used on
 /// the main thread.
-class Run {
+class SessionRun {
  public:
-  explicit Run(Program& program) : program_(program) {}
+  explicit SessionRun(Program& program) : program_(program) {}
 
   /// Where the session's events go; those that change nothing for the reporter are left out.
   [[nodiscard]] const std::shared_ptr<EventQueue>& events() const noexcept { return events_; }
