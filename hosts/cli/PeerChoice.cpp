@@ -28,7 +28,7 @@ ExitCode complainNobody(Program& program) {
 }
 
 PeerOrCode settle(Program& program, const std::string& name, const Peers& peers) {
-  const auto matches = peersMatching(peers, name).peers;
+  const auto matches = peersMatching(peers, name);
   if (matches.size() == 1) return matches.front();
   if (peers.empty()) return complainNobody(program);
   if (matches.empty()) {
@@ -53,9 +53,9 @@ bool namesWhole(const Event& event, const std::string& name) {
 /// Waits until all that `name` may fit have had time to answer, or one is called exactly that. False when the host that
 /// was asked has gone meanwhile.
 bool listenFor(Lookup& lookup, const std::string& name, Seconds wait) {
-  const PeerMatches known = peersMatching(lookup.peers(), name);
-  if (known.isWhole) return true;
-  const bool isAnew = known.peers.empty();
+  const auto known = peersMatching(lookup.peers(), name);
+  const bool isAnew = known.empty();
+  if (!isAnew && isWholeNameOf(known.front(), name)) return true;
   if (lookup.isHosted() && isAnew) lookup.announce();
   const auto deadline = timeIn(isAnew ? wait : lookup.leftOf(wait));
   while (const auto event = lookup.next(deadline)) {

@@ -40,18 +40,18 @@ bool isWholeNameOf(const PeerView& peer, std::string_view text) {
   return smallLetters(peer.systemSignature) == wanted || smallLetters(nameOfPeer(peer)) == wanted;
 }
 
-PeerMatches peersMatching(const std::map<std::string, PeerView>& peers, std::string_view text) {
+std::vector<PeerView> peersMatching(const std::map<std::string, PeerView>& peers, std::string_view text) {
   const std::u32string wanted = smallLetters(text);
-  PeerMatches whole{{}, true};
-  PeerMatches partial;
+  std::vector<PeerView> whole;
+  std::vector<PeerView> partial;
   for (const auto& [key, peer] : peers) {
     if (isWholeNameOf(peer, text)) {
-      whole.peers.push_back(peer);
+      whole.push_back(peer);
     } else if (smallLetters(peer.systemSignature).find(wanted) != std::u32string::npos) {
-      partial.peers.push_back(peer);
+      partial.push_back(peer);
     }
   }
-  return whole.peers.empty() ? partial : whole;
+  return whole.empty() ? partial : whole;
 }
 
 }  // namespace vesko

@@ -27,13 +27,8 @@ namespace vesko {
 /// True when `text` is the whole name or signature, letter case ignored.
 [[nodiscard]] bool isWholeNameOf(const PeerView& peer, std::string_view text);
 
-struct PeerMatches {
-  std::vector<PeerView> peers;
-  bool isWhole = false;  ///< the text is the whole name, not a part of it
-};
-
 /// The machines that `text` may mean: those of which it is the whole name or signature, else those whose signature
 /// it is a part of. Letter case is ignored. Requires: `text` is not empty.
-[[nodiscard]] PeerMatches peersMatching(const std::map<std::string, PeerView>& peers, std::string_view text);
+[[nodiscard]] std::vector<PeerView> peersMatching(const std::map<std::string, PeerView>& peers, std::string_view text);
 
 }  // namespace vesko
