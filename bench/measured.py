@@ -1,19 +1,15 @@
-"""What the benchmarks measure: where it is, and building it."""
+"""What the benchmarks measure: where it is, and building it. Importing this lets what tests/support has be found."""
 
 import pathlib
 import re
-import shlex
-import subprocess
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build/release"
-VESKO = BUILD / "hosts/cli/vesko"
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "tests/support"))
+
+import script  # pylint: disable=wrong-import-position
+from script import BUILD, ROOT, VESKO, Failure  # pylint: disable=wrong-import-position,unused-import
+
 NAME = pathlib.Path(sys.argv[0]).name  # of the script that runs
-
-
-class Failure(Exception):
-    """A message for the user."""
 
 
 def note(text):
@@ -23,15 +19,8 @@ def note(text):
 
 def build(*targets):
     """Builds what is measured, and what it is measured with."""
-    commands = [["cmake", "--build", "--preset", "release", "--target", *targets]]
-    if not (BUILD / "build.ninja").exists():
-        commands.insert(0, ["cmake", "--preset", "release"])
     note(f"building {BUILD.relative_to(ROOT)}")
-    for command in commands:
-        result = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                check=False)
-        if result.returncode != 0:
-            raise Failure(f"failed: {shlex.join(command)}\n{result.stdout}")
+    script.build(*targets)
 
 
 def cached_variable(name):

@@ -6,9 +6,9 @@ import subprocess
 
 from lans.hosts import Hosts
 from lans.lan import Lan
-from lans.spaces import postponed_signals
 from lans.tables import print_table
 from measured import BUILD, Failure, note
+from script import postponed_signals
 
 ASKER, ANSWERERS = 1, range(2, 10)
 BARE_PORT = 4650

@@ -11,8 +11,8 @@ import time
 
 from lans.lan import TIME_LIMIT
 from lans.program import PORT
-from lans.spaces import postponed_signals
 from measured import VESKO, Failure
+from script import postponed_signals
 
 
 class Host:

@@ -7,8 +7,9 @@ import socket
 import struct
 import time
 
-from lans.spaces import Spaces, postponed_signals, run_ip
 from measured import Failure
+from networks import Spaces, run_ip
+from script import postponed_signals
 
 TIME_LIMIT = 10  # seconds
 NEIGHBOUR_LIMITS = [pathlib.Path(f"/proc/sys/net/ipv4/neigh/default/gc_thresh{number}") for number in (1, 2, 3)]

@@ -10,9 +10,9 @@ import time
 from lans.hosts import Hosts
 from lans.lan import TIME_LIMIT, Lan
 from lans.program import PORT
-from lans.spaces import run_ip
 from lans.tables import print_table
 from measured import VESKO, Failure, note
+from networks import run_ip
 
 HOST, CROWD = 1, 2  # the machine of the host, and the one that all others' datagrams come from
 HELLOS_PER_SECOND = 1000

@@ -10,8 +10,8 @@ import subprocess
 import tempfile
 import time
 
-from lans.spaces import postponed_signals
 from measured import VESKO, Failure
+from script import postponed_signals
 
 PORT = 4700
 TIME_LIMIT = 120  # seconds that one passage may take

@@ -8,8 +8,9 @@ import statistics
 import subprocess
 import time
 
-from lans.spaces import Spaces, postponed_signals, run_ip
 from measured import BUILD, Failure
+from networks import Spaces, run_ip
+from script import postponed_signals
 
 RATE = 1_000_000_000  # bits per second
 SMALLEST_QUEUE = 256 * 1024  # bytes

@@ -1,7 +1,7 @@
-"""What the endurance programs share: payloads that can be told whole, `vesko` as a process, a network of their own."""
+"""What the endurance programs share: payloads that can be told whole, `vesko` as a process. Importing this lets what
+tests/support has be found."""
 
 import contextlib
-import ctypes
 import functools
 import hashlib
 import json
@@ -9,9 +9,7 @@ import os
 import pathlib
 import random
 import re
-import shlex
 import shutil
-import signal
 import socket
 import struct
 import subprocess
@@ -20,78 +18,20 @@ import tempfile
 import threading
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-BUILD = ROOT / "build/release"
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+
+# pylint: disable=wrong-import-position
+from networks import NoNetwork, enter_own_network
+from script import VESKO, Failure, build, end_on_signals, temporary_folder
+
 PORT = 4644
 TIME_LIMIT = 30  # seconds that anything may take which has to happen; programs under sanitizers are slow
-STOP_SIGNALS = (signal.SIGINT, signal.SIGTERM)
 ENDS_WITH_PARENT = ("setpriv", "--pdeathsig", "KILL")  # what a program is started by that must not outlive this one
 TEXT_NAME = "___VIRNO___TEXT___"
 FOLDER_MARK = (1 << 64) - 1
 STORAGE_PREFIX = ".VeskoTransferIntermediateStorage"
 STORAGE_NAME = re.compile(re.escape(STORAGE_PREFIX) + r"\d{14}[A-Za-z0-9]{32}")
 NAME_OF_SEVERAL = r"Received by Vesko at \d{4}-\d\d-\d\d \d\d-\d\d"
-
-
-class Failure(Exception):
-    """A message for the user."""
-
-
-class Skipped(Exception):
-    """Why nothing can be tried here."""
-
-
-@contextlib.contextmanager
-def postponed_signals():
-    """Until the end of the block, who wants to stop this has to wait, so that what it makes or removes is known."""
-    pending = []
-    before = {number: signal.signal(number, lambda number, _: pending.append(number)) for number in STOP_SIGNALS}
-    try:
-        yield
-    finally:
-        for number, handler in before.items():
-            signal.signal(number, handler)
-        if pending:
-            signal.raise_signal(pending[0])
-
-
-def stop(number, _):
-    """Ends this script, which clears up; whoever asks once more does not stop that."""
-    for each in STOP_SIGNALS:
-        signal.signal(each, signal.SIG_IGN)
-    sys.exit(128 + number)
-
-
-@contextlib.contextmanager
-def temporary_folder(name, parent):
-    folder = pathlib.Path(tempfile.mkdtemp(prefix=f"vesko-{name}-", dir=parent))
-    try:
-        yield folder
-    finally:
-        with postponed_signals():
-            shutil.rmtree(folder)
-
-
-def enter_own_network():
-    """Gives this process, and so all it starts, a network of its own: what is announced there reaches nobody."""
-    new_users, new_network = 0x10000000, 0x40000000  # CLONE_NEWUSER, CLONE_NEWNET, linux/sched.h
-    libc = ctypes.CDLL(None, use_errno=True)
-    user, group = os.geteuid(), os.getegid()
-    if libc.unshare(new_network if user == 0 else new_users | new_network) != 0:
-        raise Skipped(f"no network of its own can be made here: {os.strerror(ctypes.get_errno())}")
-    if user != 0:
-        # As root among users of its own: another user would lose the right to set up the network with the next exec.
-        pathlib.Path("/proc/self/setgroups").write_text("deny", encoding="ascii")
-        pathlib.Path("/proc/self/uid_map").write_text(f"0 {user} 1", encoding="ascii")
-        pathlib.Path("/proc/self/gid_map").write_text(f"0 {group} 1", encoding="ascii")
-    run_ip(["link set lo up"])
-
-
-def run_ip(lines):
-    result = subprocess.run(["ip", "-batch", "-"], input="".join(f"{line}\n" for line in lines), text=True,
-                            capture_output=True, check=False, start_new_session=True)
-    if result.returncode != 0:
-        raise Failure(f"ip: {result.stderr.strip()}")
 
 
 def number_bytes(value):
@@ -320,18 +260,6 @@ def standard_errors():
             raise Failure(f"{error}\n{file.read()}") from error
 
 
-def build():
-    commands = [["cmake", "--build", "--preset", "release", "--target", "vesko"]]
-    if not (BUILD / "build.ninja").exists():
-        commands.insert(0, ["cmake", "--preset", "release"])
-    for command in commands:
-        result = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                check=False)
-        if result.returncode != 0:
-            raise Failure(f"failed: {shlex.join(command)}\n{result.stdout}")
-    return BUILD / "hosts/cli/vesko"
-
-
 def sanitizer_of(program):
     """The sanitizer a program is built with, or an empty text."""
     contents = program.read_bytes()
@@ -340,14 +268,15 @@ def sanitizer_of(program):
 
 def run_program(name, arguments, task):
     """Runs `task` with the program under test and a folder, and ends this process with its exit code."""
-    for number in STOP_SIGNALS:
-        signal.signal(number, stop)
+    end_on_signals()
     try:
-        program = arguments.vesko.resolve() if arguments.vesko else build()
-        enter_own_network()
+        if not arguments.vesko:
+            build("vesko")
+        program = (arguments.vesko or VESKO).resolve()
+        enter_own_network(also_as_user=True)
         with temporary_folder(name, arguments.dir) as folder:
             sys.exit(task(arguments, program, folder))
-    except Skipped as reason:
+    except NoNetwork as reason:
         print(f"skipped: {reason}")
     except (Failure, OSError, subprocess.SubprocessError) as error:
         sys.exit(f"{name}: {error}")
