@@ -1,6 +1,5 @@
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -12,6 +11,7 @@
 #include "tests/faults/FaultsFixture.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/Namespaces.h"
 #include "tests/support/QueueTasks.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/StreamBytes.h"
@@ -76,15 +76,7 @@ const std::string rest = std::string(600 * kibibyte, 'x') + StreamBytes::file("l
 
 /// True when processes here may mount what others do not see.
 bool mayMount() {
-  return passesInChild([] {
-    if (::unshare(CLONE_NEWNS) != 0) ::_exit(1);
-  });
-}
-
-/// Gives this process mounts of its own.
-void enterOwnMounts() {
-  ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
-  ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+  return passesInChild([] { ::_exit(::geteuid() == 0 && enterOwnMounts() ? 0 : 1); });
 }
 
 class RealFaultsDeathTest : public testing::Test {};
@@ -92,7 +84,7 @@ class RealFaultsDeathTest : public testing::Test {};
 TEST_F(RealFaultsDeathTest, AFullDisk) {
   if (!mayMount()) GTEST_SKIP() << "only root may mount";
   EXPECT_TRUE(passesInChild([] {
-    enterOwnMounts();
+    ASSERT_TRUE(enterOwnMounts());
     BothEnds ends;
     ASSERT_EQ(::mount("none", ends.downloads().c_str(), "tmpfs", 0, "size=1m,nr_inodes=16"), 0);
     EXPECT_EQ(ends.receivedOf(2048 * kibibyte), VeskoFailureReason::noSpace) << "known before the first byte";
@@ -115,7 +107,7 @@ TEST_F(RealFaultsDeathTest, AFullDisk) {
 TEST_F(RealFaultsDeathTest, AReadOnlyDisk) {
   if (!mayMount()) GTEST_SKIP() << "only root may mount";
   EXPECT_TRUE(passesInChild([] {
-    enterOwnMounts();
+    ASSERT_TRUE(enterOwnMounts());
     BothEnds ends;
     const auto downloads = ends.downloads();
     ASSERT_EQ(::mount("none", downloads.c_str(), "tmpfs", MS_RDONLY, ""), 0);

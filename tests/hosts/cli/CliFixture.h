@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/OwnNetwork.h"
+#include "tests/support/Namespaces.h"
 #include "tests/support/Process.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"

@@ -6,7 +6,6 @@
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -26,6 +25,7 @@
 #include "tests/support/EventList.h"
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/IsSoon.h"
+#include "tests/support/Namespaces.h"
 #include "tests/support/QueueTasks.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -67,9 +67,6 @@ class Loopback {
 
   FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
-
-/// Enters namespaces of its own; as an ordinary user by way of one of users.
-[[nodiscard]] bool enter(int spaces) { return ::unshare(::geteuid() == 0 ? spaces : spaces | CLONE_NEWUSER) == 0; }
 
 struct Watched {
   Watched() { waitForTasks(queue); }
@@ -168,13 +165,13 @@ void expectTheErrorOfTheSystem() {
 }
 
 TEST(InterfaceWatchDeathTest, TellsOfChangesOfTheInterfaces) {
-  if (!passesInChild([] { ::_exit(enter(CLONE_NEWNET) ? 0 : 1); })) {
+  if (!passesInChild([] { ::_exit(enterOwnSpaces(CLONE_NEWNET) ? 0 : 1); })) {
     GTEST_SKIP() << "a network namespace of one's own is not permitted here";
   }
   for (const auto expectation : {expectThatChangesAreTold, expectThatChangesAreToldTogether, expectSilenceAfterTheEnd,
                                  expectThatItEndsOnAnyThread, expectTheErrorOfTheSystem}) {
     EXPECT_TRUE(passesInChild([expectation] {
-      ASSERT_TRUE(enter(CLONE_NEWNET));
+      ASSERT_TRUE(enterOwnSpaces(CLONE_NEWNET));
       expectation();
     }));
   }
@@ -199,10 +196,10 @@ void expectThatChangesAreKnownAtOnce() {
 }
 
 TEST(OwnAddressesTest, FollowsTheSystem) {
-  const auto tryIt = [] { ::_exit(enter(CLONE_NEWNET) && ip("link add type veth") ? 0 : 1); };
+  const auto tryIt = [] { ::_exit(enterOwnSpaces(CLONE_NEWNET) && ip("link add type veth") ? 0 : 1); };
   if (!passesInChild(tryIt)) GTEST_SKIP() << "a network of one's own, or ip(8), is not to be had here";
   EXPECT_TRUE(passesInChild([] {
-    ASSERT_TRUE(enter(CLONE_NEWNET));
+    ASSERT_TRUE(enterOwnSpaces(CLONE_NEWNET));
     expectThatChangesAreKnownAtOnce();
   }));
 }
@@ -235,8 +232,7 @@ TEST(OwnAddressesTest, KnowsThemWhateverTheSystemIsShortOf) {
 
 /// Puts `folder` in the place of the system's folder of interfaces, for this process only.
 [[nodiscard]] bool replaceInterfaces(const TemporaryFolder& folder) {
-  return enter(CLONE_NEWNS) && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         ::mount(folder.path().c_str(), "/sys/class/net", nullptr, MS_BIND, nullptr) == 0;
+  return enterOwnMounts() && replaceFolder("/sys/class/net", folder.path());
 }
 
 TEST(NetworkInterfacesTest, KindsOfInterfaces) {

@@ -1,13 +1,11 @@
 #include "Platform/files/DirectoryHandle.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <memory>
 #include <string>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Namespaces.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
@@ -55,22 +54,9 @@ TEST(DirectoryHandleTest, RemovesWhatItMayAndSaysWhatItMayNot) {
   EXPECT_EQ(folder.read("tree/closed/file") + folder.read("tree/readable/file"), "theirstheirs");
 }
 
-/// Lets this process mount, as the user who it is: one without a number in a namespace can make no file there.
-[[nodiscard]] bool enterMountNamespace() {
-  const uid_t user = ::geteuid();
-  const gid_t group = ::getegid();
-  if (user == 0) return ::unshare(CLONE_NEWNS) == 0;
-  if (::unshare(CLONE_NEWNS | CLONE_NEWUSER) != 0) return false;
-  std::ofstream("/proc/self/setgroups") << "deny";
-  std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
-  std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
-  return ::geteuid() == user && ::getegid() == group;
-}
-
 /// Mounts an empty file system, for this process only.
 [[nodiscard]] bool mountAt(const std::string& path) {
-  return enterMountNamespace() && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         ::mount("none", path.c_str(), "tmpfs", 0, "size=1m") == 0;
+  return enterOwnMounts() && ::mount("none", path.c_str(), "tmpfs", 0, "size=1m") == 0;
 }
 
 TEST(DirectoryHandleTest, RemovesNothingThatIsMountedInATree) {

@@ -1,8 +1,6 @@
 #include "Platform/user/AccountPicture.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +9,7 @@
 
 #include "Platform/user/NSImage.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Namespaces.h"
 #include "tests/support/Png.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -85,10 +84,7 @@ TEST(AccountPicture, DecodesAFileAgainOnlyWhenItChanged) {
 
 /// Puts `folder` in the place of the folders of accounts and of their pictures, for this process only.
 [[nodiscard]] bool replaceSystemFolders(const TemporaryFolder& folder) {
-  if (::unshare(::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) return false;
-  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         ::mount(folder.path().c_str(), "/etc", nullptr, MS_BIND, nullptr) == 0 &&
-         ::mount(folder.path().c_str(), "/var/lib", nullptr, MS_BIND, nullptr) == 0;
+  return enterOwnMounts() && replaceFolder("/etc", folder.path()) && replaceFolder("/var/lib", folder.path());
 }
 
 void expectPathsOfLogins(const TemporaryFolder& folder) {

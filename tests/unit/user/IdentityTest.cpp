@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <string>
 #include <string_view>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Namespaces.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
@@ -42,10 +42,7 @@ TEST(IdentityTest, AssignedValues) {
 
 /// Puts `folder` in the place of /etc, for this process only, and gives the machine a name of its own.
 [[nodiscard]] bool replaceSystemFolder(const TemporaryFolder& folder, std::string_view hostName) {
-  const int spaces = CLONE_NEWNS | CLONE_NEWUTS;
-  if (::unshare(::geteuid() == 0 ? spaces : spaces | CLONE_NEWUSER) != 0) return false;
-  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         ::mount(folder.path().c_str(), "/etc", nullptr, MS_BIND, nullptr) == 0 &&
+  return enterOwnMounts(CLONE_NEWUTS) && replaceFolder("/etc", folder.path()) &&
          ::sethostname(hostName.data(), hostName.size()) == 0;
 }
 
