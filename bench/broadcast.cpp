@@ -42,11 +42,11 @@ Result check(Result result, const char* what) {
   return result;
 }
 
-sockaddr_in addressOf(const std::string& host, std::uint16_t port) {
+sockaddr_in addressOf(const std::string& ip, std::uint16_t port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  if (::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) throw std::invalid_argument(host);
+  if (::inet_pton(AF_INET, ip.c_str(), &address.sin_addr) != 1) throw std::invalid_argument(ip);
   return address;
 }
 

@@ -122,15 +122,15 @@ class Session {
     const int answers = server_->answers - answersBefore;
     check(server_->answers <= VeskoServer::maximumAnswers, "answers are bounded");
     const auto datagram = decodeDiscoveryDatagram(data);
-    if (!datagram || address.size() != sizeof(sockaddr_in) || hostOf(address) == ownAddress) {
+    if (!datagram || address.size() != sizeof(sockaddr_in) || ipOf(address) == ownAddress) {
       check(answers == 0, "nothing else is answered");
     } else if (const auto* const hello = std::get_if<DiscoveryHello>(&*datagram)) {
       const auto port = hello->port.value_or(VeskoServer::defaultPort);
-      heard_[hostOf(address)] = {port, hello->signature};
+      heard_[ipOf(address)] = {port, hello->signature};
       check(answers == (hello->isToAll ? 1 : 0), "a hello to all is answered");
-      if (answers > 0) check(server_->answer == std::pair(hostOf(address), port), "who asks is answered");
+      if (answers > 0) check(server_->answer == std::pair(ipOf(address), port), "who asks is answered");
     } else {
-      heard_.erase(hostOf(address));
+      heard_.erase(ipOf(address));
     }
   }
 
@@ -138,16 +138,16 @@ class Session {
     const auto peers = server_->peers();
     check(peers == observer_->peers, "the table is what was told of it");
     check(peers.size() == heard_.size(), "who was heard is in the table");
-    for (const auto& [host, heard] : heard_) {
-      const auto found = peers.find(host);
-      check(found != peers.end() && found->second->ip() == host, "who was heard is found by its address");
+    for (const auto& [ip, heard] : heard_) {
+      const auto found = peers.find(ip);
+      check(found != peers.end() && found->second->ip() == ip, "who was heard is found by its address");
       check(found->second->port() == heard.port, "the port is that of the last hello");
       check(found->second->systemSignature() == heard.signature, "the signature is that of the last hello");
     }
   }
 
  private:
-  static std::string hostOf(const std::string& address) {
+  static std::string ipOf(const std::string& address) {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(address.data()) + offsetof(sockaddr_in, sin_addr);
     return std::to_string(bytes[0]) + '.' + std::to_string(bytes[1]) + '.' + std::to_string(bytes[2]) + '.' +
            std::to_string(bytes[3]);

@@ -50,8 +50,8 @@ class Destination:
 def touch_free_memory():
     """Has the system hold free memory for what follows, more than a transfer here takes.
 
-    A virtual machine gives memory back to its host soon after it was freed, and gets it again page by page: that takes
-    several times as long as a transfer into it, and would fall on some transfers and not on others.
+    A virtual machine gives memory back soon after it was freed, and gets it again page by page: that takes several
+    times as long as a transfer into it, and would fall on some transfers and not on others.
     """
     madvise_populate_write = 23  # MADV_POPULATE_WRITE, asm-generic/mman-common.h
     with mmap.mmap(-1, min(WARM_MEMORY, available_memory() // 2)) as memory, contextlib.suppress(OSError):

@@ -218,7 +218,7 @@ def wait_until(condition, limit=TIME_LIMIT):
     return True
 
 
-def connect(port, host="127.0.0.1", source=""):
+def connect(port, address="127.0.0.1", source=""):
     connection = socket.socket()
     connection.settimeout(TIME_LIMIT)
     if source:
@@ -227,7 +227,7 @@ def connect(port, host="127.0.0.1", source=""):
         connection.setsockopt(socket.IPPROTO_IP, bind_without_port, 1)
         connection.bind((source, 0))
     try:
-        connection.connect((host, port))
+        connection.connect((address, port))
     except OSError:
         connection.close()
         raise

@@ -14,7 +14,7 @@ import zlib
 from endurance import (FOLDER_MARK, PORT, TEXT_NAME, TIME_LIMIT, close_with_reset, connect, element, make_payload,
                        number_bytes, remove, wait_for_end)
 
-HOST = "10.85.0.1"
+HOST_ADDRESS = "10.85.0.1"
 ADDRESSES = [f"10.85.0.{number}" for number in range(2, 252)]  # of those that speak to it
 AVATAR_PATH = "/virno/avatar"
 MOMENT = 0.02  # seconds that a silent connection lasts
@@ -89,12 +89,12 @@ class Client:
         return self.random.choice(ADDRESSES)
 
     def connect(self, port=PORT):
-        return connect(port, HOST, self.address())
+        return connect(port, HOST_ADDRESS, self.address())
 
     def send_datagram(self, contents, address=None):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as voice:
             voice.bind((address or self.address(), 0))
-            voice.sendto(contents, (HOST, PORT))
+            voice.sendto(contents, (HOST_ADDRESS, PORT))
 
     def bytes(self, largest):
         return self.random.randbytes(self.random.randint(1, largest))

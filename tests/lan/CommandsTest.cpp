@@ -17,7 +17,7 @@ class CommandsTest : public LanTest {
   /// Names of no machine, or of more than one: those there are shall be listed.
   void expectNoReceiver() const {
     for (const auto& command :
-         {Arguments{"send", "--to", "host", "/etc/passwd"}, Arguments{"text", "--to", "nobody"}}) {
+         {Arguments{"send", "--to", "machine", "/etc/passwd"}, Arguments{"text", "--to", "nobody"}}) {
       const auto result = run(1, command);
       EXPECT_EQ(result.code, 3);
       EXPECT_EQ(result.output, "");
@@ -28,7 +28,7 @@ class CommandsTest : public LanTest {
   }
 
   [[nodiscard]] static std::string described(int machine) {
-    return "root at host" + std::to_string(machine) + " (" + ip(machine) + ')';
+    return "root at machine" + std::to_string(machine) + " (" + ip(machine) + ')';
   }
 };
 
@@ -58,9 +58,9 @@ TEST_F(CommandsTest, ReceiversAreFoundByTheirNames) {
   // Somebody else whom a part of a name fits may be slow to answer; nobody else has the whole one, however long the
   // wait.
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(run(1, {"send", "--to", "host2", folder_.write("alone", "by itself")}).code, 0);
+  EXPECT_EQ(run(1, {"send", "--to", "machine2", folder_.write("alone", "by itself")}).code, 0);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-  const auto text = run(1, {"text", "--to", "ROOT AT HOST3", "--wait", "3600", "to a whole name"});
+  const auto text = run(1, {"text", "--to", "ROOT AT MACHINE3", "--wait", "3600", "to a whole name"});
   EXPECT_EQ(text.code, 0);
   EXPECT_TRUE(text.output.starts_with("sent a text to " + described(3) + ": ")) << text.output;
   EXPECT_TRUE(host2->tells("/alone\"}"));
@@ -75,8 +75,8 @@ TEST_F(CommandsTest, ReceiversAreFoundByTheirNames) {
   voice.send("\2before", ip(2));
   EXPECT_TRUE(host2->tells("before"));
   auto story = host2->story();
-  EXPECT_EQ(run(1, {"send", "--to", "host2", folder_.write("asking", "the host")}).code, 0);
-  EXPECT_EQ(run(1, {"text", "--to", "host3", "a text"}).code, 0);
+  EXPECT_EQ(run(1, {"send", "--to", "machine2", folder_.write("asking", "the host")}).code, 0);
+  EXPECT_EQ(run(1, {"text", "--to", "machine3", "a text"}).code, 0);
   EXPECT_TRUE(host2->tells("/asking\"}"));
   EXPECT_EQ(folder_.read("in2/asking"), "the host");
   EXPECT_TRUE(host3->tells(R"("text":"a text"})"));
@@ -119,7 +119,7 @@ TEST_F(CommandsTest, PeopleAreToldWhoComesAndGoes) {
   const auto host3 = receive(3);
   Process host1(setupFor(1, {"receive", "--dir", inboxOf(1)}));
   EXPECT_TRUE(host1.waitForErrors("here: " + described(3)));
-  EXPECT_NE(run(2, {"peers"}).output.find("root at host1  " + ip(1)), std::string::npos);
+  EXPECT_NE(run(2, {"peers"}).output.find("root at machine1  " + ip(1)), std::string::npos);
   EXPECT_TRUE(host1.waitForErrors("gone: " + described(2)));
   Process watch(setupFor(2, {"peers", "--watch"}));
   EXPECT_TRUE(watch.waitForOutput("here  " + described(3)));

@@ -126,7 +126,7 @@ class LanTest : public testing::Test {
   [[nodiscard]] static std::string ip(int machine, int network = 0) { return Lan::address(machine, network); }
 
   [[nodiscard]] static std::string signatureOf(int machine) {
-    return "root at host" + std::to_string(machine) + " [Vesko] (Macintosh)";
+    return "root at machine" + std::to_string(machine) + " [Vesko] (Macintosh)";
   }
 
   /// A port as datagrams hold it.

@@ -37,11 +37,11 @@ bool isReadable(const FileDescriptor& descriptor) {
   return ::poll(&poll, 1, patience) == 1;
 }
 
-sockaddr_in socketAddress(const std::string& host, std::uint16_t port) {
+sockaddr_in socketAddress(const std::string& ip, std::uint16_t port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  ::inet_pton(AF_INET, host.c_str(), &address.sin_addr);
+  ::inet_pton(AF_INET, ip.c_str(), &address.sin_addr);
   return address;
 }
 
@@ -126,7 +126,7 @@ void Lan::plug(int machine, int network) {
 void Lan::configure(const std::string& name, const std::string& lines) const { runIp({"-n", spaceOf(name)}, lines); }
 
 Process::Setup Lan::setupFor(int machine, std::vector<std::string> arguments) const {
-  // A name for people would be used instead of the host's, and is that of the real machine.
+  // A name for people would be used instead of the host name, and is that of the real machine.
   constexpr auto script =
       R"(PATH=$PATH:/usr/sbin:/sbin; exec ip netns exec "$0" unshare --uts sh -c '
            [ ! -e /etc/machine-info ] || mount --bind /dev/null /etc/machine-info &&
@@ -168,9 +168,9 @@ std::string LanSocket::receive() const {
   socklen_t length = sizeof from;
   const auto count = checked(static_cast<int>(
       ::recvfrom(descriptor_.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&from), &length)));
-  std::array<char, INET_ADDRSTRLEN> host{};
-  ::inet_ntop(AF_INET, &from.sin_addr, host.data(), host.size());
-  return std::string(host.data()) + ':' + std::to_string(ntohs(from.sin_port)) + ' ' +
+  std::array<char, INET_ADDRSTRLEN> ip{};
+  ::inet_ntop(AF_INET, &from.sin_addr, ip.data(), ip.size());
+  return std::string(ip.data()) + ':' + std::to_string(ntohs(from.sin_port)) + ' ' +
          std::string(bytes.data(), static_cast<std::size_t>(count));
 }
 

@@ -14,7 +14,7 @@
 
 namespace vesko {
 
-/// Machines on networks of their own, all made up on this one: machine M is called hostM and has, in network N, the
+/// Machines on networks of their own, all made up on this one: machine M is called machineM and has, in network N, the
 /// device ethN with the address 10.83.N.M of 24 bits. They go away with their owner, which outlives what runs on them.
 class Lan {
  public:
@@ -46,7 +46,7 @@ class Lan {
   void inside(int machine, const std::function<void()>& task) const { inside(nameOf(machine), task); }
 
  private:
-  [[nodiscard]] static std::string nameOf(int machine) { return "host" + std::to_string(machine); }
+  [[nodiscard]] static std::string nameOf(int machine) { return "machine" + std::to_string(machine); }
   [[nodiscard]] std::string spaceOf(const std::string& name) const { return prefix_ + name; }
   void addSpace(const std::string& name);
   void removeSpaces() const;

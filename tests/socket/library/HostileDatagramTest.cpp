@@ -59,14 +59,14 @@ class HostileDatagramTest : private ResourceGuard, public VeskoServerTest {
   ~HostileDatagramTest() override { waitForTasks(server_->broadcastDispatchQueue()); }
 
   /// On the "broadcast" queue.
-  void hear(std::string_view bytes, std::uint32_t host) { hear(*server_, bytes, host); }
-  static void hear(VeskoServer& server, std::string_view bytes, std::uint32_t host) {
-    server.udpSocketDidReceiveData(bytes, senderAddress(host));
+  void hear(std::string_view bytes, std::uint32_t ip) { hear(*server_, bytes, ip); }
+  static void hear(VeskoServer& server, std::string_view bytes, std::uint32_t ip) {
+    server.udpSocketDidReceiveData(bytes, senderAddress(ip));
   }
 
-  /// Hands a datagram to the service as if it came from `host`, and returns when that has been handled.
-  void arrive(const std::string& bytes, std::uint32_t host = INADDR_LOOPBACK) {
-    onBroadcastQueue([&] { hear(bytes, host); });
+  /// Hands a datagram to the service as if it came from `ip`, and returns when that has been handled.
+  void arrive(const std::string& bytes, std::uint32_t ip = INADDR_LOOPBACK) {
+    onBroadcastQueue([&] { hear(bytes, ip); });
   }
 
   template <class Work>
@@ -228,10 +228,10 @@ TEST_F(HostileDatagramTest, ACrowdFillsNeitherTheTableNorTheMemoryNorTheNetwork)
 
 TEST_F(HostileDatagramTest, WhoClaimsToBeUsIsIgnored) {
   // What is sent to nobody's address, which a sender may give as its own, comes back to this machine.
-  for (const std::uint32_t host : {0x7F000009U, 0x00000000U, 0x00000001U, 0x00FFFFFFU}) {
+  for (const std::uint32_t ip : {0x7F000009U, 0x00000000U, 0x00000001U, 0x00FFFFFFU}) {
     for (const auto* bytes : {"\1S", "\2S", "\4\x88\x13S", "\5\x88\x13S", "\3Bye Bye"}) {
-      arrive(bytes, host);
-      EXPECT_EQ(server_->peers().size(), 0U) << host;
+      arrive(bytes, ip);
+      EXPECT_EQ(server_->peers().size(), 0U) << ip;
     }
   }
   EXPECT_EQ(loopback_->answers, 0);

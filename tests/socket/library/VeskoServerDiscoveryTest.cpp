@@ -50,11 +50,11 @@ class VeskoServerDiscoveryTest : public VeskoServerTest {
     server_->setDelegate(peers_);
   }
 
-  /// Hands a datagram to the service as if it came from each of `hosts`, and returns when that has been handled.
-  void arrive(const std::string& bytes, const Strings& hosts) {
+  /// Hands a datagram to the service as if it came from each of `senders`, and returns when that has been handled.
+  void arrive(const std::string& bytes, const Strings& senders) {
     server_->broadcastDispatchQueue()->async([&] {
-      for (const auto& host : hosts) {
-        server_->udpSocketDidReceiveData(bytes, senderAddress(ntohl(::inet_addr(host.c_str()))));
+      for (const auto& sender : senders) {
+        server_->udpSocketDidReceiveData(bytes, senderAddress(ntohl(::inet_addr(sender.c_str()))));
       }
     });
     waitForTasks(server_->broadcastDispatchQueue());
@@ -171,9 +171,9 @@ TEST_F(VeskoServerDiscoveryTest, IgnoresItselfAndWhatIsNoHello) {
 TEST_F(VeskoServerDiscoveryTest, BoundsTheTableAndTheAnswers) {
   Log::setSink(nullptr);
   server_->startDiscovery();
-  Strings hosts;
+  Strings senders;
   for (std::size_t i = 1; i < VeskoServer::maximumPeers; ++i) {
-    hosts.push_back("11.0." + std::to_string(i >> 8U) + '.' + std::to_string(i & 255U));
+    senders.push_back("11.0." + std::to_string(i >> 8U) + '.' + std::to_string(i & 255U));
   }
   const std::string greeting = hello(4, other_.port(), "A");
   for (int i = 0; i < VeskoServer::maximumAnswers; ++i) {
@@ -185,7 +185,7 @@ TEST_F(VeskoServerDiscoveryTest, BoundsTheTableAndTheAnswers) {
   clock_->advance(std::chrono::seconds(1));
   arrive(greeting, {"127.0.0.1"});
   EXPECT_EQ(other_.receive(), hello(5, server_->localUdpPort, "S"));
-  arrive("\2A", hosts);
+  arrive("\2A", senders);
   EXPECT_EQ(server_->peers().size(), VeskoServer::maximumPeers);
   arrive("\2A", {"12.0.0.1"});
   EXPECT_EQ(server_->peers().count("12.0.0.1"), 0U);
