@@ -1,9 +1,5 @@
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <algorithm>
 
-#include "Platform/process/SystemError.h"
 #include "Platform/queues/DispatchQueue.h"
 #include "hosts/common/control/ControlClient.h"
 #include "hosts/common/control/ControlFolder.h"
@@ -11,6 +7,7 @@
 #include "hosts/common/control/ControlServer.h"
 #include "tests/hosts/events/ListSink.h"
 #include "tests/support/IsSoon.h"
+#include "tests/support/LocalPeer.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/ResourceGuard.h"
 #include "tests/support/TemporaryFolder.h"
@@ -32,16 +29,7 @@ class HostileControlTest : private ResourceGuard, public testing::Test {
     EXPECT_FALSE(error) << error.message();
   }
 
-  [[nodiscard]] static RawConnection connect() {
-    FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    controlPath(port).copy(address.sun_path, sizeof address.sun_path - 1);
-    if (::connect(descriptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      throw std::system_error(lastSystemError(), "connect");
-    }
-    return RawConnection(std::move(descriptor));
-  }
+  [[nodiscard]] static RawConnection connect() { return RawConnection(openRaw(controlPath(port), Use::connect)); }
 
   /// What comes after `bytes` until the host closes the connection.
   [[nodiscard]] static std::string answerTo(std::string_view bytes, bool isAll = true) {

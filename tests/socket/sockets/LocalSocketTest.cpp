@@ -1,43 +1,24 @@
 #include "Platform/sockets/LocalSocket.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <functional>
 #include <thread>
 #include <utility>
 
-#include "Platform/process/SystemError.h"
 #include "tests/support/EventList.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/LocalPeer.h"
 #include "tests/support/QueueTasks.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
 namespace {
-
-enum class Use { connect, listen };
-
-/// A blocking socket that is connected to, or listens at, `path`.
-FileDescriptor openRaw(const std::string& path, Use use) {
-  FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
-  const int result = use == Use::connect ? ::connect(descriptor.get(), generic, sizeof address)
-                                         : ::bind(descriptor.get(), generic, sizeof address);
-  if (result != 0 || (use == Use::listen && ::listen(descriptor.get(), 1) != 0)) {
-    throw std::system_error(lastSystemError(), path);
-  }
-  return descriptor;
-}
 
 /// Runs `work` as another user, which for Linux is a matter of one thread.
 void asAnotherUser(const std::function<void()>& work) {

@@ -1,9 +1,7 @@
 #include "Platform/files/FileHandle.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <array>
 #include <memory>
@@ -14,6 +12,7 @@
 #include "Platform/files/FileDescriptor.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/LocalPeer.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
@@ -23,11 +22,7 @@ TEST(FileHandleTest, OpensFilesAndNothingElse) {
   const TemporaryFolder folder;
   folder.makeFolder("folder");
   ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
-  const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  folder.path("socket").copy(address.sun_path, sizeof address.sun_path - 1);
-  ASSERT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const FileDescriptor socket = openRaw(folder.path("socket"), Use::listen);
   std::error_code error;
   for (const std::string& path : {folder.path("folder"), folder.path("pipe"), folder.path("socket"),
                                   std::string("/dev/null"), std::string("/dev/tty")}) {
