@@ -1,6 +1,6 @@
 #include "Platform/text/DateFormatter.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/PathText.h"
-#include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 
 namespace vesko {
@@ -13,7 +13,7 @@ std::string moveToFreeName(const DirectoryHandle& folder, const std::string& ent
   for (std::uint64_t counter = 2;; ++counter) {
     folder.moveWithoutReplacing(entry, base, candidate, error);
     if (error != std::errc::file_exists) return candidate;
-    candidate = ReceivedItemNames::numberedName(wanted, counter);
+    candidate = DeliveryNames::numberedName(wanted, counter);
   }
 }
 
@@ -33,7 +33,7 @@ std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
   if (error) return std::nullopt;
   std::string delivered;
   // What has the name of a storage folder must not lie where one would: it would be swept away.
-  const bool needsFolder = entries.size() > 1 || (!entries.empty() && ReceivedItemNames::isStorageName(entries[0]));
+  const bool needsFolder = entries.size() > 1 || (!entries.empty() && DeliveryNames::isStorageName(entries[0]));
   if (needsFolder) {
     delivered = moveToFreeName(*base_, name_, *base_, nameForSeveral(startTime_), error);
   } else if (!entries.empty()) {

@@ -9,8 +9,8 @@
 #include "Platform/files/FileHandle.h"
 #include "Platform/files/FileManager.h"
 #include "Platform/text/DateFormatter.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/PathText.h"
-#include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/TransferStream.h"
 #include "VeskoKit/VeskoItem.h"
 
@@ -81,8 +81,8 @@ ReceivedItemStorage::ReceivedItemStorage(std::string basePath, std::chrono::syst
 ReceivedItemStorage::~ReceivedItemStorage() { remove(); }
 
 void ReceivedItemStorage::chooseName() {
-  const auto start = std::string(ReceivedItemNames::storagePrefix) +
-                     DateFormatter(std::string(ReceivedItemNames::storageDateFormat)).stringFromDate(startTime_);
+  const auto start = std::string(DeliveryNames::storagePrefix) +
+                     DateFormatter(std::string(DeliveryNames::storageDateFormat)).stringFromDate(startTime_);
   do {
     name_ = start + randomText_();
     path_ = stringByAppendingPathComponent(basePath_, name_);

@@ -1,4 +1,4 @@
-#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 
 namespace vesko {
@@ -19,10 +19,9 @@ std::size_t ReceivedItemStorage::sweep(const std::string& basePath) {
   const auto base = DirectoryHandle::open(basePath, error);
   if (!base) return count;
   for (const auto& listed : base->contents(error)) {
-    if (!ReceivedItemNames::isStorageName(listed)) continue;
+    if (!DeliveryNames::isStorageName(listed)) continue;
     // Where letter case counts, one in another is none of ours.
-    const auto name =
-        std::string(ReceivedItemNames::storagePrefix).append(listed, ReceivedItemNames::storagePrefix.size());
+    const auto name = std::string(DeliveryNames::storagePrefix).append(listed, DeliveryNames::storagePrefix.size());
     const auto folder = base->openFolder(name, error);
     if (!folder || !isAbandoned(*base, name, *folder)) continue;
     base->removeTree(name, error);

@@ -48,7 +48,8 @@ enum class NameVerdict : std::uint8_t {
   tooDeep,
 };
 
-/// What to think of an element's name. Anything not named above is good, control characters included.
+/// What to think of an element's name. Anything not named above is good, control characters included. One that could
+/// lead out of the folder received into is refused, never rewritten: what it was to mean is anybody's guess.
 [[nodiscard]] NameVerdict checkName(std::string_view name) noexcept;
 
 /// The components of a good name, without empty and "." ones: at least one.

@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "Platform/files/DirectoryHandle.h"
-#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/VeskoIncomingTransfer.h"
 #include "fuzz/support/LogCheck.h"
 #include "fuzz/support/ManualQueue.h"
@@ -168,7 +168,7 @@ void checkContents(const Observer& observer, std::string_view stream, const std:
   readTree(AT_FDCWD, delivered.c_str(), "", found);
   const auto& path = std::next(expected.tree.begin())->first;
   // What has the name of a storage folder would be swept away if it were not inside another.
-  const bool isInside = expected.topLevelEntries > 1 || ReceivedItemNames::isStorageName(path.substr(1));
+  const bool isInside = expected.topLevelEntries > 1 || DeliveryNames::isStorageName(path.substr(1));
   if (isInside) return check(found == expected.tree, "what arrived is what was sent");
   const auto* const number = path == std::string("/") + Surroundings::earlierName ? " (2)" : "";
   check(delivered == downloads + path + number, "a single entry keeps its name, unless that is taken");

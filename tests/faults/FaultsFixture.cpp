@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/support/IsSoon.h"
 #include "tests/support/ListingApp.h"
@@ -140,7 +140,7 @@ void FaultsTest::expectConsistent(const Sendable& sendable, const Outcomes& outc
     return;
   }
   auto delivered = folder_.entries("downloads");
-  std::erase_if(delivered, ReceivedItemNames::isStorageName);
+  std::erase_if(delivered, DeliveryNames::isStorageName);
   ASSERT_EQ(delivered.size(), hasArrived ? 1U : 0U) << testing::PrintToString(delivered);
   if (!hasArrived) return;
   const bool isSeveral = delivered.front().starts_with("Received by Vesko at ");

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "Platform/files/FileHandle.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/RandomText.h"
-#include "VeskoKit/ReceivedItemNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/faults/FaultsFixture.h"
 
@@ -115,7 +115,7 @@ TEST_F(OtherFileSystemsTest, WhetherAnErrorIsOfTheNameIsAskedOfTheFolder) {
 }
 
 TEST_F(OtherFileSystemsTest, SweepsAStorageFolderListedInSmallLetters) {
-  const auto name = std::string(ReceivedItemNames::storagePrefix) + "20260102030405" + std::string(32, 'z');
+  const auto name = std::string(DeliveryNames::storagePrefix) + "20260102030405" + std::string(32, 'z');
   folder_.write("downloads/" + inSmallLetters(name) + "/file", "");
   SystemFaults faults({});
   const auto sweep = [&] { return faults.asProduct([&] { return ReceivedItemStorage::sweep(downloads()); }); };

@@ -6,7 +6,7 @@
 #include <set>
 
 #include "Platform/user/NSApp.h"
-#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/DeliveryNames.h"
 #include "VeskoKit/ReceivedItemStorage.h"
 #include "tests/faults/FaultsFixture.h"
 #include "tests/support/FakeClock.h"
@@ -26,8 +26,8 @@ class ServiceFaultsTest : public FaultsTest {
  protected:
   /// Leaves the storage folder of a transfer that died, with something inside that has to be opened first.
   void leaveDeadTransfer() const {
-    const auto dead = "downloads/" + std::string(ReceivedItemNames::storagePrefix) + "20260102030405" +
-                      std::string(ReceivedItemNames::storageRandomLength, 'x');
+    const auto dead = "downloads/" + std::string(DeliveryNames::storagePrefix) + "20260102030405" +
+                      std::string(DeliveryNames::storageRandomLength, 'x');
     folder_.write(dead + "/a/file", "");
     folder_.write(dead + "/a/closed/file", "");
     fs::permissions(folder_.path(dead + "/a/closed"), fs::perms::owner_read | fs::perms::owner_exec);

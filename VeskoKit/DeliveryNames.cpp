@@ -1,11 +1,11 @@
-#include "VeskoKit/ReceivedItemNames.h"
+#include "VeskoKit/DeliveryNames.h"
 
 #include <algorithm>
 
 #include "Platform/text/TextEncoding.h"
 #include "VeskoKit/PathText.h"
 
-namespace vesko::ReceivedItemNames {
+namespace vesko::DeliveryNames {
 namespace {
 
 bool isDigit(char character) noexcept { return character >= '0' && character <= '9'; }
@@ -45,4 +45,4 @@ std::string numberedName(const std::string& name, std::uint64_t counter) {
   return std::string(beginningOfUtf8(name, maximumLength - number.size())) + number;
 }
 
-}  // namespace vesko::ReceivedItemNames
+}  // namespace vesko::DeliveryNames

@@ -5,8 +5,9 @@
 #include <string>
 #include <string_view>
 
-/// The names under which received items are kept and delivered. Any thread.
-namespace vesko::ReceivedItemNames {
+/// The names that we give to what is received: of storage folders, and where a name is taken. Whether a name that a
+/// sender gives is accepted, `TransferStream::checkName` says. Any thread.
+namespace vesko::DeliveryNames {
 
 /// A storage folder's name is this, the transfer's start by the date format, and random letters and digits.
 constexpr std::string_view storagePrefix = ".VeskoTransferIntermediateStorage";
@@ -25,4 +26,4 @@ constexpr std::size_t maximumLength = 255;
 /// whole characters before the parentheses; they come last where an extension leaves no room for any.
 [[nodiscard]] std::string numberedName(const std::string& name, std::uint64_t counter);
 
-}  // namespace vesko::ReceivedItemNames
+}  // namespace vesko::DeliveryNames
