@@ -369,6 +369,16 @@ TEST_F(VeskoTransferTest, IsCancelled) {
   ASSERT_TRUE(recorder_->waitFor("[finished]"));
   draining->cancel();
   EXPECT_TRUE(endsWith("cancelled"));
+
+  recorder_->take();
+  const auto unconnected = make(sparseFile("file", 50 * mebibyte), listener_.port());
+  RawConnection left = start(*unconnected);
+  ASSERT_TRUE(recorder_->waitFor("sending chunk"));
+  queue_->async([&] { unconnected->setSocket(nullptr); });
+  EXPECT_LT(left.receiveAll().size(), 50 * mebibyte);
+  EXPECT_EQ(left.error(), std::errc::connection_reset);
+  unconnected->cancel();
+  EXPECT_TRUE(endsWith("cancelled"));
 }
 
 /// Is cancelled by another thread in the middle of its start.
