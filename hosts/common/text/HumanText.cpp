@@ -34,7 +34,10 @@ std::string aligned(const std::string& text, std::size_t columns) {
   return std::string(columns - std::min(columns, text.size()), ' ') + text;
 }
 
-std::string twoDigits(std::uint64_t number) { return (number < 10 ? "0" : "") + std::to_string(number); }
+std::string twoDigits(std::uint64_t number) {
+  const std::string digits = std::to_string(number);
+  return number < 10 ? '0' + digits : digits;
+}
 
 using Range = std::pair<char32_t, char32_t>;
 
