@@ -1,11 +1,14 @@
 #include <algorithm>
 #include <cstddef>
+#include <future>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Platform/process/DescriptorLimit.h"
+#include "Platform/sockets/GCDAsyncSocket.h"
 #include "tests/hostile/HostileFixture.h"
+#include "tests/support/IsSoon.h"
 #include "tests/support/QueueTasks.h"
 
 namespace vesko {
@@ -32,6 +35,13 @@ TEST_F(HostileTest, TheLongestSilentTransferGivesWay) {
   auto first = connectAndSend(start, "Finished file");
   auto second = connectAndSend(start, "Finished file");
   auto third = connectAndSend(start.substr(0, 15), "[start]");
+  const auto hasUnread = [&] {
+    std::promise<bool> answer;
+    server_->incomingDispatchQueue()->async(
+        [&] { answer.set_value(server_->pendingIncomingTransfers().back()->socket()->hasUnread()); });
+    return answer.get_future().get();
+  };
+  ASSERT_TRUE(isSoon([&] { return !hasUnread(); })) << "what waits to be read would count";
   auto fourth = connectAndSend("", "[start]");
   expectGone(third);
   const auto outcome = recorder_->lastOutcome();
