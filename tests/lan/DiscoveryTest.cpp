@@ -58,7 +58,9 @@ TEST_F(DiscoveryTest, DatagramsAreWhatTheyShallBe) {
   EXPECT_EQ(common.receive(), from1 + '\2' + signatureOf(1));
   common.send(hello(5000), ip(1));
   EXPECT_EQ(own.receive(), from1 + '\5' + packed(4644) + signatureOf(1));
-  common.send("\2a stranger", ip(1));  // an answer, which must not be answered
+  common.send("\2one that answers", ip(1));  // which must not be answered
+  // Whom it hears of while it ends takes a goodbye of their own.
+  EXPECT_TRUE(host1->tells("one that answers"));
   EXPECT_EQ(host1->stop(), 0);
   EXPECT_EQ(common.receive(), from1 + "\3Bye Bye");
 
