@@ -19,6 +19,8 @@ void IncomingTransferRoom::makePlace(std::size_t maximum) {
     const auto transfer = listed.lock();
     // One whose storage is being removed holds no connection, and no descriptor, any more.
     if (!transfer || !transfer->socket()) return true;
+    // Nothing beats one that is silent but one that has been so for longer: of the others the system need not be asked.
+    if (idlest && !activityOfIdlest.first && transfer->lastActivity_ >= activityOfIdlest.second) return false;
     const Activity activity = activityOf(*transfer);
     if (!idlest || activity < activityOfIdlest) {
       idlest = transfer;
