@@ -1,7 +1,5 @@
 #include <chrono>
 #include <cstddef>
-#include <filesystem>
-#include <iterator>
 #include <string>
 
 #include "tests/hostile/HostileFixture.h"
@@ -24,17 +22,6 @@ std::string emptyFilesBelow(const std::string& folder) {
   std::string stream;
   for (std::size_t i = 0; i < elementCount; ++i) stream.append(file(folder + std::to_string(i), ""));
   return stream;
-}
-
-TEST_F(HostileTest, ManyEmptyFilesArrive) {
-  recordOnlyOutcomes();
-  auto sender = connect();
-  ASSERT_TRUE(sender.send(metadata(elementCount, 0) + emptyFilesBelow("d/")));
-  ASSERT_TRUE(recorder_->waitFor("[outcome", 1, patience));
-  EXPECT_EQ(recorder_->lastOutcome().description(), "finished");
-  const std::filesystem::directory_iterator entries(folder_.path("downloads/d"));
-  EXPECT_EQ(static_cast<std::size_t>(std::distance(entries, {})), elementCount);
-  expectGoodService();
 }
 
 TEST_F(HostileTest, OfManyElementsWithoutAPlaceAThousandAreListed) {

@@ -111,43 +111,6 @@ TEST_F(HostileNamesTest, AnyOtherNameIsKeptAsItCame) {
   expectGoodService();
 }
 
-TEST_F(HostileNamesTest, ElementsThatHaveNoPlaceAreDropped) {
-  std::string longest = "0123456789abcdef";
-  while (longest.size() < 4096) longest += "/123456789abcdef";
-  const struct {
-    Strings names;
-    Tree tree;
-    Strings dropped;
-  } cases[] = {
-      {{"d/", "d/a", "d/a/b", "d/a/b/", "d/c"}, {{"d", "/"}, {"d/a", "1"}, {"d/c", "4"}}, {"d/a/b", "d/a/b/"}},
-      {{"d/a", "d/a/", "d/c"}, {{"d", "/"}, {"d/a", "0"}, {"d/c", "2"}}, {"d/a/"}},
-      {{"d/a/", "d/a", "d/a/b"}, {{"d", "/"}, {"d/a", "/"}, {"d/a/b", "2"}}, {"d/a"}},
-      {{"d/a", "d//./a/.", "./d/b"}, {{"d", "/"}, {"d/a", "1"}, {"d/b", "2"}}, {}},
-      {{"d/", std::string(256, 'x'), std::string(256, 'x') + "/a"},
-       {{"d", "/"}},
-       {std::string(256, 'x'), std::string(256, 'x') + "/a"}},
-      {{"d/", std::string(4096, 'x')}, {{"d", "/"}}, {std::string(4096, 'x')}},
-      {{std::string(256, 'x')}, {}, {std::string(256, 'x')}},
-  };
-  for (const auto& [names, tree, dropped] : cases) {
-    SCOPED_TRACE(testing::PrintToString(names));
-    ASSERT_TRUE(receive(streamOf(names), "finished"));
-    EXPECT_EQ(deliveredTree(), tree);
-    Strings listed;
-    for (const auto& element : recorder_->lastOutcome().dropped) {
-      listed.push_back(element.element);
-      EXPECT_EQ(element.reason, VeskoFailureReason::storage);
-      EXPECT_EQ(element.error == std::errc::filename_too_long, element.element.size() > 255);
-    }
-    EXPECT_EQ(listed, dropped);
-    EXPECT_EQ(recorder_->lastOutcome().droppedCount, dropped.size());
-    clear();
-  }
-  ASSERT_TRUE(receive(streamOf({longest}), "finished"));
-  EXPECT_EQ(deliveredTree().size(), 256U);
-  expectGoodService();
-}
-
 TEST_F(HostileNamesTest, ANameLikeThatOfAStorageFolderIsNeverTakenForOne) {
   for (const auto& name : {storageName, storageName + "/", storageName + "/a"}) {
     SCOPED_TRACE(name);
@@ -160,31 +123,6 @@ TEST_F(HostileNamesTest, ANameLikeThatOfAStorageFolderIsNeverTakenForOne) {
     next->startServer();
     EXPECT_EQ(deliveredTree(), before) << "the next start would sweep it away";
     clear();
-  }
-  expectGoodService();
-}
-
-TEST_F(HostileNamesTest, WhatIsThereIsNeitherReplacedNorFollowed) {
-  const auto receiveBeside = [&](const char* what) {
-    SCOPED_TRACE(what);
-    const auto before = deliveredTree();
-    for (const Strings& names : {Strings{"a"}, Strings{"a/", "a/sentinel"}}) {
-      ASSERT_TRUE(receive(streamOf(names), "finished"));
-    }
-    auto after = deliveredTree();
-    EXPECT_EQ(after.extract("a (2)").mapped(), "0");
-    EXPECT_EQ(after.extract("a (3)").mapped(), "/");
-    EXPECT_EQ(after.extract("a (3)/sentinel").mapped(), "1");
-    EXPECT_EQ(after, before);
-    clear();
-  };
-  folder_.write("downloads/a", "mine");
-  receiveBeside("file");
-  folder_.write("downloads/a/sentinel", "mine");
-  receiveBeside("folder");
-  for (const auto* target : {"../sentinel", "nowhere", "../nowhere", ".."}) {
-    std::filesystem::create_symlink(target, folder_.path("downloads/a"));
-    receiveBeside(target);
   }
   expectGoodService();
 }

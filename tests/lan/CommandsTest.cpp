@@ -87,50 +87,5 @@ TEST_F(CommandsTest, ReceiversAreFoundByTheirNames) {
   expectNoReceiver();
 }
 
-TEST_F(CommandsTest, PeersAreListed) {
-  makeMachines(3);
-  const auto host3 = receive(3);
-  const auto listed = [&] {
-    const auto result = run(1, {"peers", "--json"});
-    EXPECT_EQ(result.code, 0);
-    std::vector<std::string> lines;
-    for (const auto& peer : nlohmann::json::parse(result.output)) {
-      EXPECT_EQ(peer["key"], peer["ip"]);
-      EXPECT_EQ(peer["avatar"], "");
-      EXPECT_TRUE(peer["since"].get<std::string>().ends_with('Z'));
-      lines.push_back(peer["ip"].get<std::string>() + ':' + to_string(peer["port"]) + ' ' +
-                      peer["systemSignature"].get<std::string>());
-    }
-    return lines;
-  };
-  const auto line3 = ip(3) + ":4644 " + signatureOf(3);
-  EXPECT_EQ(listed(), std::vector{line3});
-  EXPECT_TRUE(host3->tells("peerDisappeared", ip(1)));
-  EXPECT_EQ(host3->table(), LanHost::Table{});
-  const auto host1 = receive(1);
-  const auto host2 = receive(2, 5000);
-  EXPECT_TRUE(seeEachOther(*host1, 1, *host2, 2));
-  EXPECT_TRUE(host1->tells("peerAppeared", ip(3)));
-  EXPECT_EQ(listed(), (std::vector{ip(2) + ":5000 " + signatureOf(2), line3}));
-}
-
-TEST_F(CommandsTest, PeopleAreToldWhoComesAndGoes) {
-  makeMachines(3);
-  const auto host3 = receive(3);
-  Process host1(setupFor(1, {"receive", "--dir", inboxOf(1)}));
-  EXPECT_TRUE(host1.waitForErrors("here: " + described(3)));
-  EXPECT_NE(run(2, {"peers"}).output.find("root at machine1  " + ip(1)), std::string::npos);
-  EXPECT_TRUE(host1.waitForErrors("gone: " + described(2)));
-  Process watch(setupFor(2, {"peers", "--watch"}));
-  EXPECT_TRUE(watch.waitForOutput("here  " + described(3)));
-  EXPECT_TRUE(watch.waitForOutput("here  " + described(1)));
-  host1.signal(SIGINT);
-  EXPECT_EQ(host1.wait(), 0);
-  EXPECT_TRUE(watch.waitForOutput("gone  " + described(1)));
-  watch.signal(SIGINT);
-  EXPECT_EQ(watch.wait(), 0);
-  EXPECT_TRUE(host3->tells("peerDisappeared", ip(2)));
-}
-
 }  // namespace
 }  // namespace vesko

@@ -165,17 +165,22 @@ TEST_F(VeskoServerAvatarTest, FetchesAPictureOnceAndTellsOnTheMainQueue) {
 
 TEST_F(VeskoServerAvatarTest, TakesNothingButAPicture) {
   const std::string huge = "\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\x0F\x42\x40\0\x0F\x42\x40\x08\x06\0\0\0"s;
-  const std::string cases[] = {response(""),
-                               response("Avatar is unavailable.", "404 Not Found"),
-                               response(picture(), "404 Not Found"),
-                               response(picture(), "302 Found"),
-                               response("no picture"),
-                               response(picture().substr(0, 40)),
-                               response(huge),
-                               response(std::string(maximumPicture + 1, 'x')),
-                               "HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n\r\n" + picture(),
-                               "nonsense\r\n\r\n",
-                               ""};
+  Strings cases = {response(""),
+                   response("no picture"),
+                   response(picture().substr(0, 40)),
+                   response(huge),
+                   response(std::string(maximumPicture + 1, 'x')),
+                   "HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n\r\n" + picture(),
+                   "HTTP/2.0 200 OK\r\n\r\n" + picture(),
+                   "ICY 200 OK\r\n\r\n" + picture(),
+                   "nonsense\r\n\r\n",
+                   ""};
+  const RawListener elsewhere;
+  const std::string location = "\r\nLocation: http://127.0.0.1:" + std::to_string(elsewhere.port()) + avatarPath;
+  for (const auto* status : {"201 Created", "206 Partial Content", "301 Moved", "302 Found", "307 Redirect",
+                             "401 Unauthorized", "404 Not Found", "500 Error", "999 ", "2000 OK", "-200 OK"}) {
+    cases.push_back(response(picture(), status + location));
+  }
   Peers peers;
   for (const auto& bytes : cases) {
     const RawListener machine;
@@ -186,6 +191,7 @@ TEST_F(VeskoServerAvatarTest, TakesNothingButAPicture) {
   const auto good = meet(machine.port());
   answer(machine, response(picture()));
   EXPECT_TRUE(arrives(*good)) << "the service goes on";
+  EXPECT_FALSE(elsewhere.hasWaiting()) << "no redirection is followed";
   for (std::size_t i = 0; i < peers.size(); ++i) {
     EXPECT_EQ(peers[i]->avatar(), "loading") << testing::PrintToString(cases[i].substr(0, 60));
   }
