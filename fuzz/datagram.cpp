@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -31,11 +30,6 @@ class StandingClock final : public Clock {
                                                  std::function<void()> /*wake*/) override {
     broken("nothing here waits");
   }
-};
-
-struct Heard {
-  std::uint16_t port = 0;
-  std::string signature;
 };
 
 /// What the hosts are told, which has to add up to the table.
@@ -126,25 +120,17 @@ class Session {
       check(answers == 0, "nothing else is answered");
     } else if (const auto* const hello = std::get_if<DiscoveryHello>(&*datagram)) {
       const auto port = hello->port.value_or(VeskoServer::defaultPort);
-      heard_[ipOf(address)] = {port, hello->signature};
+      const auto known = server_->peerWithKey(ipOf(address));
+      check(known && known->port() == port, "who was heard is in the table, with the port of the last hello");
+      check(known->systemSignature() == hello->signature, "the signature is that of the last hello");
       check(answers == (hello->isToAll ? 1 : 0), "a hello to all is answered");
       if (answers > 0) check(server_->answer == std::pair(ipOf(address), port), "who asks is answered");
     } else {
-      heard_.erase(ipOf(address));
+      check(!server_->peerWithKey(ipOf(address)), "who says goodbye is not in the table");
     }
   }
 
-  void checkTable() const {
-    const auto peers = server_->peers();
-    check(peers == observer_->peers, "the table is what was told of it");
-    check(peers.size() == heard_.size(), "who was heard is in the table");
-    for (const auto& [ip, heard] : heard_) {
-      const auto found = peers.find(ip);
-      check(found != peers.end() && found->second->ip() == ip, "who was heard is found by its address");
-      check(found->second->port() == heard.port, "the port is that of the last hello");
-      check(found->second->systemSignature() == heard.signature, "the signature is that of the last hello");
-    }
-  }
+  void checkTable() const { check(server_->peers() == observer_->peers, "the table is what was told of it"); }
 
  private:
   static std::string ipOf(const std::string& address) {
@@ -155,7 +141,6 @@ class Session {
 
   const std::shared_ptr<Server> server_ = std::make_shared<Server>();
   const std::shared_ptr<Observer> observer_ = std::make_shared<Observer>();
-  std::map<std::string, Heard> heard_;
 };
 
 void run(Input input) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -24,13 +23,6 @@ class Input {
   std::string_view take(std::size_t length) noexcept {
     const auto taken = rest_.substr(0, length);
     rest_.remove_prefix(taken.size());
-    return taken;
-  }
-
-  /// What comes before the next `mark`, which is taken as well.
-  std::string_view takeUpTo(char mark) noexcept {
-    const auto taken = take(std::min(rest_.find(mark), rest_.size()));
-    take(1);
     return taken;
   }
 

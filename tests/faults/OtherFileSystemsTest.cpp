@@ -124,27 +124,5 @@ TEST_F(OtherFileSystemsTest, SweepsAStorageFolderListedInSmallLetters) {
   EXPECT_EQ(sweep(), 1U);
 }
 
-TEST_F(OtherFileSystemsTest, CostNoCallsWhereNamesAreWhatTheyAre) {
-  constexpr std::size_t count = 50;
-  SystemFaults faults({});
-  const auto callsFor = [&](std::size_t files) {
-    const auto calls = [&] {
-      std::size_t sum = 0;
-      for (const auto& call : SystemFaults::wrappedCalls()) sum += faults.callsOf(call);
-      return sum;
-    };
-    const auto before = calls();
-    faults.asProduct([&] {
-      const auto storage = makeStorage();
-      for (std::size_t i = 0; i < files; ++i) (void)store(*storage, "folder/" + std::to_string(i));
-      std::error_code error;
-      (void)storage->settle(error);
-    });
-    fs::remove_all(downloads() + "/folder");
-    return calls() - before;
-  };
-  EXPECT_EQ(callsFor(count + 1) - callsFor(1), count) << "one to make each file";
-}
-
 }  // namespace
 }  // namespace vesko

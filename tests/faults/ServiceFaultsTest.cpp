@@ -143,14 +143,6 @@ TEST_F(ListenerFaultsTest, AcceptingRestsForAsLongAsItFails) {
   expectNextTransferWorks();
 }
 
-TEST_F(ListenerFaultsTest, AConnectionThatIsGoneDelaysNoOther) {
-  for (const int error : {ECONNABORTED, EPROTO, ENETDOWN, EHOSTUNREACH}) {
-    SystemFaults faults({{error, {"accept4"}}});
-    const RawConnection peer = RawConnection::to(server_->boundTcpPort());
-    EXPECT_TRUE(faults.waitUntilAllAreAccepted()) << std::strerror(error);
-  }
-}
-
 TEST_F(ListenerFaultsTest, AConnectionThatCannotBeServedIsReset) {
   SystemFaults faults({{ENOMEM, {"epoll_ctl"}}});
   RawConnection peer = RawConnection::to(server_->boundTcpPort());
@@ -158,14 +150,6 @@ TEST_F(ListenerFaultsTest, AConnectionThatCannotBeServedIsReset) {
   EXPECT_EQ(peer.error(), std::errc::connection_reset) << "an orderly end would mean that all has arrived";
   EXPECT_EQ(faults.strikes(), 1U);
   expectNextTransferWorks();
-}
-
-TEST_F(ListenerFaultsTest, ATransferThatGoesWithItsServiceIsReset) {
-  RawConnection sender = RawConnection::to(server_->boundTcpPort());
-  ASSERT_TRUE(received_->waitFor("[start]"));
-  stopServer();
-  EXPECT_EQ(sender.receiveAll(), "");
-  EXPECT_EQ(sender.error(), std::errc::connection_reset);
 }
 
 TEST_F(ListenerFaultsTest, KeepsOfAFailedTransferOnlyWhatIsWhole) {

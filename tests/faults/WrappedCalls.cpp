@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <type_traits>
 
 #include "tests/faults/SystemFaults.h"
 
@@ -26,13 +27,17 @@ namespace WrappedCalls = vesko::WrappedCalls;
 /// Small enough to cut every stretch of a body many times, large enough not to take forever.
 constexpr std::size_t fewBytes = 1000;
 
-/// Makes the call, unless it is to fail: then its answer is `failure`.
-template <class Call, class Result>
-Result unlessItFails(std::string_view name, Result failure, Call call) {
+/// Makes the call, unless it is to fail: then its answer is -1, or none.
+template <class Call>
+auto unlessItFails(std::string_view name, Call call) -> decltype(call()) {
   const auto error = WrappedCalls::fault(name);
   if (!error) return call();
   errno = *error;
-  return failure;
+  if constexpr (std::is_pointer_v<decltype(call())>) {
+    return nullptr;
+  } else {
+    return -1;
+  }
 }
 
 /// The same for a call that moves up to `length` bytes.
@@ -50,21 +55,63 @@ ssize_t moving(std::string_view name, std::size_t length, Call call) {
 // The linker gives these names, and what the C library has is the interface.
 extern "C" {
 
+// A function needs a macro to be named after another one. The length that is moved may be cut, to `count`.
+#define VESKO_WRAP(Result, name, parameters, arguments)                   \
+  Result __real_##name parameters;                                        \
+  Result __wrap_##name parameters {                                       \
+    return unlessItFails(#name, [&] { return __real_##name arguments; }); \
+  }
+#define VESKO_WRAP_MOVING(name, parameters, arguments)                                        \
+  ssize_t __real_##name parameters;                                                           \
+  ssize_t __wrap_##name parameters {                                                          \
+    return moving(#name, length, [&](std::size_t count) { return __real_##name arguments; }); \
+  }
+
+VESKO_WRAP(int, bind, (int descriptor, const sockaddr* address, socklen_t length), (descriptor, address, length))
+VESKO_WRAP(int, faccessat, (int folder, const char* name, int mode, int flags), (folder, name, mode, flags))
+VESKO_WRAP(int, fchmod, (int descriptor, mode_t mode), (descriptor, mode))
+VESKO_WRAP(int, fchmodat, (int folder, const char* name, mode_t mode, int flags), (folder, name, mode, flags))
+VESKO_WRAP(DIR*, fdopendir, (int descriptor), (descriptor))
+VESKO_WRAP(int, flock, (int descriptor, int operation), (descriptor, operation))
+VESKO_WRAP(int, fstat, (int descriptor, struct stat* status), (descriptor, status))
+VESKO_WRAP(int, fstatat, (int folder, const char* name, struct stat* status, int flags),
+           (folder, spelled(name).c_str(), status, flags))
+VESKO_WRAP(int, fstatvfs, (int descriptor, struct statvfs* status), (descriptor, status))
+VESKO_WRAP(int, getsockname, (int descriptor, sockaddr* address, socklen_t* length), (descriptor, address, length))
+VESKO_WRAP(int, getsockopt, (int descriptor, int level, int name, void* value, socklen_t* length),
+           (descriptor, level, name, value, length))
+VESKO_WRAP(int, listen, (int descriptor, int backlog), (descriptor, backlog))
+VESKO_WRAP(int, mkdir, (const char* path, mode_t mode), (path, mode))
+VESKO_WRAP(int, mkdirat, (int folder, const char* name, mode_t mode), (folder, spelled(name).c_str(), mode))
+VESKO_WRAP(int, pipe2, (int* ends, int flags), (ends, flags))
+VESKO_WRAP_MOVING(pread, (int descriptor, void* buffer, std::size_t length, off_t offset),
+                  (descriptor, buffer, count, offset))
+VESKO_WRAP_MOVING(pwrite, (int descriptor, const void* buffer, std::size_t length, off_t offset),
+                  (descriptor, buffer, count, offset))
+VESKO_WRAP(dirent*, readdir, (DIR * stream), (stream))
+VESKO_WRAP_MOVING(recv, (int descriptor, void* buffer, std::size_t length, int flags),
+                  (descriptor, buffer, count, flags))
+VESKO_WRAP(int, renameat, (int from, const char* name, int to, const char* newName),
+           (from, spelled(name).c_str(), to, spelled(newName).c_str()))
+VESKO_WRAP(int, renameat2, (int from, const char* name, int to, const char* newName, unsigned flags),
+           (from, spelled(name).c_str(), to, spelled(newName).c_str(), flags))
+VESKO_WRAP_MOVING(send, (int descriptor, const void* buffer, std::size_t length, int flags),
+                  (descriptor, buffer, count, flags))
+VESKO_WRAP_MOVING(sendfile, (int to, int from, off_t* offset, std::size_t length), (to, from, offset, count))
+VESKO_WRAP(int, socket, (int domain, int type, int protocol), (domain, type, protocol))
+VESKO_WRAP(int, stat, (const char* path, struct stat* status), (path, status))
+VESKO_WRAP(int, unlinkat, (int folder, const char* name, int flags), (folder, spelled(name).c_str(), flags))
+
 int __real_accept4(int, sockaddr*, socklen_t*, int);
 int __wrap_accept4(int descriptor, sockaddr* address, socklen_t* length, int flags) {
-  const int accepted = unlessItFails("accept4", -1, [&] { return __real_accept4(descriptor, address, length, flags); });
+  const int accepted = unlessItFails("accept4", [&] { return __real_accept4(descriptor, address, length, flags); });
   if (accepted >= 0) WrappedCalls::countAccept();
   return accepted;
 }
 
-int __real_bind(int, const sockaddr*, socklen_t);
-int __wrap_bind(int descriptor, const sockaddr* address, socklen_t length) {
-  return unlessItFails("bind", -1, [&] { return __real_bind(descriptor, address, length); });
-}
-
 int __real_connect(int, const sockaddr*, socklen_t);
 int __wrap_connect(int descriptor, const sockaddr* address, socklen_t length) {
-  return unlessItFails("connect", -1, [&] {
+  return unlessItFails("connect", [&] {
     WrappedCalls::countConnect();
     return __real_connect(descriptor, address, length);
   });
@@ -73,72 +120,7 @@ int __wrap_connect(int descriptor, const sockaddr* address, socklen_t length) {
 int __real_epoll_ctl(int, int, int, epoll_event*);
 int __wrap_epoll_ctl(int poll, int operation, int descriptor, epoll_event* event) {
   const auto call = [&] { return __real_epoll_ctl(poll, operation, descriptor, event); };
-  return operation == EPOLL_CTL_ADD ? unlessItFails("epoll_ctl", -1, call) : call();
-}
-
-int __real_faccessat(int, const char*, int, int);
-int __wrap_faccessat(int folder, const char* name, int mode, int flags) {
-  return unlessItFails("faccessat", -1, [&] { return __real_faccessat(folder, name, mode, flags); });
-}
-
-int __real_fchmod(int, mode_t);
-int __wrap_fchmod(int descriptor, mode_t mode) {
-  return unlessItFails("fchmod", -1, [&] { return __real_fchmod(descriptor, mode); });
-}
-
-int __real_fchmodat(int, const char*, mode_t, int);
-int __wrap_fchmodat(int folder, const char* name, mode_t mode, int flags) {
-  return unlessItFails("fchmodat", -1, [&] { return __real_fchmodat(folder, name, mode, flags); });
-}
-
-DIR* __real_fdopendir(int);
-DIR* __wrap_fdopendir(int descriptor) {
-  return unlessItFails("fdopendir", static_cast<DIR*>(nullptr), [&] { return __real_fdopendir(descriptor); });
-}
-
-int __real_flock(int, int);
-int __wrap_flock(int descriptor, int operation) {
-  return unlessItFails("flock", -1, [&] { return __real_flock(descriptor, operation); });
-}
-
-int __real_fstat(int, struct stat*);
-int __wrap_fstat(int descriptor, struct stat* status) {
-  return unlessItFails("fstat", -1, [&] { return __real_fstat(descriptor, status); });
-}
-
-int __real_fstatat(int, const char*, struct stat*, int);
-int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags) {
-  return unlessItFails("fstatat", -1, [&] { return __real_fstatat(folder, spelled(name).c_str(), status, flags); });
-}
-
-int __real_fstatvfs(int, struct statvfs*);
-int __wrap_fstatvfs(int descriptor, struct statvfs* status) {
-  return unlessItFails("fstatvfs", -1, [&] { return __real_fstatvfs(descriptor, status); });
-}
-
-int __real_getsockname(int, sockaddr*, socklen_t*);
-int __wrap_getsockname(int descriptor, sockaddr* address, socklen_t* length) {
-  return unlessItFails("getsockname", -1, [&] { return __real_getsockname(descriptor, address, length); });
-}
-
-int __real_getsockopt(int, int, int, void*, socklen_t*);
-int __wrap_getsockopt(int descriptor, int level, int name, void* value, socklen_t* length) {
-  return unlessItFails("getsockopt", -1, [&] { return __real_getsockopt(descriptor, level, name, value, length); });
-}
-
-int __real_listen(int, int);
-int __wrap_listen(int descriptor, int backlog) {
-  return unlessItFails("listen", -1, [&] { return __real_listen(descriptor, backlog); });
-}
-
-int __real_mkdir(const char*, mode_t);
-int __wrap_mkdir(const char* path, mode_t mode) {
-  return unlessItFails("mkdir", -1, [&] { return __real_mkdir(path, mode); });
-}
-
-int __real_mkdirat(int, const char*, mode_t);
-int __wrap_mkdirat(int folder, const char* name, mode_t mode) {
-  return unlessItFails("mkdirat", -1, [&] { return __real_mkdirat(folder, spelled(name).c_str(), mode); });
+  return operation == EPOLL_CTL_ADD ? unlessItFails("epoll_ctl", call) : call();
 }
 
 int __real_open(const char*, int, ...);
@@ -147,7 +129,7 @@ int __wrap_open(const char* path, int flags, ...) {
   va_start(rest, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
   va_end(rest);
-  return unlessItFails("open", -1, [&] { return __real_open(path, flags, mode); });
+  return unlessItFails("open", [&] { return __real_open(path, flags, mode); });
 }
 
 int __real_openat(int, const char*, int, ...);
@@ -158,66 +140,13 @@ int __wrap_openat(int folder, const char* name, int flags, ...) {
   const mode_t mode = creates ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   const auto* const call = creates ? "openat creating" : "openat";
-  return unlessItFails(call, -1, [&] { return __real_openat(folder, spelled(name).c_str(), flags, mode); });
-}
-
-int __real_pipe2(int*, int);
-int __wrap_pipe2(int* ends, int flags) {
-  return unlessItFails("pipe2", -1, [&] { return __real_pipe2(ends, flags); });
-}
-
-ssize_t __real_pread(int, void*, std::size_t, off_t);
-ssize_t __wrap_pread(int descriptor, void* buffer, std::size_t length, off_t offset) {
-  return moving("pread", length, [&](std::size_t count) { return __real_pread(descriptor, buffer, count, offset); });
-}
-
-ssize_t __real_pwrite(int, const void*, std::size_t, off_t);
-ssize_t __wrap_pwrite(int descriptor, const void* buffer, std::size_t length, off_t offset) {
-  return moving("pwrite", length, [&](std::size_t count) { return __real_pwrite(descriptor, buffer, count, offset); });
-}
-
-dirent* __real_readdir(DIR*);
-dirent* __wrap_readdir(DIR* stream) {
-  return unlessItFails("readdir", static_cast<dirent*>(nullptr), [&] { return __real_readdir(stream); });
-}
-
-ssize_t __real_recv(int, void*, std::size_t, int);
-ssize_t __wrap_recv(int descriptor, void* buffer, std::size_t length, int flags) {
-  return moving("recv", length, [&](std::size_t count) { return __real_recv(descriptor, buffer, count, flags); });
-}
-
-int __real_renameat(int, const char*, int, const char*);
-int __wrap_renameat(int from, const char* name, int to, const char* newName) {
-  return unlessItFails("renameat", -1,
-                       [&] { return __real_renameat(from, spelled(name).c_str(), to, spelled(newName).c_str()); });
-}
-
-int __real_renameat2(int, const char*, int, const char*, unsigned);
-int __wrap_renameat2(int from, const char* name, int to, const char* newName, unsigned flags) {
-  return unlessItFails("renameat2", -1, [&] {
-    return __real_renameat2(from, spelled(name).c_str(), to, spelled(newName).c_str(), flags);
-  });
-}
-
-ssize_t __real_send(int, const void*, std::size_t, int);
-ssize_t __wrap_send(int descriptor, const void* buffer, std::size_t length, int flags) {
-  return moving("send", length, [&](std::size_t count) { return __real_send(descriptor, buffer, count, flags); });
-}
-
-ssize_t __real_sendfile(int, int, off_t*, std::size_t);
-ssize_t __wrap_sendfile(int to, int from, off_t* offset, std::size_t length) {
-  return moving("sendfile", length, [&](std::size_t count) { return __real_sendfile(to, from, offset, count); });
+  return unlessItFails(call, [&] { return __real_openat(folder, spelled(name).c_str(), flags, mode); });
 }
 
 int __real_setsockopt(int, int, int, const void*, socklen_t);
 int __wrap_setsockopt(int descriptor, int level, int name, const void* value, socklen_t length) {
   const auto call = [&] { return __real_setsockopt(descriptor, level, name, value, length); };
-  return level == SOL_SOCKET && name == SO_LINGER ? call() : unlessItFails("setsockopt", -1, call);
-}
-
-int __real_socket(int, int, int);
-int __wrap_socket(int domain, int type, int protocol) {
-  return unlessItFails("socket", -1, [&] { return __real_socket(domain, type, protocol); });
+  return level == SOL_SOCKET && name == SO_LINGER ? call() : unlessItFails("setsockopt", call);
 }
 
 ssize_t __real_splice(int, off_t*, int, off_t*, std::size_t, unsigned);
@@ -227,14 +156,7 @@ ssize_t __wrap_splice(int from, off_t* fromOffset, int to, off_t* toOffset, std:
                 [&](std::size_t count) { return __real_splice(from, fromOffset, to, toOffset, count, flags); });
 }
 
-int __real_stat(const char*, struct stat*);
-int __wrap_stat(const char* path, struct stat* status) {
-  return unlessItFails("stat", -1, [&] { return __real_stat(path, status); });
-}
-
-int __real_unlinkat(int, const char*, int);
-int __wrap_unlinkat(int folder, const char* name, int flags) {
-  return unlessItFails("unlinkat", -1, [&] { return __real_unlinkat(folder, spelled(name).c_str(), flags); });
-}
+#undef VESKO_WRAP
+#undef VESKO_WRAP_MOVING
 
 }  // extern "C"

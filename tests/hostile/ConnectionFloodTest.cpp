@@ -82,35 +82,5 @@ TEST_F(HostileTest, AsManyTransfersAsTheDescriptorsAreEnoughFor) {
   EXPECT_LE(server_->maximumIncomingTransfers * 6, DescriptorLimit::current());
 }
 
-TEST_F(HostileTest, SilentConnectionsCostOnlyEachOther) {
-  constexpr std::size_t othersDescriptors = 512;
-  DescriptorLimit::raise(3000 + othersDescriptors);
-  const auto silentCount = std::min<std::size_t>(3000, DescriptorLimit::current() - othersDescriptors);
-  const auto fileCount = silentCount / 3;
-  server_->maximumIncomingTransfers = 64;
-  recordOnlyOutcomes();
-  auto sender = connect();
-  ASSERT_TRUE(sender.send(metadata(fileCount, 0)));
-  std::vector<RawConnection> silent;
-  silent.reserve(silentCount);
-  for (std::size_t i = 0; i < silentCount; ++i) {
-    silent.push_back(connect());
-    // So that what the service has to catch up with in the end is not all of them.
-    if (i > 500 && i % 100 == 0) {
-      ASSERT_TRUE(recorder_->waitFor("[outcome failed limit]", i - 500));
-    }
-    if (i % 3 == 0 && i / 3 + 1 < fileCount) {
-      ASSERT_TRUE(sender.send(file("folder/" + std::to_string(i / 3), std::string(i, 'x'))));
-    }
-  }
-  const auto brokenOff = silentCount + 1 - server_->maximumIncomingTransfers;
-  ASSERT_TRUE(recorder_->waitFor("[outcome failed limit]", brokenOff));
-  ASSERT_TRUE(sender.send(file("folder/last", "last")));
-  ASSERT_TRUE(recorder_->waitFor("[outcome finished]"));
-  EXPECT_EQ(recorder_->count("[outcome"), brokenOff + 1);
-  EXPECT_EQ(folder_.entries("downloads/folder").size(), fileCount);
-  EXPECT_EQ(folder_.read("downloads/folder/100"), std::string(300, 'x'));
-}
-
 }  // namespace
 }  // namespace vesko

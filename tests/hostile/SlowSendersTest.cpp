@@ -96,11 +96,5 @@ TEST_F(HostileTest, ABodyMayComeAsSlowlyAsItLikes) {
   expectGoodService();
 }
 
-TEST_F(HostileTest, MoreThanWasAnnouncedIsIgnored) {
-  ASSERT_TRUE(receive(metadata(1, 5) + file("a", "hello") + std::string(1UL << 20U, '\0'), "finished"));
-  EXPECT_EQ(deliveredTree(), (Tree{{"a", "hello"}}));
-  expectGoodService();
-}
-
 }  // namespace
 }  // namespace vesko

@@ -16,6 +16,15 @@
 
 namespace vesko {
 
+/// 127.0.0.1.
+inline sockaddr_in loopback(std::uint16_t port) noexcept {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 /// What a service is told of where a datagram comes from: bytes of the system's form. `ip`: in the machine's byte
 /// order.
 inline std::string senderAddress(std::uint32_t ip) {
@@ -75,14 +84,6 @@ class RawDatagrams {
  private:
   static void check(ssize_t result, const char* what) {
     if (result < 0) throw std::system_error(lastSystemError(), what);
-  }
-
-  static sockaddr_in loopback(std::uint16_t port) noexcept {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
   }
 
   FileDescriptor descriptor_;

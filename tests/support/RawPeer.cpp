@@ -1,6 +1,5 @@
 #include "tests/support/RawPeer.h"
 
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "Platform/process/SystemError.h"
+#include "tests/support/RawDatagrams.h"
 
 namespace vesko {
 namespace {
@@ -24,14 +24,6 @@ FileDescriptor checked(FileDescriptor descriptor, const char* what) {
 
 FileDescriptor makeSocket() {
   return checked(FileDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), "socket");
-}
-
-sockaddr_in loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
 }
 
 template <class Value>

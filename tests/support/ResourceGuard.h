@@ -4,8 +4,6 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
-#include <string>
 #include <system_error>
 
 #include "Platform/queues/DispatchQueue.h"
@@ -13,31 +11,6 @@
 #include "tests/support/QueueTasks.h"
 
 namespace vesko {
-
-/// Bytes of memory that the process has in use.
-inline std::size_t residentMemory() {
-  std::ifstream status("/proc/self/status");
-  std::string word;
-  std::size_t kibibytes = 0;
-  while (status >> word && word != "VmRSS:") {
-  }
-  status >> kibibytes;
-  return kibibytes * 1024;
-}
-
-/// Whether `residentMemory` says what the program itself uses: sanitizers keep what was freed.
-constexpr bool countsMemory =
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-    false;
-#else
-    true;
-#endif
-#else
-    true;
-#endif
 
 /// Fails a test that ends with other numbers of open descriptors and threads than it began with. As a fixture's first
 /// base it begins before everything else, and ends after it.

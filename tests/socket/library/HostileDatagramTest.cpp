@@ -158,30 +158,5 @@ TEST_F(HostileDatagramTest, ACrowdFillsNoLineOfTheLog) {
   EXPECT_TRUE(sink->last.ends_with(", and 46 more]\n")) << sink->last.substr(sink->last.size() - 40);
 }
 
-TEST_F(HostileDatagramTest, AFloodKeepsNoTransferFromArriving) {
-  server_->startServer();
-  std::atomic<bool> isOver = false;
-  std::jthread flood([&] {
-    const RawDatagrams socket;
-    const std::string pieces[] = {
-        "", "\1A", "\3", "\4", "\6" + std::string(1000, 'x'), "\1" + std::string(9000, 'x'), "\1\xFF"};
-    for (std::size_t i = 0; !isOver; ++i) socket.send(pieces[i % std::size(pieces)], server_->localUdpPort);
-  });
-  const std::string body(std::size_t{16} << 20U, 'x');
-  EXPECT_TRUE(receive(StreamBytes::metadata(1, body.size()) + StreamBytes::file("large", body), "finished"));
-  isOver = true;
-  flood.join();
-  EXPECT_EQ(folder_.read("downloads/large"), body);
-  clock_->advance(std::chrono::seconds(1));
-  // What waits of the flood may leave no room for one more.
-  EXPECT_TRUE(isSoon([&] {
-    other_.send("\2good", server_->localUdpPort);
-    waitForTasks(server_->broadcastDispatchQueue());
-    const auto peer = server_->peerWithKey("127.0.0.1");
-    return peer && peer->systemSignature() == "good";
-  }));
-  EXPECT_TRUE(answers());
-}
-
 }  // namespace
 }  // namespace vesko

@@ -7,7 +7,6 @@
 #include "Platform/user/NSImage.h"
 #include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/IsSoon.h"
-#include "tests/support/ListingApp.h"
 #include "tests/support/RawDatagrams.h"
 
 namespace vesko {
@@ -267,20 +266,6 @@ TEST_F(VeskoServerAvatarTest, APictureHoldsItsPlaceUntilItIsKept) {
   EXPECT_TRUE(std::ranges::all_of(peers, hasPicture));
 }
 
-TEST_F(VeskoServerAvatarTest, WhoDoesNotAcceptKeepsAPlaceForTwoSeconds) {
-  const SilentListener silent;
-  const RawListener machine;
-  (void)meetMany(silent.port());
-  const auto good = meet(machine.port(), 100);
-  waitForLoop();
-  clock_->advance(std::chrono::milliseconds(1999));
-  waitForLoop();
-  EXPECT_FALSE(machine.hasWaiting());
-  clock_->advance(std::chrono::milliseconds(1));
-  answer(machine, response(picture()));
-  EXPECT_TRUE(arrives(*good));
-}
-
 TEST_F(VeskoServerAvatarTest, AMainQueueThatNobodyDrainsHoldsOneTaskAndNoPicture) {
   const RawListener machine;
   std::vector<std::weak_ptr<VeskoPeer>> gone;
@@ -298,24 +283,6 @@ TEST_F(VeskoServerAvatarTest, AMainQueueThatNobodyDrainsHoldsOneTaskAndNoPicture
   EXPECT_EQ(std::ranges::count_if(gone, &std::weak_ptr<VeskoPeer>::expired), std::ssize(gone) - 1);
   EXPECT_EQ(MainQueue::shared()->drain(), 1U);
   EXPECT_EQ(observer_->all(), Strings{"main 127.0.0.2"});
-}
-
-TEST_F(VeskoServerAvatarTest, ATakenPortIsShownAndListed) {
-  const RawListener taken;
-  const auto application = std::make_shared<ListingApp>();
-  const auto other = std::make_shared<VeskoServer>(0, static_cast<std::uint16_t>(taken.port() - 1), clock_);
-  other->localTcpPort = 0;
-  other->downloadsFolder = server_->downloadsFolder;
-  other->application = application;
-  other->startServer();
-  EXPECT_EQ(application->all(),
-            (Strings{"Our cute veskos cannot put their ears on the TCP port 4645 so they cannot know "
-                     "how other veskos look.",
-                     "terminate"}));
-  ASSERT_EQ(other->failedEndpoints().size(), 1U);
-  EXPECT_EQ(other->failedEndpoints()[0].endpoint, "http");
-  EXPECT_NE(other->boundTcpPort(), 0);
-  EXPECT_EQ(std::make_shared<VeskoServer>(0, 65535, clock_)->boundHttpPort(), 0);
 }
 
 }  // namespace

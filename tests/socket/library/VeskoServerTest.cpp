@@ -6,6 +6,7 @@
 #include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/ListingApp.h"
+#include "tests/support/RawDatagrams.h"
 #include "tests/support/TimeZone.h"
 
 namespace vesko {
@@ -16,18 +17,6 @@ using StreamBytes::metadata;
 
 /// 5 March 2024, midnight in UTC.
 constexpr std::chrono::system_clock::time_point midnight{std::chrono::seconds(1'709'596'800)};
-
-class RecordingApp final : public ListingApp {
- public:
-  explicit RecordingApp(const VeskoServer& server) : server_(server) {}
-  void runModal(const std::string& messageText) override {
-    ListingApp::runModal(messageText);
-    add("listed " + server_.failedEndpoints().back().endpoint);
-  }
-
- private:
-  const VeskoServer& server_;
-};
 
 /// Comes back to the service when it goes.
 class ReturningObserver final : public VeskoPeerDiscoveryDelegate,
@@ -146,27 +135,39 @@ TEST_F(VeskoServerTest, AnObserverMayComeBackWhenItGoes) {
   EXPECT_EQ(returns, 8);
 }
 
-TEST_F(VeskoServerTest, ATakenPortIsShownAndListedUntilTheNextStart) {
-  std::optional<RawListener> taken(std::in_place);
-  const auto port = taken->port();
-  const auto application = std::make_shared<RecordingApp>(*server_);
+TEST_F(VeskoServerTest, TakenPortsAreShownAndListedUntilTheNextStart) {
+  std::optional<RawDatagrams> udp(std::in_place);
+  std::optional<RawListener> tcp(std::in_place), http(std::in_place);
+  const auto application = std::make_shared<ListingApp>();
+  server_ = std::make_shared<VeskoServer>(0, static_cast<std::uint16_t>(http->port() - 1), clock_);
   server_->application = application;
-  server_->localTcpPort = port;
+  server_->localUdpPort = udp->port();
+  server_->localTcpPort = tcp->port();
   server_->startServer();
-  const std::string message =
-      "Our cute veskos cannot put their ears on the TCP port 4644 so they cannot learn any new secrets.";
-  EXPECT_EQ(application->all(), (Strings{message, "listed tcp", "terminate"}));
-  ASSERT_EQ(server_->failedEndpoints().size(), 1U);
-  const auto& failed = server_->failedEndpoints().front();
-  EXPECT_EQ(failed.endpoint, "tcp");
-  EXPECT_EQ(failed.message, message);
-  EXPECT_EQ(failed.error, std::errc::address_in_use);
-  const auto others = std::pair(server_->localUdpPort, server_->boundHttpPort());
-  taken.reset();
+  const std::pair<std::string, std::string> expected[] = {
+      {"udp",
+       "Our cute veskos cannot put their ears on the UDP port 4644 so they cannot hear any sounds from other veskos."},
+      {"http", "Our cute veskos cannot put their ears on the TCP port 4645 so they cannot know how other veskos look."},
+      {"tcp", "Our cute veskos cannot put their ears on the TCP port 4644 so they cannot learn any new secrets."}};
+  const auto& failed = server_->failedEndpoints();
+  ASSERT_EQ(failed.size(), std::size(expected));
+  Strings told;
+  for (const auto& endpoint : failed) {
+    const auto* const found =
+        std::ranges::find(expected, endpoint.endpoint, &std::pair<std::string, std::string>::first);
+    ASSERT_NE(found, std::end(expected)) << endpoint.endpoint;
+    EXPECT_EQ(endpoint.message, found->second);
+    EXPECT_EQ(endpoint.error, std::errc::address_in_use);
+    told.insert(told.end(), {found->second, "terminate"});
+  }
+  EXPECT_EQ(application->all(), told);
+  server_->sayHello();
+  EXPECT_TRUE(udp->isEmpty()) << "what it cannot hear answers to it does not ask";
+  udp.reset();
+  tcp.reset();
+  http.reset();
   server_->startServer();
   EXPECT_TRUE(server_->failedEndpoints().empty());
-  EXPECT_EQ(server_->boundTcpPort(), port);
-  EXPECT_EQ(std::pair(server_->localUdpPort, server_->boundHttpPort()), others);
 }
 
 TEST_F(VeskoServerTest, WithoutDescriptorsItIsNotMade) {
