@@ -3,6 +3,8 @@
 
 #include <thread>
 
+#include "VeskoKit/DiscoveryDatagram.h"
+#include "VeskoKit/NetworkTools.h"
 #include "tests/socket/library/VeskoServerFixture.h"
 #include "tests/support/RawDatagrams.h"
 
@@ -160,11 +162,55 @@ TEST_F(VeskoServerDiscoveryTest, KeepsTheTableOfThoseItHears) {
 TEST_F(VeskoServerDiscoveryTest, IgnoresItselfAndWhatIsNoHello) {
   server_->startDiscovery();
   for (const auto& bytes : {""s, "\0S"s, "\6S"s, "\4"s, "\5\1"s, "\1\xFF"s}) arrive(bytes, {"127.0.0.1"});
-  arrive("\1S", {"10.0.0.1"});
+  // An answer to 0.0.0.0/8, which a sender may give as its own address, would come back to this machine.
+  for (const auto* own : {"10.0.0.1", "0.0.0.0", "0.0.0.1", "0.255.255.255"}) {
+    for (const auto* bytes : {"\1S", "\2S", "\4\x88\x13S", "\5\x88\x13S", "\3Bye Bye"}) arrive(bytes, {own});
+  }
   waitForTasks(server_->broadcastDispatchQueue());
   EXPECT_EQ(recorder_->all(), Strings()) << "not even the log tells of it";
   EXPECT_EQ(peers_->all(), Strings());
   EXPECT_TRUE(wellKnown_.isEmpty());
+  VeskoServer real(0, 0, clock_);
+  for (const auto& [name, address, netmask] : NetworkTools::getIFAddresses()) {
+    real.udpSocketDidReceiveData("\1S", senderAddress(ntohl(::inet_addr(address.c_str()))));
+    EXPECT_EQ(real.peers().size(), 0U) << address;
+  }
+}
+
+TEST_F(VeskoServerDiscoveryTest, SignaturesAreKeptAsTheyAreAndLoggedOnOneLine) {
+  const std::string most(signatureLimit, 'x');
+  const struct {
+    std::string signature, kept, logged;
+  } cases[] = {
+      {std::string(65'506, 'x'), most, most},
+      {most.substr(1) + "\xF0\x9F\x98\x80", most.substr(1), most.substr(1)},
+      {"\0\r\n\x1B]0;x\x07\x7F"s, "\0\r\n\x1B]0;x\x07\x7F"s, "\\u{0}\\u{d}\\u{a}\\u{1b}]0;x\\u{7}\\u{7f}"},
+      {"\u009b31m\u202Egpj.", "\u009b31m\u202Egpj.", "\\u{9b}31m\\u{202e}gpj."},
+      {"\uFEFF\uFFFF\U0010FFFFe\u0301", "\uFEFF\uFFFF\U0010FFFFe\u0301", "\uFEFF\uFFFF\U0010FFFFe\u0301"},
+  };
+  server_->startDiscovery();
+  for (const auto& [signature, kept, logged] : cases) {
+    SCOPED_TRACE(testing::PrintToString(signature.substr(0, 40)));
+    recorder_->take();
+    other_.send("\2" + signature, server_->localUdpPort);
+    ASSERT_TRUE(recorder_->waitFor("["));
+    const std::string row = "[\"127.0.0.1\": 127.0.0.1:" + std::to_string(wellKnown_.port()) + " \"";
+    EXPECT_EQ(recorder_->all(), Strings{row + logged + "\"]"});
+    EXPECT_EQ(server_->peerWithKey("127.0.0.1")->systemSignature(), kept);
+  }
+}
+
+TEST_F(VeskoServerDiscoveryTest, ACrowdFillsNoLineOfTheLog) {
+  Log::setSink(nullptr);
+  Strings senders;
+  for (int i = 1; i <= 49; ++i) senders.push_back("11.0.0." + std::to_string(i));
+  arrive("\2" + std::string(signatureLimit, '\x1B'), senders);
+  Log::setSink(recorder_);
+  arrive("\2" + std::string(signatureLimit, '\x1B'), {"11.0.0.50"});
+  const auto lines = recorder_->take();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_LT(lines[0].size(), std::size_t{200'000});
+  EXPECT_TRUE(lines[0].ends_with(", and 46 more]")) << lines[0].substr(lines[0].size() - 40);
 }
 
 TEST_F(VeskoServerDiscoveryTest, BoundsTheTableAndTheAnswers) {
