@@ -1,7 +1,6 @@
 // Answers to the request for a picture, over loopback, and the pictures in them.
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -27,15 +26,7 @@ constexpr std::uint32_t maximumSide = 128;
 
 class Session {
  public:
-  Session() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    auto address = loopback(0);
-    socklen_t length = sizeof address;
-    auto* const where = reinterpret_cast<sockaddr*>(&address);
-    check(::bind(listener_.get(), where, length) == 0 && ::listen(listener_.get(), 1) == 0, "a port can be opened");
-    check(::getsockname(listener_.get(), where, &length) == 0, "a port is known");
-    port_ = ntohs(address.sin_port);
-    loop_->runForever();
-  }
+  Session() { loop_->runForever(); }
   ~Session() { loop_->stop(); }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
@@ -44,8 +35,9 @@ class Session {
   [[nodiscard]] std::optional<HTTPResponse> get(std::string_view bytes, std::uint8_t choice, bool endsInReset) {
     std::optional<HTTPResponse> result;
     int completions = 0;
-    const std::chrono::seconds bound(patience.tv_sec);
-    session_.get({"127.0.0.1", port_, "/virno/avatar", maximumBody, bound, bound}, queue_,
+    constexpr std::chrono::seconds bound{15};  // of an input that hangs, long before the fuzzer's own
+
+    session_.get({"127.0.0.1", listener_.port(), "/virno/avatar", maximumBody, bound, bound}, queue_,
                  [&](std::optional<HTTPResponse> response) {
                    result = std::move(response);
                    ++completions;
@@ -59,21 +51,17 @@ class Session {
 
  private:
   void answer(std::string_view bytes, std::uint8_t choice, bool endsInReset) const {
-    const FileDescriptor connection(
-        uninterrupted([this] { return ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC); }));
-    check(static_cast<bool>(connection), "a request comes");
-    std::array<char, 1024> request;
-    const auto count = uninterrupted([&] { return ::recv(connection.get(), request.data(), request.size(), 0); });
-    check(count > 0, "a request is sent");
-    closeByReset(connection.get());
-    sendInPieces(connection.get(), bytes, choice);
-    if (endsInReset) return;
-    ::shutdown(connection.get(), SHUT_WR);
-    (void)receiveAll(connection.get());
+    auto connection = listener_.accept();
+    check(connection.receive(4) == "GET ", "a request is sent");
+    sendInPieces(connection, bytes, choice);
+    if (!endsInReset) {
+      connection.endSending();
+      (void)receiveAll(connection);
+    }
+    connection.reset();
   }
 
-  const FileDescriptor listener_;
-  std::uint16_t port_ = 0;
+  const RawListener listener_;
   const std::shared_ptr<ManualQueue> queue_ = std::make_shared<ManualQueue>();
   const std::shared_ptr<SelectorEventLoop> loop_ = std::make_shared<SelectorEventLoop>();
   HTTPSession session_{loop_, Clock::system()};

@@ -43,7 +43,9 @@ RawConnection::RawConnection(FileDescriptor descriptor) : descriptor_(std::move(
 RawConnection RawConnection::to(std::uint16_t port) {
   RawConnection connection(makeSocket());
   const sockaddr_in address = loopback(port);
-  if (::connect(connection.descriptor_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  const auto* const where = reinterpret_cast<const sockaddr*>(&address);
+  // An interrupted attempt goes on by itself (connect(2)).
+  if (::connect(connection.descriptor_.get(), where, sizeof address) != 0 && errno != EINTR) {
     throw std::system_error(lastSystemError(), "connect");
   }
   return connection;
@@ -51,7 +53,9 @@ RawConnection RawConnection::to(std::uint16_t port) {
 
 bool RawConnection::send(std::string_view bytes, std::size_t pieceLength) {
   while (!bytes.empty()) {
-    const ssize_t count = ::send(descriptor_.get(), bytes.data(), std::min(bytes.size(), pieceLength), MSG_NOSIGNAL);
+    const auto piece = bytes.substr(0, pieceLength);
+    const auto count =
+        uninterrupted([&] { return ::send(descriptor_.get(), piece.data(), piece.size(), MSG_NOSIGNAL); });
     if (count < 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
@@ -63,7 +67,8 @@ std::string RawConnection::receive(std::size_t length) {
   std::vector<char> buffer(256 * 1024);
   error_.clear();
   while (bytes.size() < length) {
-    const ssize_t count = ::recv(descriptor_.get(), buffer.data(), std::min(buffer.size(), length - bytes.size()), 0);
+    const auto most = std::min(buffer.size(), length - bytes.size());
+    const auto count = uninterrupted([&] { return ::recv(descriptor_.get(), buffer.data(), most, 0); });
     if (count < 0) error_ = lastSystemError();
     if (count <= 0) break;
     bytes.append(buffer.data(), static_cast<std::size_t>(count));
@@ -98,7 +103,8 @@ bool RawListener::hasWaiting() const {
 
 RawConnection RawListener::accept() const {
   pollfd waiting{.fd = descriptor_.get(), .events = POLLIN, .revents = 0};
-  if (::poll(&waiting, 1, patience * 1000) != 1) throw std::system_error(std::make_error_code(std::errc::timed_out));
+  if (uninterrupted([&] { return ::poll(&waiting, 1, patience * 1000); }) != 1)
+    throw std::system_error(std::make_error_code(std::errc::timed_out));
   return RawConnection(checked(FileDescriptor(::accept4(descriptor_.get(), nullptr, nullptr, SOCK_CLOEXEC)), "accept"));
 }
 
