@@ -12,13 +12,13 @@ namespace vesko {
 
 class SelectorEventLoop;
 
-/// Serves the current user's avatar to other machines, over HTTP, on the loop's thread.
+/// Serves the avatar of the current user to peers by HTTP, on the loop's thread.
 class AvatarEndpoint {
  public:
-  /// Where the avatar is found.
+  /// The path of the avatar; all other paths are answered with status 400.
   static constexpr const char* path = "/virno/avatar";
 
-  /// Opens nothing yet. `port` 0 lets the system choose.
+  /// Does not listen yet. `port` 0 lets the system choose.
   AvatarEndpoint(std::shared_ptr<SelectorEventLoop> loop, std::uint16_t port);
 
   /// Listens on every interface. False, with `error` set, when it cannot.
@@ -26,11 +26,11 @@ class AvatarEndpoint {
 
   [[nodiscard]] const DefaultHTTPServer& server() const noexcept { return server_; }
 
-  /// The port that it listens on; 0 while it does not.
+  /// The port it listens on; 0 while it does not. Any thread.
   [[nodiscard]] std::uint16_t port() const noexcept { return server_.port(); }
 
  private:
-  /// Answers one request, whatever its method: with the avatar, or why there is none.
+  /// Answers a request, whatever its method: with the avatar, with 404 when the user has none, or with 400.
   void metadataApp(const DefaultHTTPServer::Environment& environment,
                    const DefaultHTTPServer::StartResponse& startResponse, const DefaultHTTPServer::SendBody& sendBody);
 
@@ -38,8 +38,8 @@ class AvatarEndpoint {
   DefaultHTTPServer server_;
 };
 
-/// `text` between double quotes: quotes of both kinds and backslashes behind a backslash, control characters as \0, \t,
-/// \n, \r or \u{1B}; bytes that are not UTF-8 as U+FFFD.
+/// `text` in double quotes: quotes of both kinds and backslashes with a backslash before them, control characters as
+/// \0, \t, \n, \r or \u{1B}, bytes that are not UTF-8 as U+FFFD.
 [[nodiscard]] std::string quotedForm(const std::string& text);
 
 }  // namespace vesko

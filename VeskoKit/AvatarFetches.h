@@ -15,41 +15,47 @@ namespace vesko {
 
 class VeskoPeer;
 
-/// Gets the avatars of other machines, a few at a time: each holds its place until its avatar is kept, so that no
-/// more than so many are in memory on their way. Used on one queue only, which all calls come on.
+/// Fetches the avatars of peers, a few at a time. A fetch keeps its place until its avatar has been passed to `Keep`,
+/// so that only so many avatars are in memory on their way. All calls, those of `Keep` included, are on one queue.
+///
+/// The way of an avatar, queue by queue: (1) `get` on the service's queue starts the request; (2) the HTTP loop reads
+/// the answer; (3) the queue "avatars" checks and decodes the PNG, which may take long, and encodes it as a data URL;
+/// (4) the service's queue stores it in the record; (5) the main queue tells the host.
 class AvatarFetches : public std::enable_shared_from_this<AvatarFetches> {
  public:
-  /// Takes an avatar, a data URL of a PNG (RFC 2397), which is no larger than there is room for.
+  /// Takes an avatar as a data URL of a PNG (RFC 2397), no larger than `AvatarShares::room`.
   using Keep = std::function<void(const std::shared_ptr<VeskoPeer>& peer, std::string avatar)>;
 
-  /// Avatars under way at once.
+  /// Fetches at the same time.
   static constexpr std::size_t maximumAtOnce = 8;
 
-  /// Bytes of an avatar as it comes, and pixels it may have each way: far above what account pictures are.
+  /// Bytes of a PNG as it is sent (4 MiB), and its pixels in each direction: far more than account pictures have.
   static constexpr std::size_t maximumAvatar = std::size_t{4} << 20U;
   static constexpr std::uint32_t maximumSide = 4096;
 
-  /// `loop`, which must have been stopped when this goes, carries the requests; the clock is that of `queue`.
+  /// `loop` carries out the requests; it must have been stopped before this is destroyed. Time is that of `queue`.
   AvatarFetches(std::shared_ptr<SelectorEventLoop> loop, std::shared_ptr<DispatchQueue> queue);
 
-  /// Gets the avatar of `peer` from `port` of its machine when its turn has come, and calls `keep` with it. Nothing is
-  /// called where nothing comes that is a PNG of sane size, and nothing happens while that avatar is on its way.
+  /// Fetches the avatar of `peer` from `port` of its machine, when one of the places is free, and calls `keep` with it.
+  /// `keep` is not called when nothing arrives that is a PNG within the limits. Does nothing when that avatar is
+  /// already being fetched.
   void get(const std::shared_ptr<VeskoPeer>& peer, std::uint16_t port, Keep keep);
 
-  /// Breaks off what is under way for `peer`, or waits for its turn, and lets go of the record.
+  /// Cancels the fetch for `peer`, or removes it from the waiting ones, and releases the record.
   void drop(const VeskoPeer& peer);
 
-  /// What the avatars that were kept take.
+  /// The memory that the kept avatars take.
   [[nodiscard]] AvatarShares& shares() noexcept { return shares_; }
 
  private:
+  /// Identifies a fetch; fetches are started in this order.
   using Turn = std::uint64_t;
 
   struct Fetch {
-    std::shared_ptr<VeskoPeer> peer;  ///< none when it was dropped
+    std::shared_ptr<VeskoPeer> peer;  ///< none once it was dropped
     std::uint16_t port = 0;
     Keep keep;
-    HTTPSession::Task task = 0;  ///< once it is under way
+    HTTPSession::Task task = 0;  ///< set once the request has been started
   };
 
   void startNext();

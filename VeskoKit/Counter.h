@@ -4,7 +4,8 @@
 
 namespace vesko {
 
-/// A number that one queue counts and any thread may look at: a reader gets the value of some recent moment.
+/// A number that one queue changes and that any thread may read. A reader gets the value of some recent moment; two
+/// counters read one after the other need not fit together.
 template <class Number>
 class Counter {
  public:
@@ -18,7 +19,7 @@ class Counter {
   }
   operator Number() const noexcept { return value_.load(std::memory_order_relaxed); }
 
-  /// Not one step: only the counting queue adds.
+  /// Not atomic as a whole: only the one queue that counts may call it.
   Counter& operator+=(Number amount) noexcept { return *this = static_cast<Number>(*this) + amount; }
 
  private:

@@ -11,28 +11,31 @@ namespace vesko {
 class DispatchQueue;
 class VeskoIncomingTransfer;
 
-/// What the incoming transfers of one service share: their places, and the queue where storage is removed that would
-/// keep the others waiting. On the queue of the transfers only, but for `removalQueue`.
+/// What the incoming transfers of one service share: the limited number of places, and the queue on which storage is
+/// removed when that would delay the others. On the queue of the transfers only, but for `removalQueue`.
 class IncomingTransferRoom : public std::enable_shared_from_this<IncomingTransferRoom> {
  public:
   explicit IncomingTransferRoom(std::shared_ptr<DispatchQueue> removalQueue) : removalQueue_(std::move(removalQueue)) {}
 
-  /// Gives `transfer`, which has just been made, a place.
+  /// Gives a place to `transfer`, which was just made.
   void admit(const std::shared_ptr<VeskoIncomingTransfer>& transfer);
 
-  /// Makes sure that fewer than `maximum` (at least 1) have a place: the transfer whose sender has sent nothing that
-  /// counts for the longest time gives way.
+  /// Makes sure that fewer than `maximum` (at least 1) transfers have a place. If need be, the transfer whose sender
+  /// has been silent for longest fails.
   void makePlace(std::size_t maximum);
 
-  /// A number above all that were given before: it dates an activity among those of the other transfers.
+  /// The next sequence number of useful data. Of two transfers, the one with the smaller number has been silent for
+  /// longer.
   [[nodiscard]] std::uint64_t nextActivity() noexcept { return ++activityCounter_; }
 
   /// Any thread.
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& removalQueue() const noexcept { return removalQueue_; }
 
  private:
-  /// Whether bytes that it waits for have arrived and are yet to be read, and when something that counts was received
-  /// last: the metadata, a header or bytes of a body.
+  /// How recently a sender was active; the smallest value has been silent for longest. First: bytes that the transfer
+  /// waits for have arrived and are not read yet. Second: the sequence number of its last useful data, which is the
+  /// metadata, a size or bytes of a body. A name does not count: a sender could keep its place for hours by sending one
+  /// byte of it every few seconds.
   using Activity = std::pair<bool, std::uint64_t>;
   [[nodiscard]] static Activity activityOf(const VeskoIncomingTransfer& transfer);
 

@@ -7,13 +7,17 @@
 
 namespace vesko {
 
-/// The walk over chosen paths: for each, in order, the file, or the folder followed by everything inside it (depth
-/// first, a folder before its contents, in the file system's order, hidden entries included). Links are followed.
+/// Lists what is at `paths` as items to be sent: for each path, in order, the file, or the folder followed by
+/// everything inside it. Folders come before their contents, depth first, in the file system's order, hidden entries
+/// included. Symbolic links are followed.
 ///
 /// What cannot be sent is left out, with everything inside it, and added to `leftOut` with the reason: what does not
-/// exist, cannot be read or is no file or folder; a folder that is its own ancestor; a name the other side would refuse
-/// (not UTF-8, of more than 4,096 bytes or 256 components); and what `VeskoItemErrc` lists. Every file that is said to
-/// be empty is tried for a first byte. Blocks while it queries the file system; any thread.
+/// exist, cannot be read or is neither file nor folder; a folder that contains itself through a link; a name that the
+/// receiver would refuse (not UTF-8, more than 4,096 bytes or 256 components); and what `VeskoItemErrc` lists. Of a
+/// folder whose listing breaks off with an error, the entries listed by then are sent.
+///
+/// Reads the first byte of each file that is listed as empty, since files such as those of /proc say so wrongly. Blocks
+/// while it asks the file system; any thread.
 [[nodiscard]] VeskoItems walkPaths(const std::vector<std::string>& paths, std::vector<VeskoSkippedElement>& leftOut);
 
 }  // namespace vesko

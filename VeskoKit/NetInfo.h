@@ -7,22 +7,22 @@
 
 namespace vesko {
 
-/// An IPv4 address and its netmask, both in dotted-decimal form, and what follows from them. Any thread.
+/// An IPv4 address with its netmask, both in dotted-decimal form, and what follows from them. Any thread.
 ///
-/// Requires: both are four decimal octets. What would follow from anything else is empty or 0.
+/// Requires: both are four decimal octets; otherwise the texts below are empty and the number is 0.
 struct NetInfo {
   NetInfo(std::string address, std::string mask) : ip(std::move(address)), netmask(std::move(mask)) {}
 
   std::string ip;
   std::string netmask;
 
-  /// The network's address: `ip` AND `netmask`.
+  /// The address of the network: `ip` AND `netmask`.
   [[nodiscard]] std::string network() const;
 
-  /// The address of everybody in the network (RFC 919): `network` OR NOT `netmask`.
+  /// The broadcast address of the network (RFC 919): `network` OR NOT `netmask`.
   [[nodiscard]] std::string broadcast() const;
 
-  /// The prefix length (RFC 4632): how many one bits `netmask` begins with.
+  /// The prefix length (RFC 4632): how many one bits `netmask` begins with, 0 to 32.
   [[nodiscard]] int cidr() const;
 
  private:

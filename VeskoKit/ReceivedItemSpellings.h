@@ -11,31 +11,35 @@
 
 namespace vesko {
 
-/// The names that one transfer has made where the file system takes names of different bytes for one: because letter
-/// case does not count there, say, or how an accent is written. Elsewhere nothing is kept.
+/// Remembers the names that one transfer has created, on file systems that take different names for the same one:
+/// because they ignore letter case, or how an accent is encoded. On all other file systems it remembers nothing.
 ///
-/// Which names are one is the file system's own affair, and differs from one to the next. All that is asked of it is
-/// whether a name is taken; only the spellings kept here then tell whether by that very name. Not locked.
+/// Which names are the same differs between file systems, so it is not computed here. The file system only tells
+/// whether a name is taken; this class then tells whether the very same name was created before, or another spelling of
+/// it. Not locked.
 class ReceivedItemSpellings {
  public:
-  /// A folder that was made: names are kept by where they are.
+  /// The number of a folder that was created; names are remembered for each folder.
   using Folder = std::uint64_t;
   static constexpr Folder top = 0;
 
-  /// Tries, once, whether names have to be kept for what is made in `folder`, which is empty. An error when what was
-  /// made for that cannot be removed.
+  /// Finds out, once, whether names must be remembered, by creating a file in `folder`, which is empty, and looking for
+  /// it under other spellings. `error` is set when that file cannot be removed again.
   void examine(const DirectoryHandle& folder, std::error_code& error);
 
-  /// True unless the name, should it be taken, may be taken by one that is spelled differently.
+  /// True when an existing entry of this name was created under exactly this name; always true where nothing is
+  /// remembered.
   [[nodiscard]] bool knows(Folder parent, const std::string& name) const;
 
+  /// Remembers or forgets a name.
   void note(Folder parent, const std::string& name);
   void forget(Folder parent, const std::string& name);
 
-  /// The folder of a name that was noted.
+  /// The number of the folder with this name; `top` where nothing is remembered.
   [[nodiscard]] Folder folder(Folder parent, const std::string& name) const;
 
-  /// The name at the top, if names are kept and this is the only one there: a file system may list another spelling.
+  /// The name at the top level, if names are remembered and there is only one. The file system may list it in another
+  /// spelling.
   [[nodiscard]] std::optional<std::string> onlyNameAtTop() const;
 
  private:

@@ -19,85 +19,92 @@ class FileHandle;
 
 /// The disk side of one incoming transfer: the only code that writes received items.
 ///
-/// Everything goes into a hidden storage folder of the transfer's own inside the downloads folder, made with the first
-/// element, and moves from there under names that nothing has yet. All access is relative to held folders and follows
-/// no link, so whatever a stream or another process does, nothing outside is touched. Used on the transfer's queue
-/// only.
+/// Everything is written into a hidden storage folder inside the downloads folder, which is made for the first element,
+/// and is moved from there to names that are free (`settle`). All access is relative to open folders and follows no
+/// link, so nothing outside them is touched, whatever a stream or another process does. On the transfer's queue only.
+///
+/// The storage folder is locked while the transfer lives. A start of the service deletes storage folders that nobody
+/// has locked (`sweep`).
 class ReceivedItemStorage {
  public:
-  /// The failure that ended the transfer may be the one that stands in the way of a removal, and pass.
+  /// A removal is tried twice: the failure that ended the transfer may also prevent the removal, and be over a moment
+  /// later.
   static constexpr int removalAttempts = 2;
 
-  /// What a disk removes within some milliseconds, which is less than handing it on is worth.
+  /// Up to this much is removed within milliseconds, so that it is not worth another queue.
   static constexpr std::uint64_t quicklyRemovedEntries = 100;
   static constexpr std::uint64_t quicklyRemovedBytes = 64ULL * 1024 * 1024;
 
   enum class Verdict : std::uint8_t {
-    stored,   ///< the element has its place
-    dropped,  ///< this element cannot be created; others can
-    failed,   ///< the disk or the folder is unusable, or full
+    stored,   ///< the element can be stored
+    dropped,  ///< this element cannot be created, but others can
+    failed,   ///< the disk is full, or the disk or folder is unusable
   };
 
   struct Preparation {
     Verdict verdict = Verdict::stored;
-    std::shared_ptr<FileHandle> file;  ///< for a file that is stored: open for writing at offset 0
+    std::shared_ptr<FileHandle> file;  ///< of a file: open for writing at offset 0
     std::error_code error;
   };
 
-  /// Chooses the storage folder's name inside `basePath`: ".VeskoTransferIntermediateStorage", the start time as
-  /// yyyyMMddhhmmss and a text of `randomText` (32 letters and digits), drawn again while something of the name exists.
-  /// Makes nothing yet; the first element also makes `basePath` if it is missing by then.
+  /// Chooses a name for the storage folder inside `basePath`: ".VeskoTransferIntermediateStorage", the start time as
+  /// yyyyMMddhhmmss, and a text of `randomText` (32 letters and digits), chosen again while something has that name.
+  /// Makes nothing yet. The first element makes the folder, and `basePath` if it is missing by then.
   ReceivedItemStorage(std::string basePath, std::chrono::system_clock::time_point startTime,
                       std::function<std::string()> randomText);
 
-  /// Removes the storage folder unless it was settled.
+  /// Removes the storage folder, unless it was settled or given up.
   ~ReceivedItemStorage();
 
   ReceivedItemStorage(const ReceivedItemStorage&) = delete;
   ReceivedItemStorage& operator=(const ReceivedItemStorage&) = delete;
 
-  /// The storage folder's path, whether or not it has been made. It is final once the first element is prepared: should
-  /// somebody take the chosen name until then, another one is drawn.
+  /// The path of the storage folder, whether or not it exists. Final once the first element was prepared: if something
+  /// takes the name before that, another one is chosen.
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// Makes the folder of an element, and missing ones above it; one that exists is accepted. Here and below, an element
-  /// is dropped when the file system takes its name, or that of a folder above it, for another one that came before.
-  /// Requires: `name` is good by `TransferStream::checkName`, here and below.
+  /// Makes the folder of an element and the folders above it that are missing. A folder that exists is accepted. Here
+  /// and below, an element is dropped when the file system takes its name, or that of a folder above it, for the name
+  /// of an earlier element that is spelled differently. Requires, here and below: `name` is good by
+  /// `TransferStream::checkName`.
   [[nodiscard]] Preparation prepareFolder(std::string_view name);
 
-  /// Makes the file of an element, and missing folders above it; a file of the same name gives way. An element of
-  /// `size` bytes that the disk has no room for fails with `std::errc::no_space_on_device` before anything is created.
+  /// Makes the file of an element and the folders above it that are missing. A file of the same name is replaced.
+  /// `size` in bytes: when the disk has no room for it, the result is `std::errc::no_space_on_device` and no file is
+  /// created.
   [[nodiscard]] Preparation prepareFile(std::string_view name, std::uint64_t size);
 
-  /// Removes the file prepared last, whose body did not arrive whole. False when it cannot: nothing may be settled
-  /// then.
+  /// Removes the file that was prepared last, because its body did not arrive completely. False when that fails; then
+  /// nothing may be settled.
   [[nodiscard]] bool discardLastFile();
 
-  /// Moves what arrived into the downloads folder: a single top-level entry under its own name, several, and one that
-  /// is named as storage folders are, inside a folder "Received by Vesko at " and the start time, with a counter from 2
-  /// on in parentheses where the name is taken. Never replaces anything. The final path; "" when nothing was in the
-  /// storage folder; none when it was never made, or with `error` set (then the storage folder still stands).
+  /// Moves what arrived into the downloads folder, under names that are free; nothing is replaced. A single top-level
+  /// entry keeps its name. Several, or one that is named like a storage folder, stay together in a folder "Received by
+  /// Vesko at " and the start time. Where a name is taken, a counter from 2 on is added in parentheses.
+  ///
+  /// Returns the final path; "" when the storage folder was empty; none when it was never made, or when `error` is set,
+  /// in which case the storage folder still exists.
   [[nodiscard]] std::optional<std::string> settle(std::error_code& error);
 
-  /// Removes the storage folder with all it holds.
+  /// Removes the storage folder with all its contents.
   void remove();
 
-  /// True when `remove` would keep others on this queue waiting: of many entries, or of more bytes than a file system
-  /// frees in a moment.
+  /// True when `remove` would delay others on this queue: there are many entries, or more bytes than a file system
+  /// frees quickly.
   [[nodiscard]] bool takesLongToRemove() const noexcept;
 
-  /// Lets go of the storage folder, and leaves its removal to a task that may run anywhere, once. Until it does no
-  /// descriptor is held.
+  /// Releases the storage folder and returns a function that removes it. The function may be called once, on any
+  /// thread. No descriptor is held until then.
   [[nodiscard]] std::function<void()> giveUp();
 
-  /// Removes the storage folders that dead transfers left in `basePath`: folders of the name above that belong to this
-  /// user and that no living process holds. The number removed.
+  /// Removes the storage folders in `basePath` that ended processes have left: those with a name as above that belong
+  /// to this user and that no process has locked. Returns how many. Any thread.
   static std::size_t sweep(const std::string& basePath);
 
  private:
   struct Place {
     std::shared_ptr<DirectoryHandle> folder;
-    ReceivedItemSpellings::Folder number = ReceivedItemSpellings::top;
+    ReceivedItemSpellings::Folder number = ReceivedItemSpellings::top;  ///< by which its names are kept
   };
 
   void chooseName();
@@ -117,17 +124,18 @@ class ReceivedItemStorage {
   std::string name_;
   std::string path_;
 
-  // Three folders are held whatever the depth: siblings, which usually come in a row, cost no walk from the top.
+  // At most three folders are open, however deep the tree. The last parent stays open because siblings usually follow
+  // each other and then need no walk from the top.
   std::shared_ptr<DirectoryHandle> base_;
-  std::shared_ptr<DirectoryHandle> root_;   ///< the storage folder, locked while it is ours
-  Place parent_;                            ///< of the element prepared last
-  std::vector<std::string> parentFolders_;  ///< the way from `root_` to `parent_`
+  std::shared_ptr<DirectoryHandle> root_;   ///< the storage folder; locked while it is open
+  Place parent_;                            ///< the folder of the element that was prepared last
+  std::vector<std::string> parentFolders_;  ///< the path from `root_` to `parent_`
   ReceivedItemSpellings spellings_;
 
-  std::string lastFile_;  ///< inside `parent_`; "" when the element prepared last is no file
-  std::uint64_t estimatedFreeBytes_ = 0;
-  std::uint64_t entryCount_ = 0;  ///< made, those that gave way included
-  std::uint64_t byteCount_ = 0;   ///< that these were to hold
+  std::string lastFile_;                  ///< in `parent_`; "" when the element prepared last is no file
+  std::uint64_t estimatedFreeBytes_ = 0;  ///< free bytes when last asked, less what was prepared since
+  std::uint64_t entryCount_ = 0;          ///< entries made, replaced ones included
+  std::uint64_t byteCount_ = 0;           ///< announced bytes of these entries
 };
 
 }  // namespace vesko

@@ -4,16 +4,16 @@
 
 namespace vesko {
 
-/// Which limit a transfer or an element met that ended with `VeskoFailureReason::limit`; the outcome's error code.
+/// The limit that a transfer or element exceeded, as the error code of `VeskoFailureReason::limit`.
 enum class TransferLimit {
-  size = 1,     ///< of all bodies: more bytes than are let in
-  textLength,   ///< of a snippet: `VeskoText::maximumLength`
+  size = 1,     ///< of all bodies: more bytes than are accepted
+  textLength,   ///< of a text: `VeskoText::maximumLength`
   nameLength,   ///< of an element's name: `TransferStream::maximumNameLength`
-  nameDepth,    ///< folders in a name: `TransferStream::maximumNameDepth`
+  nameDepth,    ///< components of a name: `TransferStream::maximumNameDepth`
   connections,  ///< incoming transfers at once: `VeskoServer::maximumIncomingTransfers`
 };
 
-/// The code whose message is the limit in words for people.
+/// An error code whose message tells people the limit.
 [[nodiscard]] std::error_code make_error_code(TransferLimit limit) noexcept;
 
 }  // namespace vesko

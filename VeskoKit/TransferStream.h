@@ -7,8 +7,12 @@
 
 #include "Platform/files/Data.h"
 
-/// The bytes of a transfer: 16 bytes of metadata, then for each element its name, a 0x00 byte, its size and its body.
-/// Pure functions; any thread.
+/// The stream of bytes of a transfer: encoding and decoding. Pure functions; any thread.
+///
+///     metadata  8 bytes number of elements, 8 bytes total size of all bodies
+///     element   name in UTF-8, 0x00, 8 bytes size (all bits set: a folder), body of that size; repeated
+///
+/// Numbers are unsigned and little-endian.
 namespace vesko::TransferStream {
 
 struct Metadata {
@@ -20,24 +24,26 @@ struct Metadata {
 constexpr std::uint64_t metadataLength = 16;  ///< bytes
 constexpr std::uint64_t sizeFieldLength = 8;  ///< bytes
 
-/// The value of a folder's size field: all 64 bits set. No file can be of this length.
+/// The size field of a folder, which has no body.
 constexpr std::uint64_t folderMark = ~std::uint64_t{0};
 
-/// The name of a snippet of text, which is the only element of its transfer.
+/// The name of a text. It means a text only where it is the only element.
 constexpr std::string_view textName = "___VIRNO___TEXT___";
 
-/// A name may have this many bytes: the longest path that Linux takes (PATH_MAX, limits.h).
+/// A name has at most this many bytes, inclusive: the longest path that Linux accepts (PATH_MAX, limits.h).
 constexpr std::size_t maximumNameLength = 4096;
 
-/// And this many components, so that nobody makes us build a tower of folders.
+/// And at most this many components, inclusive, so that a sender cannot make the receiver create folders without end.
 constexpr std::size_t maximumNameDepth = 256;
 
 [[nodiscard]] Data encodeMetadata(const Metadata& metadata);
 [[nodiscard]] Metadata decodeMetadata(const Data& bytes);  ///< Requires: `metadataLength` bytes.
 
+/// The header of an element: name, 0x00, size field.
 [[nodiscard]] Data encodeHeader(std::string_view name, std::uint64_t sizeField);
 [[nodiscard]] std::uint64_t decodeSizeField(const Data& bytes);  ///< Requires: `sizeFieldLength` bytes.
 
+/// True when the only element of a transfer has the name of a text.
 [[nodiscard]] bool isText(std::string_view name, std::uint64_t elementCount) noexcept;
 
 enum class NameVerdict : std::uint8_t {
@@ -48,11 +54,11 @@ enum class NameVerdict : std::uint8_t {
   tooDeep,
 };
 
-/// What to think of an element's name. Anything not named above is good, control characters included. One that could
-/// lead out of the folder received into is refused, never rewritten: what it was to mean is anybody's guess.
+/// Judges the name of a received element. Whatever is not listed above is good, control characters included. An unsafe
+/// name is refused rather than corrected, because nobody can know what it was meant to be.
 [[nodiscard]] NameVerdict checkName(std::string_view name) noexcept;
 
-/// The components of a good name, without empty and "." ones: at least one.
+/// The components of a good name, at least one, without those that are empty or ".".
 [[nodiscard]] std::vector<std::string> componentsOfName(std::string_view name);
 
 }  // namespace vesko::TransferStream

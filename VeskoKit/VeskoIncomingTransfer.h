@@ -29,83 +29,108 @@ class VeskoIncomingTransfer;
 enum class TransferLimit;
 struct SocketError;
 
-/// Hears how incoming transfers get on. Every call comes on the queue of the transfer, which all incoming transfers of
-/// a service share: what takes long belongs elsewhere.
+/// Is told about the progress of incoming transfers, and what arrived. Every call comes on the transfer's queue, which
+/// all incoming transfers of a service share: a call that takes long delays all of them. How a transfer ended is told
+/// by `VeskoTransferOutcomeDelegate`.
 class VeskoIncomingTransferDelegate {
  public:
   virtual ~VeskoIncomingTransferDelegate() = default;
 
-  /// A connection was accepted; nothing has been read yet. Once.
+  /// A connection was accepted; nothing has been read yet. Called once, before the transfer is listed by the service.
   virtual void incomingTransferDidStart(VeskoIncomingTransfer& /*transfer*/) {}
 
-  /// Everything announced has arrived and has its final place. Once.
+  /// Everything that was announced has arrived and is in its final place, but for elements that could not be stored.
+  /// Called once, unless the transfer fails.
   virtual void incomingTransferDidFinish(VeskoIncomingTransfer& /*transfer*/) {}
 
-  /// Keeps its place for programs that count on the order of these operations; never called.
+  /// Never called. It keeps the place of an operation, for programs that depend on their order.
   virtual void incomingTransferReserved(VeskoIncomingTransfer& /*transfer*/) {}
 
-  /// After the metadata, each name, each completed body read, about every megabyte within one, and at each element's
-  /// end. `totalSize` is what the sender announced and may be untrue; `finishedBytes` counts bytes of bodies only. Name
-  /// and path are absent in the first report; `currentPath` lies in the storage folder and is "" for a text.
+  /// Called after the metadata, after each name, after each completed read of a body, about once a megabyte within such
+  /// a read, and at the end of each element. `totalSize` is what the sender announced and may be wrong. `finishedBytes`
+  /// counts bytes of bodies only. Name and path are absent in the first report. `currentPath` lies in the temporary
+  /// storage folder; it is "" for a text.
   virtual void incomingTransferDidProgress(VeskoIncomingTransfer& /*transfer*/, std::uint64_t /*elementCount*/,
                                            std::uint64_t /*finishedElements*/, std::uint64_t /*totalSize*/,
                                            std::uint64_t /*finishedBytes*/,
                                            const std::optional<std::string>& /*currentName*/,
                                            const std::optional<std::string>& /*currentPath*/) {}
 
-  /// A snippet of text has arrived whole; `text` is UTF-8, of 64 MiB at most (`VeskoText::maximumLength`), and may hold
-  /// anything else.
+  /// A whole text has arrived. `text`: valid UTF-8 of at most 64 MiB (`VeskoText::maximumLength`); it may contain any
+  /// characters, control characters included.
   virtual void incomingTransferDidReceiveText(VeskoIncomingTransfer& /*transfer*/, const std::string& /*text*/) {}
 
-  /// What arrived has moved to `path`, its final place; "" when there was nothing to move. Several items, and one that
-  /// is named as storage folders are, stand in a folder "Received by Vesko at" and the start time. Where the name is
-  /// taken a number stands before its extension; a name beyond 255 bytes loses characters before the number.
+  /// The items have been moved to `path`, their final place; "" when none of them could be stored. Not called for a
+  /// text. `VeskoServer::downloadsFolder` says which names are given. Called before `incomingTransferDidFinish`.
   virtual void incomingTransferDidSaveItems(VeskoIncomingTransfer& /*transfer*/, const std::string& /*path*/) {}
 };
 
-/// Decides who and what is let in. Called on the queue that all incoming transfers of a service share: what takes long
-/// belongs elsewhere.
+/// Decides which connections and transfers are let in. Called on the queue that all incoming transfers of a service
+/// share, so it must not wait: a decision that takes time is given later.
+///
+///     class AskUser : public VeskoIncomingTransferGuard {
+///       void incomingTransferAwaitsDecision(VeskoIncomingTransfer& transfer) override {
+///         // Returning without an answer holds the transfer. The answer may come on any thread.
+///         ask(question, [held = transfer.shared_from_this()](bool yes) { yes ? held->proceed() : held->refuse(); });
+///       }
+///     };
 class VeskoIncomingTransferGuard {
  public:
   virtual ~VeskoIncomingTransferGuard() = default;
 
-  /// A connection has come from `address` (IPv4, dotted decimal). False: it is reset before anything is read, and
-  /// nobody hears of a transfer.
+  /// A connection was accepted from `address` (IPv4). False: it is reset before anything is read, and no observer is
+  /// told.
   [[nodiscard]] virtual bool admitsConnectionFrom(const std::string& /*address*/) { return true; }
 
-  /// The header of a transfer's first element has arrived, and nothing is stored yet. The transfer reads nothing more
-  /// until its `proceed` or `refuse` is called, here or later. Once; never for a transfer without elements.
+  /// The header of the first element has arrived, and nothing is stored yet: element count, total size, and name and
+  /// size of the first element are known. The transfer reads nothing more until `proceed`, `refuse` or `cancel` is
+  /// called on it, inside this call or later. There is no time-out, and a sender that gives up meanwhile shows only
+  /// afterwards; but the transfer may have to give way to a new connection (`VeskoServer::maximumIncomingTransfers`).
+  /// Called once; never for a transfer without elements. By default it calls `proceed`.
   virtual void incomingTransferAwaitsDecision(VeskoIncomingTransfer& transfer);
 };
 
-/// What a service decides for its incoming transfers.
+/// What a service passes to each of its incoming transfers. The fields are described at `VeskoServer`.
 struct VeskoIncomingTransferSettings {
   static constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
 
   std::string downloadsFolder;            ///< where items go; empty: the current user's downloads folder
-  bool keepPartial = false;               ///< keep what had fully arrived when a transfer fails
-  std::uint64_t maximumSize = unlimited;  ///< bytes of all bodies; one that announces or brings more fails
+  bool keepPartial = false;               ///< keep what had arrived completely when the transfer fails
+  std::uint64_t maximumSize = unlimited;  ///< bytes of all bodies, inclusive; announcing or bringing more fails
   std::shared_ptr<VeskoIncomingTransferGuard> guard;
   std::shared_ptr<VeskoTransferOutcomeDelegate> outcomeDelegate;
 };
 
-/// The receiving end of one transfer: reads the stream from an accepted connection and stores what it carries.
+/// The receiving side of one transfer: reads the stream from an accepted connection and stores what it contains.
 ///
-/// A name that could lead out of the storage folder ("unsafeName"), is not UTF-8 ("invalidText"), or has more than
-/// 4,096 bytes or 256 components ("limit") ends the transfer before anything of its element is written. So does a
-/// sender that sends nothing for 60 seconds within a body, or 5 elsewhere ("timedOut").
+/// Made on the queue it is given, and used there only; operations for any thread say so. The counters may be read on
+/// any thread. Everything is stored in a temporary folder first; see `ReceivedItemStorage`.
 ///
-/// Made on the queue it is given, and used there; the counters may be read on any thread.
+/// States, what each waits for, and what comes next:
+///
+///     metadata    16 bytes, within 5 seconds                 name; settling when no elements are announced
+///     name        bytes up to 0x00, 5 seconds for each read  size
+///     size        8 bytes, within 5 seconds                  body; decision, for the first element with a guard
+///     decision    `proceed` or `refuse`                      body, or ended as "refused"
+///     body        all bytes, 60 seconds for any more         name of the next element; settling after the last
+///     settling    moving the items to their final place      ended; the connection is closed in good order
+///     ended                                                  incomingTransferDidEnd
+///
+/// A failure or `cancel` leads from any state to ended: the connection is reset, and what was stored is removed, on the
+/// queue "removal" where that takes long. A name that could lead out of the storage folder ("unsafeName"), is not UTF-8
+/// ("invalidText"), or has more than 4,096 bytes or 256 components ("limit") is such a failure, before anything of its
+/// element is written. So are more bytes than accepted ("limit") and the time-outs above ("timedOut").
 class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingTransfer> {
  public:
-  /// Tags of the reads.
+  /// Tags of the reads: which state a completed read belongs to.
   static constexpr std::int64_t tagMetadata = 1;
   static constexpr std::int64_t tagFileSize = 2;
   static constexpr std::int64_t tagFileBody = 3;
   static constexpr std::int64_t tagFileName = 4;
 
-  /// A transfer for an accepted connection, its first read already issued; `queue` is the socket's delegate queue. A
-  /// `Kind` of the host's own has a constructor that takes the same and hands it on.
+  /// Makes a transfer for an accepted connection and issues its first read. `queue`: the delegate queue of the socket.
+  /// `Kind`: a class of the host's own, whose constructor takes the same arguments as the one below and passes them on.
+  /// `key`: a random label. Requires: called on `queue`.
   template <std::derived_from<VeskoIncomingTransfer> Kind = VeskoIncomingTransfer>
   [[nodiscard]] static std::shared_ptr<Kind> make(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
                                                   std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
@@ -117,7 +142,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
     return transfer;
   }
 
-  /// What `make` begins with: reads nothing yet.
+  /// Only for `make` and derived classes: it reads nothing yet.
   VeskoIncomingTransfer(std::shared_ptr<GCDAsyncSocket> socket, std::string key,
                         std::shared_ptr<VeskoIncomingTransferDelegate> delegate, std::shared_ptr<DispatchQueue> queue,
                         VeskoIncomingTransferSettings settings);
@@ -125,64 +150,66 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   VeskoIncomingTransfer(const VeskoIncomingTransfer&) = delete;
   VeskoIncomingTransfer& operator=(const VeskoIncomingTransfer&) = delete;
 
-  Counter<std::uint64_t> elementCount;             ///< elements announced
-  Counter<std::uint64_t> totalSize;                ///< bytes announced; passed on, never trusted
-  Counter<std::uint64_t> byteFinished;             ///< bytes of all completed elements
-  Counter<std::uint64_t> currentElementSize;       ///< bytes of the current body; 0 for a folder
-  Counter<std::uint64_t> currentElementPlusOne;    ///< number of the current element, from 1 on
-  Counter<std::uint64_t> currentSize;              ///< bytes of the current body in completed reads
-  Counter<std::uint64_t> partialSize;              ///< bytes of the body read in progress
-  Counter<std::uint64_t> lastReportedPartialSize;  ///< `partialSize` at the last report made from it
+  Counter<std::uint64_t> elementCount;           ///< elements announced; 0 before the metadata has arrived
+  Counter<std::uint64_t> totalSize;              ///< bytes announced by the sender; passed on, never relied on
+  Counter<std::uint64_t> byteFinished;           ///< bytes of all completed elements
+  Counter<std::uint64_t> currentElementSize;     ///< bytes of the current body; 0 for a folder
+  Counter<std::uint64_t> currentElementPlusOne;  ///< number of the current element, counted from 1; 0 before the first
+  Counter<std::uint64_t> currentSize;            ///< bytes of the current body in completed reads
+  Counter<std::uint64_t> partialSize;            ///< bytes of the current body in the read that is not complete yet
+  Counter<std::uint64_t> lastReportedPartialSize;  ///< `partialSize` when progress was last reported because of it
   Counter<std::uint64_t> queuedSize;               ///< bytes of the current body for which reads were issued
 
-  /// The connection; none once the transfer is over, which may be before its outcome. This and the following: on the
-  /// transfer's queue only.
+  /// The connection; none once the transfer is over, which may be before its outcome. This and the following up to
+  /// `delegate`: on the transfer's queue only.
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
-  [[nodiscard]] const std::string& basePath() const noexcept { return basePath_; }  ///< where what arrives goes
+  [[nodiscard]] const std::string& basePath() const noexcept { return basePath_; }  ///< the folder the items end up in
   [[nodiscard]] const std::string& currentBasePath() const noexcept { return currentBasePath_; }
   [[nodiscard]] const std::string& currentNameBuffer() const noexcept { return currentNameBuffer_; }
   [[nodiscard]] std::string currentName() const { return currentName_.value_or(""); }
   [[nodiscard]] std::string currentPath() const { return currentPath_.value_or(""); }
   [[nodiscard]] const std::shared_ptr<FileHandle>& currentFile() const noexcept { return currentFile_; }
-  [[nodiscard]] const std::optional<std::string>& buffer() const noexcept { return buffer_; }  ///< of a text under way
+  [[nodiscard]] const std::optional<std::string>& buffer() const noexcept { return buffer_; }  ///< text under way
   [[nodiscard]] const std::shared_ptr<VeskoIncomingTransferDelegate>& delegate() const noexcept { return delegate_; }
 
   /// These never change; any thread.
   [[nodiscard]] const std::string& key() const noexcept { return key_; }
   [[nodiscard]] std::chrono::system_clock::time_point startTime() const noexcept { return startTime_; }
-  [[nodiscard]] const std::string& remoteAddress() const noexcept { return remoteAddress_; }  ///< the sender's
+  [[nodiscard]] const std::string& remoteAddress() const noexcept { return remoteAddress_; }  ///< of the sender
 
-  /// Room for the host to keep who has sent this, and what came; the transfer never reads or fills it. One thread at a
-  /// time.
+  /// For the host, to keep who sent this and what came of it; the transfer neither reads nor fills these. One thread at
+  /// a time.
   [[nodiscard]] std::shared_ptr<VeskoPeer>& peer() noexcept { return peer_; }
   [[nodiscard]] std::vector<std::string>& receivedNames() noexcept { return receivedNames_; }
   [[nodiscard]] std::vector<std::string>& receivedPaths() noexcept { return receivedPaths_; }
 
-  /// `length` random letters and digits. Requires: `length` at least 1.
+  /// `length` random letters and digits, for the name of the storage folder. Requires: `length` at least 1.
   [[nodiscard]] virtual std::string generateRandomStringWithLength(std::int64_t length) const;
 
-  /// Starts the next element, or ends the transfer when all announced ones are done.
+  /// Goes on to the next element, or settles when all announced ones are complete.
   virtual void doNextFile();
 
-  /// Issues reads for the current body, or completes the element when all of it has arrived.
+  /// Issues reads for the current body, or completes the element when all of its body has arrived.
   virtual void doNextChunk();
 
-  /// Breaks the transfer off as a failure would, unless it has already ended: the connection is reset, what arrived is
-  /// removed (or kept, by the settings), and the outcome is "cancelled". Any thread.
+  /// Ends the transfer as a failure would, with the outcome "cancelled", unless it has already ended. Any thread;
+  /// returns before that has happened.
   void cancel();
 
-  /// The guard's answer: the transfer goes on, to bring at most `maximumSize` bytes or what the settings say, if that
-  /// is less, into `folder`, or where the settings say if it is empty; or it ends in the outcome "refused", and the
-  /// connection is reset. Without effect while no decision is awaited. Any thread.
+  /// The answer to `VeskoIncomingTransferGuard::incomingTransferAwaitsDecision`. `proceed` lets the transfer go on.
+  /// `maximumSize`: bytes of all bodies, inclusive; it can lower the bound of the settings, not raise it. `folder`:
+  /// where the items go; empty: where the settings say. `refuse` resets the connection; the outcome is "refused". Any
+  /// thread. Without effect when no decision is awaited.
   ///
-  /// What the death of the process leaves in another folder than the service's own is not swept at the next start.
+  /// A start of the service removes leftovers of killed processes in `VeskoServer::downloadsFolder` only, so not in
+  /// another `folder`.
   void proceed(std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited, std::string folder = {});
   void refuse();
 
   /// True from the outcome on. Any thread.
   [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
-  /// Called by the transfer's socket, on the transfer's queue.
+  /// Called by the transfer's socket, on the transfer's queue. Not for hosts.
   void socketDidReadData(GCDAsyncSocket& socket, const Data& data, std::int64_t tag);
   void socketDidReadPartialDataOfLength(GCDAsyncSocket& socket, std::uint64_t length, std::int64_t tag);
   [[nodiscard]] double socketShouldTimeoutReadWithTag(GCDAsyncSocket& socket, std::int64_t tag, double elapsed,
@@ -193,10 +220,11 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   friend class IncomingTransferRoom;
   class SocketEvents;
 
+  /// The guard's decision: not asked for yet, asked for, or given.
   enum class Decision : std::uint8_t { open, awaited, made };
 
-  /// The rest of the construction, for which the object has to exist: chooses the storage folder, tells the observer of
-  /// the start and issues the first read.
+  /// The second half of the construction, for which a `std::shared_ptr` must own the object: chooses the storage
+  /// folder, calls `incomingTransferDidStart` and issues the first read.
   void begin();
 
   void chooseStorage(std::string basePath);
@@ -227,7 +255,7 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::shared_ptr<VeskoIncomingTransferDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
   VeskoIncomingTransferSettings settings_;
-  std::shared_ptr<IncomingTransferRoom> room_;  // none for one that no service has accepted
+  std::shared_ptr<IncomingTransferRoom> room_;  // none for a transfer that was made without a service
   const std::string key_;
   const std::string remoteAddress_;
   const std::chrono::system_clock::time_point startTime_;
@@ -242,15 +270,15 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   std::optional<std::string> currentName_;
   std::optional<std::string> currentPath_;
   std::shared_ptr<FileHandle> currentFile_;
-  std::shared_ptr<FileHandle> droppedBody_;  // where the body of an element goes that could not be created
+  std::shared_ptr<FileHandle> droppedBody_;  // /dev/null, for the body of an element that cannot be stored
   std::optional<std::string> buffer_;        // the text being received
-  bool isFolder_ = false;                    // the current element
+  bool isFolder_ = false;                    // the current element is one
   Decision decision_ = Decision::open;
   std::vector<VeskoSkippedElement> dropped_;
   std::size_t droppedCount_ = 0;
-  std::uint64_t lastActivity_ = 0;                         // among those of the room; 0 before the first
-  std::chrono::steady_clock::time_point lastPartialRead_;  // of a body
-  bool isOver_ = false;                                    // but for the outcome, which may be yet to come
+  std::uint64_t lastActivity_ = 0;  // sequence number of the last useful data; 0 before the first
+  std::chrono::steady_clock::time_point lastPartialRead_;  // when bytes of a body last arrived
+  bool isOver_ = false;                                    // nothing more is received; the outcome may be yet to come
   std::atomic<bool> ended_{false};
 };
 

@@ -14,51 +14,54 @@ namespace vesko {
 class Data;
 class FileHandle;
 
-/// Why the walk leaves something out, besides the errors of the system.
+/// Errors of an element that are not errors of the system.
 enum class VeskoItemErrc {
-  lengthUnknown = 1,  ///< a file that is said to have 0 bytes, but holds some: those of /proc, say
-  textName,           ///< the only element is called what a snippet of text is, which it would arrive as
+  lengthUnknown = 1,  ///< a file that is listed with 0 bytes but has some, as those of /proc do
+  textName,           ///< the only element has the name reserved for texts, and would arrive as one
   notAFolder,         ///< a path that ends in "/" leads to a file
-  nameTaken,          ///< received: the disk takes its name for that of another element of the transfer
+  nameTaken,          ///< received: the file system does not distinguish its name from that of another element
 };
 
 [[nodiscard]] std::error_code make_error_code(VeskoItemErrc code) noexcept;
 
-/// Where elements of one folder are: its path on this machine, and the name it has in the stream. Shared by everything
-/// directly inside, so that a listed element costs little more than its own last component.
+/// A folder whose entries are sent: its path on this machine and its name in the stream. All elements directly inside
+/// share one object, so that a listed element takes little more memory than its own last component.
 struct VeskoItemFolder {
   std::string path;
   std::string name;
 };
 
-/// One element of an outgoing transfer. Made on any thread; afterwards only the transfer's queue uses it.
+/// One element of an outgoing transfer: a `VeskoDir`, `VeskoFile` or `VeskoText`. Made on any thread; once the transfer
+/// has started, only the transfer's queue uses it. An element belongs to one transfer at a time.
 class VeskoItem {
  public:
-  /// `size`: bytes this element adds to the transfer's total; `protocolSize`: the value of its size field.
+  /// `size`: bytes of the body, which count in the transfer's total. `protocolSize`: the value of the size field in the
+  /// stream, which is the same but for folders.
   VeskoItem(std::string name, std::uint64_t size, std::uint64_t protocolSize);
   virtual ~VeskoItem() = default;
   VeskoItem(const VeskoItem&) = delete;
   VeskoItem& operator=(const VeskoItem&) = delete;
 
-  /// The element's name as written in the stream: a relative path with "/" between its components.
+  /// The element's name in the stream: a relative path with "/" between its components.
   [[nodiscard]] std::string name() const;
   [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
   [[nodiscard]] std::uint64_t protocolSize() const noexcept { return protocolSize_; }
 
-  /// The next bytes of the element's body, empty when there are none or they cannot be had (`sourceError` tells).
+  /// The next bytes of the body. Empty when all were handed out or when they cannot be read; `sourceError` tells which.
   [[nodiscard]] virtual Data nextChunk();
 
-  /// The element's header in the stream: name, a 0x00 byte, the size field.
+  /// The element's header in the stream: name, a 0x00 byte, size field (8 bytes, little-endian).
   [[nodiscard]] virtual Data header() const;
 
-  /// Why `nextChunk` could not give what it should have; no error while all is well. After an error nothing more comes.
+  /// Why the last `nextChunk` could not read what it should have; no error otherwise. After an error nothing more can
+  /// be read.
   [[nodiscard]] virtual std::error_code sourceError() const { return {}; }
 
-  /// Lets go of what is held open between two calls of `nextChunk`; nothing more is asked for.
+  /// Closes what is held open between two calls of `nextChunk`. Called when the transfer ends inside this element.
   virtual void stopReading() noexcept {}
 
  protected:
-  /// An element directly inside `folder`, or `folder` itself where `leaf` is empty.
+  /// An element directly inside `folder`, or `folder` itself when `leaf` is empty.
   VeskoItem(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size,
             std::uint64_t protocolSize);
   [[nodiscard]] std::string path() const;
@@ -70,7 +73,7 @@ class VeskoItem {
   std::uint64_t protocolSize_;
 };
 
-/// A folder. It has no body.
+/// A folder. It has no body, and does not include what is inside: each entry is an element of its own.
 class VeskoDir : public VeskoItem {
  public:
   VeskoDir(std::string path, std::string name);
@@ -79,27 +82,28 @@ class VeskoDir : public VeskoItem {
   using VeskoItem::path;
 };
 
-/// A file, sent at the length it had when the item was made.
+/// A file. Exactly as many bytes are sent as it had when the item was made: bytes that were appended later are left
+/// out, and a file that has become shorter fails the transfer with "sourceChanged".
 class VeskoFile : public VeskoItem {
  public:
-  /// At most this many bytes (10 MiB) come from one call of `nextChunk`.
+  /// One call of `nextChunk` returns at most this many bytes (10 MiB).
   static constexpr std::uint64_t chunkSize = 10'485'760;
 
-  /// Named by the last component of `path`. Both ask the file system for the length, 0 where it cannot be had
-  /// (`sourceError` then tells why).
+  /// The file at `path`, with the last component of `path` or with `name` as its name in the stream. Both ask the file
+  /// system for the length. When it cannot be had, `size` is 0 and `sourceError` tells why.
   explicit VeskoFile(const std::string& path);
   VeskoFile(const std::string& path, std::string name);
 
-  /// A file of `size` bytes directly inside `folder`, already known from listing it.
+  /// A file of `size` bytes directly inside `folder`. The file system is not asked again.
   VeskoFile(std::shared_ptr<const VeskoItemFolder> folder, std::string leaf, std::uint64_t size);
 
   using VeskoItem::path;
 
-  /// The file while its body is being handed out.
+  /// The open file, from the first chunk up to the last; none otherwise.
   [[nodiscard]] const std::shared_ptr<FileHandle>& handle() const noexcept { return handle_; }
 
-  /// The next stretch of the file, up to `chunkSize` and never beyond the listed length. The call that reaches the
-  /// listed length lets go of the file (the stretch still holds it open); the one after that starts over.
+  /// The next chunk, as a stretch of the open file: nothing is read here. The call that reaches the listed length
+  /// releases the file, which the returned chunk then keeps open. The call after that begins again at the start.
   [[nodiscard]] Data nextChunk() override;
   [[nodiscard]] std::error_code sourceError() const override { return error_; }
   void stopReading() noexcept override { handle_.reset(); }
@@ -116,11 +120,11 @@ class VeskoFile : public VeskoItem {
   std::error_code error_;
 };
 
-/// A snippet of text, sent as the only element of its transfer.
+/// A text, sent as the only element of its transfer.
 class VeskoText : public VeskoItem {
  public:
-  /// The longest snippet (64 MiB) that is received: it is kept in memory, so there is a bound, far above what a person
-  /// copies. A longer one is sent, but breaks off at the other side.
+  /// The longest text that is received: 64 MiB, inclusive. A received text is kept in memory, so it needs a bound; this
+  /// one is far above what people copy. A longer text is sent all the same, but the receiver ends the transfer.
   static constexpr std::uint64_t maximumLength = 64 * 1024 * 1024;
 
   /// `text`: UTF-8.
@@ -129,7 +133,7 @@ class VeskoText : public VeskoItem {
 
   [[nodiscard]] const Data& buffer() const noexcept { return *buffer_; }
 
-  /// The whole text, on every call.
+  /// The whole text, with every call.
   [[nodiscard]] Data nextChunk() override;
 
  private:

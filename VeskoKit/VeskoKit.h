@@ -1,6 +1,17 @@
 #pragma once
 
-// Everything a program that embeds the library needs: this include alone.
+// The one header that a program includes to embed the library. `VeskoServer` is the class to begin with; its comment
+// shows the order of the calls, and examples/hand_over.cpp is a whole program.
+//
+// Words used in all comments:
+//   host            the program that embeds the library
+//   peer            another machine that runs the same protocol
+//   hello, goodbye  datagrams that tell others that a machine is there, or leaves
+//   avatar          the picture of a user, as PNG
+//   element         one file, folder or text in the stream of a transfer
+//   observer        an object of the host whose operations the library calls ("delegate" in the names)
+//   any thread      may be called on any thread without further locking
+// Texts are UTF-8. IPv4 addresses are in dotted-decimal form.
 
 #include "Platform/files/Data.h"
 #include "Platform/queues/Clock.h"

@@ -31,217 +31,274 @@ class OwnAddresses;
 class SelectorEventLoop;
 struct DiscoveryHello;
 
-/// Hears of the machines that come and go. Calls come on the service's queue "broadcast", after the change of the peer
-/// table that they tell of, but for those that tell of a picture, which come on the main queue. Any operation of the
-/// service may be used inside them. What takes long delays discovery.
+/// Is told which peers come and go.
 ///
-/// Whoever says hello from an address of this machine, or of 0.0.0.0/8 (RFC 6890), which no answer could be sent to, is
-/// nobody. A datagram that is empty, too short or not UTF-8 is none.
+/// Calls come on the service's serial queue "broadcast", after the peer table has been changed. Only the call about an
+/// avatar that has arrived comes on the main queue (`MainQueue`); a host that never runs or drains that queue does not
+/// get it. Any operation of the service may be used inside a call. A call that takes long delays discovery.
+///
+/// Ignored, and never told here: datagrams that are empty, of an unknown type or too short for their port; hellos that
+/// are not UTF-8; everything from an address of this machine; and everything from 0.0.0.0/8 (RFC 6890), because no
+/// answer can be sent there.
 class VeskoPeerDiscoveryDelegate {
  public:
   virtual ~VeskoPeerDiscoveryDelegate() = default;
 
-  /// A machine that was not in the table has said hello.
+  /// A peer that was not in the table has said hello. `key`: the IPv4 address that the hello came from.
   virtual void peerDidAppear(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
 
-  /// One that is in the table has said hello again, and its record, the same as ever, has been refreshed; or, on the
-  /// main queue, its picture has arrived and it has not left since.
+  /// A peer in the table has said hello again: its record, which stays the same object, has been updated. Or, on the
+  /// main queue, its avatar has arrived; this call is left out when the peer has said goodbye in the meantime.
   virtual void peerDidUpdate(const std::string& /*key*/, const std::shared_ptr<VeskoPeer>& /*peer*/) {}
 
-  /// A machine has said goodbye, and its record has left the table.
+  /// A peer has said goodbye and was removed from the table. A peer that just stops answering stays in the table.
   virtual void peerDidDisappear(const std::string& /*key*/) {}
 };
 
-/// An endpoint that could not be opened.
+/// A port that the service could not open.
 struct VeskoFailedEndpoint {
-  std::string endpoint;   ///< "udp", "http" or "tcp"
-  std::string message;    ///< what the user is shown
-  std::error_code error;  ///< the system's reason
+  std::string endpoint;   ///< "udp" (discovery), "http" (avatars) or "tcp" (transfers)
+  std::string message;    ///< the text of the alert that the user was shown
+  std::error_code error;  ///< the code of the failed system call
 };
 
-/// The service a host creates to take part: it keeps a table of the other machines with their users' pictures, serves
-/// its own user's, accepts transfers and keeps those it starts.
+/// The service that a host creates to take part. It keeps a table of the peers and their avatars, serves the avatar of
+/// this machine's user, accepts incoming transfers and keeps the outgoing ones that it starts.
 ///
-/// Made with `std::make_shared`. Set it up, call `startServer`, both on one thread, and then `sayHello`; call
-/// `sayGoodbye` at the end. There is no stop: destroying the service closes its endpoints, and the transfers it keeps
-/// end with it.
+/// Create it with `std::make_shared`. Set its fields and start it on one thread; the operations marked "any thread" may
+/// then be called anywhere. The usual order:
+///
+///     const auto server = std::make_shared<VeskoServer>();
+///     server->downloadsFolder = "/srv/incoming";         // fields: before the start
+///     server->setDelegate(peerObserver);                 // observers: at any time
+///     server->setIncomingDelegate(progressObserver);
+///     server->setIncomingOutcomeDelegate(outcomeObserver);
+///     server->startServer();
+///     if (!server->failedEndpoints().empty()) { ... }    // some ports are held by another program
+///     server->sayHello();                                // peers answer: peerDidAppear for each
+///
+///     const auto transfer = std::make_shared<VeskoTransfer>(VeskoTransfer::itemsForPaths(paths), peer,
+///                                                           DispatchQueue::serial("sending"));
+///     transfer->setOutcomeDelegate(outcomeObserver);
+///     server->startTransfer(transfer);                   // transferDidEnd tells how it ended
+///
+///     server->sayGoodbye();                              // before the host ends
+///
+/// There is no stop operation. Destroying the service closes its ports and releases the transfers it keeps. A transfer
+/// that has no other owner then ends at once and reports no outcome.
 class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
  public:
+  /// The UDP port of discovery and the TCP port of transfers, unless the constructor is given others.
   static constexpr std::uint16_t defaultPort = 4644;
 
-  /// Machines in the table; beyond, newcomers are ignored: what the network says must not fill the memory.
+  /// The table holds at most this many peers; hellos of further ones are ignored. Without a bound, forged datagrams
+  /// could fill the memory.
   static constexpr std::size_t maximumPeers = 65'536;
 
-  /// Hellos answered within a second: enough for a large network that wakes up at once, and a bound for whoever has us
-  /// answer to addresses that never asked.
+  /// At most this many hellos are answered within a second. That is enough for a large network in which all machines
+  /// start at once. It also bounds how many datagrams this machine sends to addresses that somebody else has forged.
   static constexpr int maximumAnswers = 1'000;
 
+  /// Peers by their keys; see `VeskoPeer::key`.
   using PeerTable = std::map<std::string, std::shared_ptr<VeskoPeer>>;
 
-  /// On the usual ports, 4644 and, for pictures, 4645. Both constructors open no endpoint, but make what the service
-  /// works with, and throw `std::system_error` when the system has no thread or no descriptors left for that.
+  /// Uses the usual ports: 4644 for discovery and transfers, 4645 for avatars. Neither constructor opens a port, but
+  /// both make the queues and their threads, and throw `std::system_error` when the system has no thread or no
+  /// descriptors left for them.
   VeskoServer();
 
-  /// On ports of the caller's, pictures on the one after `tcpPort` (after 65535 there is none, and so no pictures); 0
-  /// lets the system choose, of pictures too. `clock`, the machine's by default, is that of the service's queues.
+  /// Uses `udpPort` for discovery, `tcpPort` for transfers and `tcpPort` + 1 for avatars; after 65535 there is no port,
+  /// and no avatar is served. 0 lets the system choose, for avatars too. `clock`: the time of the queues "broadcast"
+  /// and "incoming"; none: the machine's clock.
   VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shared_ptr<Clock> clock = nullptr);
   virtual ~VeskoServer();
   VeskoServer(const VeskoServer&) = delete;
   VeskoServer& operator=(const VeskoServer&) = delete;
 
-  /// The port that transfers are accepted on; 0 lets the system choose. Set it before `startServer`. The port of
-  /// pictures does not follow it.
+  /// The TCP port on which transfers are accepted; 0 lets the system choose one, which `boundTcpPort` tells. Set it
+  /// before `startServer`. The port of avatars follows the constructor's argument, not this field.
   std::uint16_t localTcpPort;
 
-  /// The port that hellos are heard on and, by default, sent to, and that others are told of where it is not
-  /// `defaultUdpPort`. Set it before `startServer`; 0 is then replaced by a port of the system's choice.
+  /// The UDP port on which hellos are received. Hellos and goodbyes are also sent to this port of the others, unless
+  /// the call names another. Set it before `startServer`; 0 is then replaced by the port that the system chose.
+  ///
+  /// A hello carries this port where it, or the port the hello is sent to, is not `defaultUdpPort`. Peers use the
+  /// number they are told for everything: they answer to that UDP port and connect transfers to the TCP port of the
+  /// same number. So a host should set `localTcpPort` to the same number.
   std::uint16_t localUdpPort;
 
-  /// The well-known port of transfers, for hosts to compare with.
+  /// The well-known TCP port of transfers, for hosts to compare with; the library does not use it.
   std::uint16_t defaultTcpPort = defaultPort;
 
-  /// The well-known port of discovery: every hello to all goes there too. Set it before `startServer`.
+  /// The well-known UDP port of discovery. Hellos and goodbyes to everybody are sent to it in addition to the port of
+  /// the call. Set it before `startServer`.
   std::uint16_t defaultUdpPort = defaultPort;
 
-  /// Where incoming items go; empty: the current user's downloads folder. Set it before `startServer`.
+  /// The folder that incoming items are stored in; empty: the current user's downloads folder. Set it before
+  /// `startServer`.
   ///
-  /// Nothing there is replaced: where a name is taken, a number from 2 on stands in parentheses before the extension,
-  /// and a name that becomes longer than 255 bytes by that loses characters before the parentheses. What is named as
-  /// the library's own storage folders (".VeskoTransferIntermediateStorage" and 46 digits and letters) arrives inside a
-  /// folder "Received by Vesko at" and the time, as several items do.
+  /// Nothing in it is ever replaced. Where a name is taken, a number from 2 on is put in parentheses before the
+  /// extension: "photo (2).jpg". A name that becomes longer than 255 bytes by that loses characters before the
+  /// parentheses. Several items that arrive at the top level of one transfer are put into a new folder "Received by
+  /// Vesko at" plus the time. So is a single item that is named like the temporary storage folders of this library
+  /// (".VeskoTransferIntermediateStorage" and 46 digits and letters), since the next start would take it for a leftover
+  /// and delete it.
   std::string downloadsFolder;
 
-  /// Keep what had fully arrived when an incoming transfer fails. Set it before `startServer`.
+  /// When an incoming transfer fails, keep the elements that had arrived completely; otherwise everything it brought is
+  /// removed. Set it before `startServer`.
   bool keepPartial = false;
 
-  /// Bytes that one incoming transfer may announce or bring. Set it before `startServer`.
+  /// How many bytes one incoming transfer may announce, and may bring, at most. A larger one fails with the reason
+  /// "limit". Set it before `startServer`.
   std::uint64_t maximumIncomingSize = VeskoIncomingTransferSettings::unlimited;
 
-  /// Incoming transfers alive at once, at least 1. When one more connection comes, the transfer whose sender has sent
-  /// nothing for the longest time is broken off, so that connections that only take up room cost each other theirs. By
-  /// default as many as an eighth of the process's descriptors, 512 at most. Set it before `startServer`.
+  /// How many incoming transfers may be alive at once, at least 1. When one more connection is accepted, the transfer
+  /// whose sender has been silent for longest fails with the reason "limit": connections that send nothing cannot keep
+  /// others out. By default an eighth of the descriptors that the process may open, at least 1 and at most 512. Set it
+  /// before `startServer`.
   std::size_t maximumIncomingTransfers;
 
-  /// The program's user interface, for alerts; without one they go to standard error. Set it before `startServer`.
+  /// The host's user interface, for alerts about ports that cannot be opened; without one the alerts go to standard
+  /// error. Set it before `startServer`.
   std::shared_ptr<NSApp> application;
 
-  /// The observer of the peer table. Any thread. This and the next three setters keep what they are given, and let go
-  /// of what was there, which may then use the service; a call that is under way on another thread may end after the
-  /// return.
+  /// Sets the observer of the peer table; none removes it. Any thread. This and the next three setters hold the new
+  /// object strongly and release the old one, whose destructor may use the service. A call to the old one that is
+  /// running on another thread may end only after the setter has returned.
   void setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate);
 
   [[nodiscard]] std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate() const;
 
-  /// The observers given to each new incoming transfer. Any thread; they count for connections accepted from now on.
+  /// The observers of incoming transfers: their progress and their outcome. Any thread. Each transfer keeps those that
+  /// were set when its connection was accepted.
   void setIncomingDelegate(std::shared_ptr<VeskoIncomingTransferDelegate> delegate);
   [[nodiscard]] std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate() const;
   void setIncomingOutcomeDelegate(std::shared_ptr<VeskoTransferOutcomeDelegate> delegate);
 
-  /// Who decides what is let in; without one everything is. Any thread; it counts for connections accepted from now on.
+  /// The object that decides which incoming connections and transfers are let in; without one all are. Any thread. Each
+  /// transfer keeps the one that was set when its connection was accepted.
   void setIncomingGuard(std::shared_ptr<VeskoIncomingTransferGuard> guard);
 
-  /// Sweeps the storage folders of dead transfers, in the background once that takes longer than a second, and opens
-  /// the endpoints. One that cannot be opened is listed in `failedEndpoints` and shown to the user; the start goes on
-  /// with the next. A later call tries those that are not open again. Throws `std::system_error` when the system has no
-  /// thread left for the endpoint of pictures.
+  /// Removes the storage folders that ended processes have left in the downloads folder, then opens the ports of
+  /// discovery, avatars and transfers, in this order. The removal goes on in the background when it takes longer than a
+  /// second.
+  ///
+  /// A port that cannot be opened is added to `failedEndpoints` and shown to the user: by `application`, which is then
+  /// asked to terminate, or on standard error. The start goes on with the next port. A later call tries again those
+  /// that are not open. Throws `std::system_error` when the system has no thread left for the HTTP loop; ends the
+  /// process when the system does not let it broadcast.
   virtual void startServer();
 
-  /// Opens the discovery endpoint alone, in place of `startServer`, for a program that only looks around: it sees the
-  /// others, and their pictures, but serves nothing.
+  /// Opens the port of discovery alone, in place of `startServer`, for a program that only looks for peers: it sees
+  /// them and fetches their avatars, but accepts no transfers and serves no avatar.
   void startDiscovery();
 
-  /// Says hello: to everybody on the networks of this machine's interfaces or, with `dest`, to that IPv4 address
-  /// (dotted decimal) alone; on `port`, by default `localUdpPort`, and to everybody also on `defaultUdpPort`. Those who
-  /// hear a hello to everybody answer. Never waits and reports no failure; without a discovery endpoint it does
-  /// nothing, and what the system has not taken within 5 seconds is dropped. Any thread, once the service has started.
+  /// Sends a hello. Without `dest` it is broadcast on the networks of all interfaces of this machine, and those who
+  /// receive it answer with a hello. With `dest`, an IPv4 address, it goes to that address alone and is not answered.
+  /// It is sent to `port`, by default `localUdpPort`, and a broadcast also to `defaultUdpPort`.
+  ///
+  /// Any thread, once the service has started. Returns at once and reports no failure. Nothing is sent when the port of
+  /// discovery is not open. A datagram that the system has not taken within 5 seconds is dropped.
   virtual void sayHello();
   virtual void sayHello(const std::string& dest);
   virtual void sayHello(const std::string& dest, std::uint16_t port);
 
-  /// Takes leave, in the same three forms; the others drop this machine from their tables.
+  /// Sends a goodbye, in the same three forms. Peers that receive it remove this machine from their tables.
   virtual void sayGoodbye();
   virtual void sayGoodbye(const std::string& dest);
   virtual void sayGoodbye(const std::string& dest, std::uint16_t port);
 
-  /// The datagrams that these send; an empty `dest` means everybody. A hello to one, such as an answer, may describe
-  /// this machine as it was a second ago: a crowd may ask at once. Any thread.
+  /// The datagrams that `sayHello` and `sayGoodbye` send; an empty `dest` means a broadcast. A hello to one address,
+  /// such as an answer, may carry a signature that is up to a second old: a new one takes reading files, and many peers
+  /// may ask at once. Any thread.
   [[nodiscard]] virtual std::string createHelloPacket(const std::string& dest, std::uint16_t port);
   [[nodiscard]] virtual std::string createGoodbyePacket(const std::string& dest, std::uint16_t port);
 
-  /// How this machine describes itself to others: its user's full name, or the login name where that is empty, and its
-  /// own. Others are told 4,096 bytes of it at most. Any thread.
+  /// How this machine describes itself to peers: "FULL NAME at COMPUTER NAME [Vesko] (Macintosh)", with the login name
+  /// where the user has no full name. A hello carries at most the first 4,096 bytes. Any thread.
   [[nodiscard]] virtual std::string getSystemSignature();
 
-  /// Starts a transfer and keeps it until it is pruned. Any thread.
+  /// Starts `transfer` and keeps it alive until `pruneFinishedTransfers` is called after its end. Any thread. See
+  /// `VeskoTransfer::start`.
   virtual void startTransfer(const std::shared_ptr<VeskoTransfer>& transfer);
 
-  /// True when `sender` is, character for character, the address of an interface of this machine. Any thread.
+  /// True when `sender` is, character for character, the IPv4 address of an interface of this machine that is up,
+  /// running and not loopback. Any thread.
   [[nodiscard]] virtual bool isLocalPeer(const std::string& sender);
 
-  /// The broadcast address of each interface address, in the order of the system; interfaces without a netmask have
-  /// none. Any thread.
+  /// The broadcast address of each IPv4 address of this machine, in the order of the system. Interfaces that are down,
+  /// loopback or without a netmask are left out. Any thread.
   [[nodiscard]] virtual std::vector<std::string> findBroadcastAddress();
 
-  /// Fetches the picture of the user of `peer`, over HTTP, unless it has one or was asked for it before. The record
-  /// says "loading" from then on, and for good where nothing comes, within 10 seconds (2 of them for the connection),
-  /// that is a PNG of at most 4 MiB and 4,096 pixels each way. Eight are fetched at once, the others wait. For the
-  /// "broadcast" queue.
+  /// Fetches the avatar of `peer` by HTTP from the port after its service port; does nothing when it was asked for
+  /// before. On the "broadcast" queue only. The service calls this itself after each hello.
   ///
-  /// The pictures in the table take 64 MiB at most, as data URLs, and one of them at most an eighth of what the others
-  /// leave of that; one that is too large is not kept. A machine that leaves gives back what its picture took, and is
-  /// not asked any more.
+  /// The record says "loading" until the avatar has arrived. It goes on saying so when no PNG of at most 4 MiB and
+  /// 4,096 pixels in each direction arrives within 10 seconds, of which 2 are for connecting. Eight avatars are fetched
+  /// at once, further ones wait. An avatar that is too large for the memory bound is not kept: all in the table
+  /// together take at most 64 MiB as data URLs, and one of them at most an eighth of what is left of that. A goodbye
+  /// cancels the fetch and makes the memory available again.
   virtual void handleAvatar(const std::shared_ptr<VeskoPeer>& peer);
 
   /// `length` random letters and digits. Requires: `length` at least 1.
   [[nodiscard]] std::string generateRandomStringWithLength(std::int64_t length) const;
 
-  /// The endpoints that the last start could not open, the one whose alert is shown at the moment included. On the
-  /// starting thread, also inside `NSApp::runModal`, or on any one after it.
+  /// The ports that the last start could not open, in the order they failed; the one whose alert is being shown is
+  /// already among them. On the thread that starts the service, also inside `NSApp::runModal`, or on any thread after
+  /// the start.
   [[nodiscard]] const std::vector<VeskoFailedEndpoint>& failedEndpoints() const noexcept { return failedEndpoints_; }
 
-  /// The port that the listener got; 0 while there is none.
+  /// The port on which transfers are accepted; 0 while there is none. On the thread that starts the service, or on any
+  /// thread after the start.
   [[nodiscard]] std::uint16_t boundTcpPort() const;
 
-  /// The port that pictures are served on; 0 while there is none. A request has 10 seconds and 8 KiB to arrive in, and
-  /// of more than 256 connections the slowest makes room.
+  /// The port on which the avatar is served; 0 while there is none. Any thread. A request has to arrive within 10
+  /// seconds and in at most 8 KiB. When there are more than 256 connections, the one that has been at its request for
+  /// longest is closed.
   [[nodiscard]] std::uint16_t boundHttpPort() const;
 
-  /// The machines known at this moment, by the address that their hellos come from. After each datagram the log tells
-  /// of them in one line, by name for 16 KiB and then by number. Any thread.
+  /// A copy of the peer table, keyed by the addresses that the hellos came from; the records are shared. Any thread.
+  /// After each datagram the service also writes the table to the log as one line; peers beyond 16 KiB of text are only
+  /// counted there.
   [[nodiscard]] PeerTable peers() const;
 
-  /// The one of them with this key; none when there is none. Any thread.
+  /// The peer with this key; none when it is not in the table. Any thread.
   [[nodiscard]] std::shared_ptr<VeskoPeer> peerWithKey(const std::string& key) const;
 
-  /// The transfers the service keeps, oldest first. Any thread.
+  /// The transfers that the service keeps, oldest first: those under way and those that have ended and were not pruned
+  /// yet. Any thread.
   [[nodiscard]] std::vector<std::shared_ptr<VeskoTransfer>> pendingTransfers() const;
   [[nodiscard]] std::vector<std::shared_ptr<VeskoIncomingTransfer>> pendingIncomingTransfers() const;
 
-  /// Lets go of the transfers that have ended. Any thread.
+  /// Releases all transfers that have ended, outgoing and incoming. Any thread. The service never does that by itself,
+  /// so a host that runs for long has to: after each outcome, for example.
   void pruneFinishedTransfers();
 
-  /// The endpoints, and the loop that pictures are served on; none while there is none. On the starting thread, or on
-  /// any one after the start.
+  /// The sockets of discovery and of the transfer listener, the loop and the server of HTTP; none while not open. On
+  /// the thread that starts the service, or on any thread after the start. The sockets belong to the service: do not
+  /// close them.
   [[nodiscard]] const std::shared_ptr<GCDAsyncUdpSocket>& udpSocket() const noexcept { return udpSocket_; }
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& listenSocket() const noexcept { return listenSocket_; }
   [[nodiscard]] const std::shared_ptr<SelectorEventLoop>& loop() const noexcept { return loop_; }
   [[nodiscard]] const DefaultHTTPServer* server() const noexcept;
 
-  /// The serial queues "broadcast" (discovery), "incoming" (everything received) and "removal" (of storage that would
-  /// keep other transfers waiting).
+  /// The serial queues of the service: "broadcast" for discovery, "incoming" for everything received, and "removal" for
+  /// deleting what failed transfers stored, where that takes long enough to delay other transfers. Any thread.
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& broadcastDispatchQueue() const noexcept {
     return broadcastQueue_;
   }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& incomingDispatchQueue() const noexcept { return incomingQueue_; }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& removalDispatchQueue() const noexcept { return removalQueue_; }
 
-  /// Called by the service's own sockets: the listener's on the "incoming" queue, the other on "broadcast".
+  /// Called by the service's own sockets, the first on the "incoming" queue, the second on "broadcast". Not for hosts.
   void socketDidAcceptNewSocket(GCDAsyncSocket& listener, std::shared_ptr<GCDAsyncSocket> newSocket);
   void udpSocketDidReceiveData(std::string_view data, std::string_view address);
 
  protected:
-  /// The transfer for a connection that was accepted and let in, on the "incoming" queue. A host that has a kind of its
-  /// own makes that here, by `VeskoIncomingTransfer::make<Kind>`; never none.
+  /// Makes the transfer for a connection that was accepted and let in; called on the "incoming" queue. A host that
+  /// derives from `VeskoIncomingTransfer` overrides this and returns `VeskoIncomingTransfer::make<Kind>(...)`, never
+  /// none.
   [[nodiscard]] virtual std::shared_ptr<VeskoIncomingTransfer> makeIncomingTransfer(
       std::shared_ptr<GCDAsyncSocket> socket, std::string key, std::shared_ptr<VeskoIncomingTransferDelegate> delegate,
       VeskoIncomingTransferSettings settings);
@@ -250,13 +307,13 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   class SocketEvents;
   class DatagramEvents;
 
-  /// Counts the answers of one second.
+  /// How many hellos were answered in the second that began at `start`.
   struct AnswerBudget {
     std::chrono::steady_clock::time_point start;
     int answers = 0;
   };
 
-  /// What this machine said of itself, and when it was found out.
+  /// The signature of this machine, and when it was found out.
   struct Signature {
     std::string text;
     std::chrono::steady_clock::time_point asked;
@@ -269,7 +326,7 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   void startListener();
   void showFailure(const VeskoFailedEndpoint& failure);
 
-  // Discovery, on the "broadcast" queue but for the first three.
+  /// Discovery. The first two run on any thread, the others on the "broadcast" queue.
   [[nodiscard]] std::string recentSignature(bool mustBeNew);
   void send(const std::string& datagram, const std::string& dest, std::uint16_t port);
   void handleHello(const std::string& sender, DiscoveryHello hello);
@@ -297,15 +354,15 @@ class VeskoServer : public std::enable_shared_from_this<VeskoServer> {
   std::shared_ptr<SocketEvents> events_;
   std::shared_ptr<GCDAsyncSocket> listenSocket_;
   const std::unique_ptr<OwnAddresses> ownAddresses_;
-  AnswerBudget answers_;  // the "broadcast" queue's
+  AnswerBudget answers_;  // on the "broadcast" queue only
   std::vector<VeskoFailedEndpoint> failedEndpoints_;
 
-  mutable std::mutex mutex_;  // guards what follows: the host's threads and the two queues share it
+  mutable std::mutex mutex_;  // guards what follows, which the two queues and the host's threads share
   std::optional<Signature> signature_;
   std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate_;
   PeerTable peers_;
-  std::map<std::string, std::weak_ptr<VeskoPeer>> untoldAvatars_;  // of machines in the table
-  bool isTellingOfAvatars_ = false;                                // a task for that is on the main queue
+  std::map<std::string, std::weak_ptr<VeskoPeer>> untoldAvatars_;  // of peers in the table; the host is yet to be told
+  bool isTellingOfAvatars_ = false;                                // a task that tells it waits on the main queue
   std::shared_ptr<VeskoIncomingTransferDelegate> incomingDelegate_;
   std::shared_ptr<VeskoTransferOutcomeDelegate> incomingOutcomeDelegate_;
   std::shared_ptr<VeskoIncomingTransferGuard> incomingGuard_;

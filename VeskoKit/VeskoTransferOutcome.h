@@ -12,64 +12,68 @@ namespace vesko {
 class VeskoIncomingTransfer;
 class VeskoTransfer;
 
-/// Why a transfer did not come to its end, or an element was left out of it.
+/// Why a transfer failed, or why an element was left out of it.
 enum class VeskoFailureReason : std::uint8_t {
   none,
   notFound,           ///< the file or folder does not exist
-  notReadable,        ///< it exists but cannot be read, or is no file or folder
-  connectionRefused,  ///< nobody listens at the address
-  unreachable,        ///< no way to the address, or it does not answer
-  timedOut,           ///< the other side stopped taking part
-  connectionLost,     ///< the connection ended before the stream did
-  unsafeName,         ///< a name that could lead out of the folder received into
-  invalidText,        ///< a name or snippet that is not UTF-8
-  limit,              ///< larger, longer, deeper or more than is accepted; the description says which
-  noSpace,            ///< no room on the disk, no quota left, or a limit of file sizes
-  storage,            ///< the disk or folder received into failed otherwise
-  sourceChanged,      ///< a file shrank, vanished or was replaced while it was being sent
-  refused,            ///< the host's guard does not let the transfer in
-  unconfirmed,        ///< all was handed over, but the other side never said that it has it
-  cancelled,          ///< somebody here asked for the end
+  notReadable,        ///< it exists but cannot be read, or is neither a file nor a folder
+  connectionRefused,  ///< no program accepts transfers at the address
+  unreachable,        ///< the address cannot be reached, or does not answer
+  timedOut,           ///< the peer stopped sending, or stopped acknowledging what was sent
+  connectionLost,     ///< the connection was reset or closed before the end of the stream
+  unsafeName,         ///< a name that could lead out of the folder that is received into
+  invalidText,        ///< a name or text that is not UTF-8
+  limit,              ///< something exceeds what is accepted; `error` and the description say what
+  noSpace,            ///< the disk is full, the quota is used up, or the file is larger than the limit for files
+  storage,            ///< the disk or folder that is received into failed in another way
+  sourceChanged,      ///< a file became shorter, was removed or was replaced while it was being sent
+  refused,            ///< the host's guard refused the transfer
+  unconfirmed,        ///< every byte was acknowledged, but the peer never closed to say that it has stored them
+  cancelled,          ///< this side called `cancel`
 };
 
-/// The reason's name, as written above.
+/// The name of the reason, spelled as in the enumeration: "notFound" for `notFound`.
 [[nodiscard]] std::string_view nameOfFailureReason(VeskoFailureReason reason) noexcept;
 
 /// One element that was left out, and why.
 struct VeskoSkippedElement {
-  std::string element;  ///< its name in the stream or, when sending, its path
+  std::string element;  ///< its name in the stream; when sending, its path on this machine
   VeskoFailureReason reason = VeskoFailureReason::none;
-  std::error_code error;  ///< the system's code, where there is one
+  std::error_code error;  ///< the code of the system or of this library; none where there is no more to tell
 };
 
-/// One sentence that names the element and the cause, made as `VeskoTransferOutcome::description` is.
+/// One sentence for people that names the element and the cause, without a full stop. Control characters are not
+/// escaped.
 [[nodiscard]] std::string descriptionOf(const VeskoSkippedElement& skipped);
 
-/// How a transfer ended.
+/// How a transfer ended. A transfer that finished may still have dropped single elements.
 struct VeskoTransferOutcome {
   enum class Kind : std::uint8_t { finished, failed, cancelled };
 
   Kind kind = Kind::finished;
   VeskoFailureReason reason = VeskoFailureReason::none;
-  std::string operation;  ///< what was being done: "connecting", "writing a file"; empty when finished
-  std::error_code error;  ///< the system's code for what went wrong, where there is one
-  std::string element;    ///< the name of the element under way, where there was one
+  std::string operation;  ///< what was being done, such as "connecting to ..." or "storing"; may be empty
+  std::error_code error;  ///< the code of the system or of this library; none where there is no more to tell
+  std::string element;    ///< the name of the element under way; empty where there was none
 
-  /// Elements that arrived but could not be stored, the first `maximumListed` of them, and how many there were.
+  /// Received elements that could not be stored: the first `maximumListed` of them, and the number of all.
   std::vector<VeskoSkippedElement> dropped;
   std::size_t droppedCount = 0;
 
-  /// Where what had fully arrived of a failed transfer was kept; empty unless that was asked for.
+  /// Where the elements are that a failed incoming transfer had received completely; empty unless they were to be kept
+  /// (`VeskoServer::keepPartial`) and there were any.
   std::string keptPath;
 
-  static constexpr std::size_t maximumListed = 1000;  ///< bounds what a hostile stream can make us remember
+  static constexpr std::size_t maximumListed = 1000;  ///< bounds the memory that a hostile stream can make us use
 
-  /// One sentence that names the thing and the cause, without a full stop; control characters are not escaped.
+  /// One sentence for people that names the element and the cause, without a full stop. Control characters are not
+  /// escaped; see `Log::escaped`.
   [[nodiscard]] std::string description() const;
 };
 
-/// Hears the end of transfers of either kind: exactly one call for each transfer that was started, its last, on the
-/// queue of the transfer. The transfer may be released inside the call.
+/// Is told how transfers ended, outgoing and incoming ones. Each transfer that was started makes exactly one call, its
+/// last, on the transfer's queue. Only a transfer that is destroyed before its end makes none. The transfer may be
+/// released inside the call.
 class VeskoTransferOutcomeDelegate {
  public:
   virtual ~VeskoTransferOutcomeDelegate() = default;
