@@ -13,10 +13,10 @@ namespace vesko {
 
 class FileHandle;
 
-/// What an entry of a folder is; a symbolic link is `other` where links are not followed.
+/// What an entry of a folder is. A symbolic link is `other`, unless links are followed.
 enum class EntryKind : std::uint8_t { file, folder, other };
 
-/// Which folder or file this is, whatever it is called (device and inode).
+/// Device and inode: tell whether two entries are the same file or folder, whatever their names.
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
@@ -28,17 +28,17 @@ struct FileAttributes {
   EntryKind kind = EntryKind::other;
   std::uint64_t size = 0;  ///< bytes
   FileIdentity identity;
-  bool isOwnReadable = false;  ///< it belongs to the user this process runs as, who may read it
+  bool isOwnReadable = false;  ///< it belongs to the user of this process, who may read it
 };
 
-/// One folder, held open, and what can be done with the entries directly inside it.
+/// An open folder, and the operations on the entries directly inside it.
 ///
-/// Everything is relative to the held folder, so nobody who renames or replaces a folder above it can redirect the
-/// work. A `name` is one component, without "/"; a symbolic link of that name is never followed unless said otherwise.
-/// Not locked: use it on one queue at a time. Errors are the system's own codes.
+/// All operations are relative to the open folder (openat(2) and the like): somebody who renames or replaces a folder
+/// above it cannot redirect them. A `name` is one component, without "/". A symbolic link with that name is not
+/// followed unless said otherwise. Errors are the system's codes. Not locked: use it on one queue at a time.
 class DirectoryHandle {
  public:
-  /// Keeps other processes out of a folder, as far as they ask for the same, until it is destroyed.
+  /// Holds the folder's advisory lock (flock(2)) until it is destroyed.
   class Lock {
    public:
     explicit Lock(int folder) noexcept : folder_(folder) {}
@@ -52,25 +52,25 @@ class DirectoryHandle {
 
   explicit DirectoryHandle(FileDescriptor descriptor) noexcept;
 
-  /// Opens the folder at `path`, following links. None, with `error` set, when it cannot be opened for listing.
+  /// Opens the folder at `path`, links followed. None, with `error` set, when it cannot be opened for listing.
   [[nodiscard]] static std::shared_ptr<DirectoryHandle> open(const std::string& path, std::error_code& error);
 
-  /// Opens the folder at `path`, made when it is missing with mode 0700, but not what is above it. None, with `error`
-  /// set, otherwise; to `std::errc::permission_denied` for a link, for what is no folder, and when anybody but the
-  /// current user has any right to it.
+  /// Opens the folder at `path`, and makes it with mode 0700 if it is missing, but not the folders above it. None, with
+  /// `error` set, otherwise: `std::errc::permission_denied` for a link, for something that is no folder, and for a
+  /// folder that anybody but the current user has any right to.
   [[nodiscard]] static std::shared_ptr<DirectoryHandle> openPrivate(const std::string& path, std::error_code& error);
 
   /// Opens a folder inside this one.
   [[nodiscard]] std::shared_ptr<DirectoryHandle> openFolder(const std::string& name, std::error_code& error) const;
 
-  /// Opens a regular file directly inside this one for reading, as `FileHandle::forReadingAtPath` does, links followed.
+  /// Opens a regular file inside this folder for reading, links followed; see `FileHandle::forReadingAtPath`.
   [[nodiscard]] std::shared_ptr<FileHandle> openFile(const std::string& name, std::error_code& error) const;
 
-  /// Makes a folder; the modes left by the process's umask of 0777. `std::errc::file_exists` when the name is taken.
+  /// Makes a folder of mode 0777 less the process's umask. `std::errc::file_exists` when the name is taken.
   void makeFolder(const std::string& name, std::error_code& error) const;
 
-  /// Makes a new file, open for writing at offset 0; modes as umask leaves of 0666. Never opens or follows anything
-  /// that is there: `std::errc::file_exists` then.
+  /// Makes a file of mode 0666 less the process's umask and opens it for writing at offset 0. When anything has the
+  /// name, even a link, the error is `std::errc::file_exists`.
   [[nodiscard]] std::shared_ptr<FileHandle> makeFile(const std::string& name, std::error_code& error) const;
 
   /// Removes anything but a folder.
@@ -79,49 +79,51 @@ class DirectoryHandle {
   /// Removes a folder that is empty.
   void removeEmptyFolder(const std::string& name, std::error_code& error) const;
 
-  /// Removes whatever has this name, with everything inside, following no link. Goes on after a failure and reports the
-  /// first one; nothing there is no failure.
+  /// Removes whatever has this name, with everything inside, following no link. Goes on after an error and reports the
+  /// first one. It is no error when nothing has the name.
   void removeTree(const std::string& name, std::error_code& error) const;
 
-  /// The names of the direct entries, hidden ones included, without "." and "..", in the file system's order.
+  /// The names of the entries, hidden ones included, without "." and "..", in the file system's order.
   [[nodiscard]] std::vector<std::string> contents(std::error_code& error) const;
 
-  /// The attributes of an entry; `follow` asks for those of what a symbolic link leads to.
+  /// The attributes of an entry. `follow`: of what a symbolic link leads to.
   [[nodiscard]] FileAttributes attributes(const std::string& name, bool follow, std::error_code& error) const;
 
   /// True when this process may read the entry, links followed.
   [[nodiscard]] bool isReadable(const std::string& name) const;
 
+  /// Which folder this is.
   [[nodiscard]] FileIdentity identity(std::error_code& error) const;
 
-  /// True when the entry is `folder` itself; false when it is gone, a link to it or what somebody has put in its place
-  /// or, with `error` set, when that cannot be told.
+  /// True when the entry `name` is `folder` itself. False when it is gone, when it is a link or something else is in
+  /// its place, or, with `error` set, when the file system does not tell.
   [[nodiscard]] bool leadsTo(const std::string& name, const DirectoryHandle& folder, std::error_code& error) const;
 
   /// True when the held folder belongs to the user this process runs as.
   [[nodiscard]] bool isOwnedByUser() const;
 
-  /// Moves an entry into `target` under `newName`, in one step and only if nothing of that name is there:
-  /// `std::errc::file_exists` otherwise. Both must be on one file system.
+  /// Moves an entry into `target` under `newName`, in one step, and only if nothing has that name: otherwise the error
+  /// is `std::errc::file_exists`. Both folders must be on the same file system.
   void moveWithoutReplacing(const std::string& name, const DirectoryHandle& target, const std::string& newName,
                             std::error_code& error) const;
 
-  /// Renames an entry inside this folder, in place of what may have the new name.
+  /// Renames an entry inside this folder; something that has the new name is replaced.
   void replace(const std::string& name, const std::string& newName, std::error_code& error) const;
 
-  /// Bytes that may still be stored on the folder's file system; the largest number where it does not say.
+  /// How many bytes this user may still store on the folder's file system; the largest number when it does not tell.
   [[nodiscard]] std::uint64_t freeBytes(std::error_code& error) const;
 
-  /// Takes the folder's advisory lock without waiting; false when another open handle holds it or, with `error` set,
-  /// when the file system has no such locks. It is released with the handle, so also when the process dies.
+  /// Takes the folder's advisory lock (flock(2)) without waiting. False when another open handle has it or, with
+  /// `error` set, when the file system has no such locks. The lock is released with the handle, and so also when the
+  /// process ends in any way.
   [[nodiscard]] bool tryLock(std::error_code& error) const;
 
-  /// Takes the same lock, waiting for those who hold it. This handle must outlive it.
+  /// Takes the same lock and waits for it if need be. This handle must outlive it.
   [[nodiscard]] Lock lock() const noexcept;
 
  private:
   FileDescriptor descriptor_;
-  std::uint32_t userId_;  ///< as whom this process ran when it opened the folder
+  std::uint32_t userId_;  ///< the user of this process when the folder was opened
 };
 
 }  // namespace vesko

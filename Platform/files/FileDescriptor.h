@@ -4,7 +4,7 @@
 
 namespace vesko {
 
-/// Owns one descriptor of the operating system and closes it. Any thread, one at a time.
+/// Owns one file descriptor and closes it. Any thread, one at a time.
 class FileDescriptor {
  public:
   FileDescriptor() noexcept = default;
@@ -25,7 +25,7 @@ class FileDescriptor {
   [[nodiscard]] explicit operator bool() const noexcept { return descriptor_ >= 0; }
   void reset() noexcept;
 
-  /// The descriptor, which the caller owns from now on.
+  /// Returns the descriptor, which the caller then owns.
   [[nodiscard]] int release() noexcept { return std::exchange(descriptor_, -1); }
 
  private:

@@ -5,8 +5,8 @@
 
 namespace vesko {
 
-/// The characters of `text`, which is UTF-8, with each capital letter as the small one: for comparing names as people
-/// do. What is not UTF-8 is taken byte by byte. Any thread.
+/// The characters of the UTF-8 `text`, capital letters replaced by small ones: for comparing names without regard to
+/// case. Bytes that are not UTF-8 become one character each. Any thread.
 [[nodiscard]] std::u32string smallLetters(std::string_view text);
 
 }  // namespace vesko

@@ -15,52 +15,54 @@ namespace vesko {
 
 class SelectorEventLoop;
 
-/// A small HTTP/1.1 server (RFC 9112) that hands every request to an application, on its loop's thread, one at a time.
+/// A small HTTP/1.1 server (RFC 9112). It passes each request to an application, one at a time, on the thread of its
+/// loop.
 ///
-/// A request is read for its head alone; a body is neither wanted nor waited for. What is slow, broken or too large is
-/// closed without an answer, and so bears on nobody else.
+/// Only the head of a request is read; a body is neither needed nor waited for. A connection whose request is broken,
+/// too large or too slow is closed without an answer; others are not affected.
 class DefaultHTTPServer {
  public:
-  /// Of one request, line and fields together; bytes. Ours are ten times shorter.
+  /// Bytes of one request, request line and fields together. Peers send less than a tenth of that.
   static constexpr std::size_t maximumRequest = 8192;
 
-  /// For a request to arrive whole, from the connection or the answer before it on, and for its answer to leave.
+  /// For a complete request to arrive, counted from the connection or from the answer before, and for its answer to be
+  /// sent.
   static constexpr std::chrono::seconds patience{10};
 
-  /// Connections at once. Beyond, the one that has been at its request, or at taking its answer, the longest makes
-  /// room.
+  /// Connections at once. For one more, the connection that has been at its request or answer for longest is closed.
   static constexpr std::size_t maximumConnections = 256;
 
-  /// What is known of a request: "REQUEST_METHOD" as sent, and "PATH_INFO", the path of the target without its query,
-  /// percent-decoded, also of a target in absolute form; it may be any bytes.
+  /// What the application gets to know of a request: "REQUEST_METHOD" as it was sent, and "PATH_INFO", the path of the
+  /// target (also of one in absolute form) without its query and percent-decoded, so it may contain any bytes.
   using Environment = std::map<std::string, std::string>;
   using Headers = std::vector<std::pair<std::string, std::string>>;
 
-  /// Takes the status, such as "200 OK", and all headers in their order; none is added. Without a "Content-Length" the
-  /// end of the connection ends the body.
+  /// Takes the status, such as "200 OK", and all headers in order; the server adds none. Without a "Content-Length"
+  /// header the end of the connection marks the end of the body.
   using StartResponse = std::function<void(const std::string& status, const Headers& headers)>;
 
-  /// Takes a piece of the body; an empty one ends it.
+  /// Takes a piece of the body; an empty one marks its end.
   using SendBody = std::function<void(std::string bytes)>;
 
-  /// Called on the loop's thread; answers before it returns: one start, then pieces, then the end. Must not throw.
+  /// Called on the loop's thread. It must give the whole answer before it returns: `startResponse` once, pieces of the
+  /// body, the end. It must not throw.
   using Application =
       std::function<void(const Environment& environment, const StartResponse& startResponse, const SendBody& sendBody)>;
 
-  /// Opens nothing yet. `interface`: the IPv4 address to listen on in dotted-decimal form. `port` 0 lets the system
-  /// choose. `bound`: what to use in place of `patience`.
+  /// Does not listen yet. `interface`: the IPv4 address to listen on. `port` 0 lets the system choose. `bound` replaces
+  /// `patience`; for tests.
   DefaultHTTPServer(std::shared_ptr<SelectorEventLoop> loop, std::string interface, std::uint16_t port,
                     Application application, std::chrono::milliseconds bound = patience);
 
-  /// Closes all connections. The loop must have been stopped, or not been started.
+  /// Closes all connections. Requires: the loop has been stopped or was never started.
   ~DefaultHTTPServer();
   DefaultHTTPServer(const DefaultHTTPServer&) = delete;
   DefaultHTTPServer& operator=(const DefaultHTTPServer&) = delete;
 
-  /// Listens; requests are served once the loop runs. False, with `error` set, when it cannot. Any thread, once.
+  /// Listens; requests are answered once the loop runs. False, with `error` set, when it cannot. Any thread; once.
   [[nodiscard]] bool start(std::error_code& error);
 
-  /// The port that it listens on; 0 while it does not. Any thread.
+  /// The port it listens on; 0 while it does not. Any thread.
   [[nodiscard]] std::uint16_t port() const noexcept;
 
  private:

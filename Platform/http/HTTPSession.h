@@ -15,14 +15,14 @@ class Clock;
 class DispatchQueue;
 class SelectorEventLoop;
 
-/// One GET request (RFC 9110) and its answer. Nothing is followed anywhere else: no redirect, no proxy.
+/// One GET request (RFC 9110). Redirects are not followed, and no proxy is used.
 struct HTTPRequest {
-  std::string ip;  ///< IPv4, dotted decimal
+  std::string ip;  ///< IPv4 address
   std::uint16_t port = 0;
-  std::string path;                              ///< from its "/" on, escaped; no spaces or control characters
-  std::size_t maximumBody = 0;                   ///< bytes; more is taken for a failure
-  std::chrono::milliseconds connectPatience{0};  ///< until the other side has accepted the connection
-  std::chrono::milliseconds patience{0};         ///< from connecting to the last byte
+  std::string path;                              ///< from its "/" on, percent-encoded; no spaces or control characters
+  std::size_t maximumBody = 0;                   ///< bytes; a longer answer is a failure
+  std::chrono::milliseconds connectPatience{0};  ///< until the connection is established
+  std::chrono::milliseconds patience{0};         ///< from the start of connecting to the last byte of the answer
 };
 
 struct HTTPResponse {
@@ -30,28 +30,28 @@ struct HTTPResponse {
   std::string body;
 };
 
-/// Carries out requests on `loop`, which must run, side by side: how many there may be is for the caller to say. Any
-/// thread.
+/// Carries out requests on the thread of `loop`, which must be running. Requests run in parallel; the caller limits
+/// their number. Any thread.
 class HTTPSession {
  public:
   using Completion = std::function<void(std::optional<HTTPResponse>)>;
 
-  /// What a request is known by.
+  /// Identifies a request.
   using Task = std::uint64_t;
 
-  /// Time is what `clock` says.
+  /// `clock` measures the time-outs.
   HTTPSession(std::shared_ptr<SelectorEventLoop> loop, std::shared_ptr<Clock> clock);
 
-  /// Breaks off what is under way; nothing is completed any more. The loop must have been stopped.
+  /// Cancels all requests without calling their completions. Requires: the loop has been stopped.
   ~HTTPSession();
   HTTPSession(const HTTPSession&) = delete;
   HTTPSession& operator=(const HTTPSession&) = delete;
 
-  /// Gets, and calls `completion` once, on `queue`: with the answer, whatever its status, once it is whole; with none
-  /// when there is no such answer in time, it is no HTTP, or the request is cancelled.
+  /// Starts a request and calls `completion` once, on `queue`: with the complete answer, whatever its status, or with
+  /// none when no valid answer arrives in time or the request is cancelled.
   Task get(HTTPRequest request, std::shared_ptr<DispatchQueue> queue, Completion completion);
 
-  /// Breaks a request off, unless it has its answer.
+  /// Cancels a request, unless its answer has arrived.
   void cancel(Task task);
 
  private:

@@ -5,9 +5,9 @@
 
 namespace vesko {
 
-/// The path that the target of a request (RFC 9112) names: without its query and, in absolute form, without what comes
-/// before the path, which is "/" when there is none. Percent-decoded, so it may be any bytes; what is no escape stays.
-/// A target of any other form, such as "*", is returned as it is. Any thread.
+/// The path in the target of a request (RFC 9112), without the query and percent-decoded, so it may contain any bytes;
+/// an invalid escape stays as it is. Of a target in absolute form ("http://host/path") it is what follows the host, "/"
+/// when nothing does. A target of another form, such as "*", is returned unchanged. Any thread.
 [[nodiscard]] std::string pathOfTarget(std::string_view target);
 
 }  // namespace vesko

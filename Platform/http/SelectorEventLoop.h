@@ -4,25 +4,26 @@
 
 namespace vesko {
 
-/// The loop that HTTP servers and requests run on, one handler at a time, on one thread of its own. Any thread.
+/// The event loop of HTTP servers and requests: one thread, which runs one handler at a time. Any thread.
 class SelectorEventLoop {
  public:
-  /// What the library that the loop is made with calls it; for `Platform/` alone.
+  /// Holds the Boost.Asio types, which only the sources of `Platform/` know.
   struct Context;
 
   /// Throws `std::system_error` when the system has no descriptors left.
   SelectorEventLoop();
 
-  /// Ends the loop, as `stop` does.
+  /// Stops the loop, as `stop` does.
   ~SelectorEventLoop();
   SelectorEventLoop(const SelectorEventLoop&) = delete;
   SelectorEventLoop& operator=(const SelectorEventLoop&) = delete;
 
-  /// Starts the thread, which runs until `stop`. Does nothing when it runs. Throws `std::system_error` when the system
-  /// has no thread left.
+  /// Starts the thread, which runs until `stop`; does nothing when it runs already. Returns at once. Throws
+  /// `std::system_error` when the system has no thread left.
   void runForever();
 
-  /// Ends the thread after the handler under way, and waits for that. Must not be called on the loop's thread.
+  /// Ends the thread after the current handler, and waits for it. Requires: not called on the loop's thread; that ends
+  /// the process.
   void stop();
 
   [[nodiscard]] Context& context() noexcept { return *context_; }

@@ -11,8 +11,7 @@ namespace vesko {
 class DispatchQueue;
 class SelectorEventLoop;
 
-/// What runs the handlers of `loop`, for the sources of `Platform/`, which alone know its type. Lives as long as
-/// `loop`.
+/// The Boost.Asio context of `loop`; for the sources of `Platform/` only. Lives as long as `loop`.
 [[nodiscard]] boost::asio::io_context& contextOf(SelectorEventLoop& loop) noexcept;
 
 /// The same as a serial queue.

@@ -7,8 +7,8 @@
 
 namespace vesko {
 
-/// The address that `text` writes out in dotted-decimal form, its first octet the highest; none when it is anything
-/// else. Octets have no leading zeros, which some programs would take for octal. Any thread.
+/// The address in dotted-decimal form, with the first octet as the highest byte. None when `text` is anything else.
+/// Octets with leading zeros are refused, because some programs read them as octal numbers. Any thread.
 [[nodiscard]] std::optional<std::uint32_t> parseIPv4(std::string_view text) noexcept;
 
 /// One of the four numbers of such a text. Any thread.

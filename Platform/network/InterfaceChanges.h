@@ -6,19 +6,19 @@
 
 namespace vesko {
 
-/// What the system says by itself about changes of the network interfaces (rtnetlink(7)).
+/// The system's messages about changes of the network interfaces (rtnetlink(7)).
 ///
-/// A change is told before anything comes by it: what another machine or this one sends from a new address arrives
-/// after the message about it.
+/// The message about a new address can be read before the first datagram that was sent from or to that address. On one
+/// thread at a time.
 class InterfaceChanges {
  public:
-  /// Those from now on; `error` is set when the system cannot tell of them.
+  /// Receives messages from now on. `error` is set when the system cannot send them.
   explicit InterfaceChanges(std::error_code& error);
 
-  /// True when there were any since the last call. Does not wait.
+  /// True when something has changed since the last call. Does not wait.
   [[nodiscard]] bool take();
 
-  /// Readable when there are any; negative when the system cannot tell.
+  /// Readable when there are messages; negative when the system cannot send them.
   [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
 
  private:

@@ -8,16 +8,17 @@ namespace vesko {
 
 class DispatchQueue;
 
-/// Tells when something about the network interfaces may have changed: addresses that come and go, links that go up and
-/// down. The system says so by itself (rtnetlink(7)); nothing is polled.
+/// Tells when the network interfaces may have changed: addresses that come and go, links that go up and down. The
+/// system sends messages about that (rtnetlink(7)); nothing is polled.
 class InterfaceWatch {
  public:
   virtual ~InterfaceWatch() = default;
   InterfaceWatch(const InterfaceWatch&) = delete;
   InterfaceWatch& operator=(const InterfaceWatch&) = delete;
 
-  /// Calls `onChange` on `queue`, a serial one, after changes: once for those that come together. None, with `error`
-  /// set, when the system cannot tell. The watch may be destroyed on any thread; a call may be under way then.
+  /// Calls `onChange` on the serial queue `queue` after changes, once for several that come together. None, with
+  /// `error` set, when the system cannot send messages. The watch may be destroyed on any thread; a call may then still
+  /// be running.
   [[nodiscard]] static std::unique_ptr<InterfaceWatch> make(std::shared_ptr<DispatchQueue> queue,
                                                             std::function<void()> onChange, std::error_code& error);
 

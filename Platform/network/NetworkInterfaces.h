@@ -6,31 +6,31 @@
 
 namespace vesko {
 
-/// One IPv4 address of a network interface; an interface with several addresses has several.
+/// One IPv4 address of a network interface. An interface with several addresses appears several times.
 struct InterfaceAddress {
-  std::string name;     ///< the interface's, such as eth0
+  std::string name;     ///< of the interface, such as eth0
   std::string address;  ///< dotted decimal
-  std::string netmask;  ///< dotted decimal; empty when the system tells none
+  std::string netmask;  ///< dotted decimal; empty when the system knows none
   bool isUp = false;
-  bool isRunning = false;  ///< has a link
+  bool isRunning = false;  ///< it has a link
   bool isLoopback = false;
 
-  /// True when other machines may be reached by it: it is up and running, and neither loopback nor without a netmask.
+  /// True when other machines may be reached through it: it is up, running, not loopback, and has a netmask.
   [[nodiscard]] bool isUsable() const noexcept { return isUp && isRunning && !isLoopback && !netmask.empty(); }
 
   friend bool operator==(const InterfaceAddress&, const InterfaceAddress&) = default;
 };
 
-/// What an interface leads to.
+/// What kind of network an interface belongs to.
 enum class InterfaceKind : std::uint8_t { ordinary, wireless, bridge, container, tunnel };
 
 namespace NetworkInterfaces {
 
-/// All IPv4 addresses in the order in which the system lists them (getifaddrs(3)); empty when it cannot. Asks the
-/// system anew with each call. Any thread.
+/// All IPv4 addresses in the system's order (getifaddrs(3)); empty when it cannot list them. Each call asks the system
+/// again. Any thread.
 [[nodiscard]] std::vector<InterfaceAddress> all();
 
-/// What the interface `name` is, by what the system (/sys/class/net) and its name tell. Any thread.
+/// The kind of the interface `name`, according to its name and to the system (/sys/class/net). Any thread.
 [[nodiscard]] InterfaceKind kindOf(const std::string& name);
 
 }  // namespace NetworkInterfaces

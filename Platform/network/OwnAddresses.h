@@ -11,8 +11,9 @@ namespace vesko {
 
 class InterfaceChanges;
 
-/// The usable addresses of this machine's interfaces, for who has to know them for every datagram: listing them takes
-/// longer than all else that a datagram has done. Any thread.
+/// The usable addresses of this machine's interfaces. They have to be known for every received datagram, and listing
+/// them takes longer than everything else that a datagram costs, so they are listed again only after a change. Any
+/// thread.
 class OwnAddresses {
  public:
   OwnAddresses();
@@ -20,19 +21,19 @@ class OwnAddresses {
   OwnAddresses(const OwnAddresses&) = delete;
   OwnAddresses& operator=(const OwnAddresses&) = delete;
 
-  /// They, in the order of the system, which is asked anew.
+  /// All of them, in the system's order. Asks the system again.
   [[nodiscard]] std::vector<InterfaceAddress> list();
 
-  /// True when `address`, dotted decimal, is one of them. Asks the system anew only where it has told of a change
-  /// since, or does not tell of changes.
+  /// True when `address` is one of them. Asks the system again only when it has told of a change, or cannot tell of
+  /// changes.
   [[nodiscard]] bool has(const std::string& address);
 
  private:
   void ask();
 
-  std::mutex mutex_;  // guards what follows; held while asking, so that nothing older replaces what is newer
-  std::unique_ptr<InterfaceChanges> changes_;  // none where the system does not tell of them
-  std::vector<InterfaceAddress> known_;        // empty also when it could not list them
+  std::mutex mutex_;  // guards what follows; held while asking, so that an older list does not replace a newer one
+  std::unique_ptr<InterfaceChanges> changes_;  // none when the system cannot tell of them
+  std::vector<InterfaceAddress> known_;        // also empty when the system could not list them
 };
 
 }  // namespace vesko

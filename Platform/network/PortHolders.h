@@ -9,23 +9,23 @@ namespace vesko {
 
 enum class PortProtocol : std::uint8_t { udp, tcp };
 
-/// Who keeps a port from others.
+/// A program that holds a port.
 struct PortHolder {
-  std::string user;         ///< login name; the number of one that the account database does not know
-  bool isOurs = false;      ///< this process runs as that user, or as the superuser
-  int process = 0;          ///< 0: not known, since this process may not look
-  std::string processName;  ///< as the process gives it, which may be any bytes; empty: not known
+  std::string user;         ///< login name, or the number of a user that the account database does not know
+  bool isOurs = false;      ///< this process runs as the same user or as root
+  int process = 0;          ///< 0: not known, because this process may not look
+  std::string processName;  ///< as the process calls itself, so it may be any bytes; empty: not known
 
   friend bool operator==(const PortHolder&, const PortHolder&) = default;
 };
 
 namespace PortHolders {
 
-/// Those who have bound a UDP socket to the local port, or have one listen for TCP connections there, on any address
-/// of IPv4 or, since that takes IPv4 along, on all of IPv6. Empty: nobody, or the system does not tell. Any thread.
+/// Who has bound the local UDP port, or listens on the local TCP port: on any IPv4 address, or on all IPv6 addresses,
+/// which includes IPv4. Empty when nobody does or the system does not tell. Any thread.
 [[nodiscard]] std::vector<PortHolder> of(PortProtocol protocol, std::uint16_t port);
 
-/// One socket in a table of the system's.
+/// One socket in a table of the system.
 struct SocketEntry {
   std::uint32_t user = 0;
   std::uint64_t inode = 0;
@@ -33,8 +33,8 @@ struct SocketEntry {
   friend bool operator==(const SocketEntry&, const SocketEntry&) = default;
 };
 
-/// The sockets that hold `port` as `table`, the text of /proc/net/udp, udp6, tcp or tcp6 (proc_net(5)), lists them;
-/// lines that are not such entries are passed over. Any thread.
+/// The sockets that hold `port`, from `table`, the text of /proc/net/udp, udp6, tcp or tcp6 (proc_net(5)). Lines that
+/// are no entries are skipped. Any thread.
 [[nodiscard]] std::vector<SocketEntry> entriesIn(std::string_view table, PortProtocol protocol, std::uint16_t port);
 
 }  // namespace PortHolders

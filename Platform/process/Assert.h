@@ -4,11 +4,11 @@
 
 namespace vesko {
 
-/// Reports a mistake of the caller: in builds with assertions (no `NDEBUG`) the message goes to standard error and the
-/// process stops; elsewhere nothing happens and the operation goes on as its documentation says. Any thread.
+/// Reports a mistake of the caller. In builds with assertions (no `NDEBUG`) the message goes to standard error and the
+/// process is aborted. In others nothing happens, and the operation goes on as its comment says. Any thread.
 void assertionFailure(const std::string& message);
 
-/// Stops the process, the message on standard error: for what leaves nothing to go on with. Any thread.
+/// Writes the message to standard error and aborts the process: for states from which nothing can go on. Any thread.
 [[noreturn]] void fatalError(const std::string& message);
 
 }  // namespace vesko

@@ -2,16 +2,16 @@
 
 #include <chrono>
 
-/// SIGINT, SIGTERM and, unless it was ignored when the process began (as nohup has it), SIGHUP: something a thread
-/// waits for, so that nothing is done in a handler.
+/// The signals that ask a program to end: SIGINT, SIGTERM and SIGHUP, the last unless it was ignored when the process
+/// began (nohup does that). A thread waits for them, so that nothing has to be done in a signal handler.
 namespace vesko::StopSignals {
 
-/// Keeps them from ending the process, on this thread and those it starts from now on, and makes SIGINT reach it even
-/// where a shell has it ignored. Also has those ignored that come of writing: a reader of the output that goes away, or
-/// a file that grows beyond the limit, must not take the process with it. Requires: no other thread runs yet.
+/// Blocks these signals on this thread and the threads it starts from now on, so that `wait` receives them, and SIGINT
+/// even if the shell had it ignored. Also ignores SIGPIPE and SIGXFSZ: a reader that goes away, or a file beyond the
+/// size limit, must not end the process. Requires: no other thread runs yet.
 void hold() noexcept;
 
-/// Waits for one of them. Requires: `hold` was called; one thread waits.
+/// Waits for one of the signals. Requires: `hold` was called; only one thread waits.
 void wait() noexcept;
 
 /// The same for `limit` at most; false when none came.

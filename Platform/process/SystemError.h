@@ -5,16 +5,16 @@
 
 namespace vesko {
 
-/// The error that the last failed call of the operating system left on this thread.
+/// The error of the last failed system call on this thread.
 [[nodiscard]] inline std::error_code lastSystemError() noexcept { return {errno, std::system_category()}; }
 
-/// True when the process or the system has too little of something that others may give back before long.
+/// True for a shortage that may soon be over: of descriptors or of memory.
 [[nodiscard]] inline bool isShortageOfResources(const std::error_code& code) noexcept {
   return code == std::errc::too_many_files_open || code == std::errc::too_many_files_open_in_system ||
          code == std::errc::no_buffer_space || code == std::errc::not_enough_memory;
 }
 
-/// Makes a call of the operating system, again for as long as a signal interrupts it.
+/// Makes a system call, and makes it again while a signal interrupts it (EINTR).
 template <class Call>
 [[nodiscard]] auto uninterrupted(Call call) {
   auto result = call();

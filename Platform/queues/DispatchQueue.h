@@ -11,11 +11,11 @@ namespace vesko {
 
 class DispatchSource;
 
-/// Where tasks run. Every operation may be called on any thread.
+/// A queue of tasks. Every operation may be called on any thread.
 ///
-/// A serial queue runs its tasks one at a time, in the order they were given, each seeing everything the one before it
-/// wrote. Unless they have threads of their own, the serial queues and the global queue share one small pool of them;
-/// tasks must not throw.
+/// A serial queue runs its tasks one at a time, in the order they were given; each task sees everything that the one
+/// before it wrote, so data used on one serial queue only needs no lock. All queues share a small pool of threads, but
+/// for those made by `serialWithThread` and for the main queue (see `MainQueue`). Tasks must not throw.
 class DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
  public:
   using Task = std::function<void()>;
@@ -24,28 +24,29 @@ class DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
   DispatchQueue(const DispatchQueue&) = delete;
   DispatchQueue& operator=(const DispatchQueue&) = delete;
 
-  /// A new serial queue. It lives until its last owner and its last task are gone. This and the next two throw
-  /// `std::system_error` when the system has no thread or no descriptors left for it; of the pool only the first to
-  /// need it.
+  /// A new serial queue on the shared threads. `label`: for people only. `clock`: see `Clock`. It lives until its last
+  /// owner and its last task are gone. This and the next two throw `std::system_error` when the system has no thread or
+  /// no descriptors left; as for the shared threads, only the first call that needs them.
   [[nodiscard]] static std::shared_ptr<DispatchQueue> serial(std::string label,
                                                              std::shared_ptr<Clock> clock = Clock::system());
 
-  /// The same with a thread of its own: for many small events that come one by one. The threads of the pool wake each
-  /// other for every one of them, which takes more of the processor than what they do about it.
+  /// A new serial queue with a thread of its own. It suits many small events that come one by one: the shared threads
+  /// wake each other for every such event, which takes more processor time than handling it.
   [[nodiscard]] static std::shared_ptr<DispatchQueue> serialWithThread(std::string label,
                                                                        std::shared_ptr<Clock> clock = Clock::system());
 
-  /// The queue whose tasks run side by side on the pool, in no order.
+  /// The queue whose tasks run on the shared threads in parallel, in no particular order.
   [[nodiscard]] static const std::shared_ptr<DispatchQueue>& global();
 
-  /// Gives a task to the queue and returns at once.
+  /// Adds a task to the queue and returns at once.
   virtual void async(Task task) = 0;
 
-  /// True when the caller is running as a task of this queue.
+  /// True when called from inside a task of this queue.
   [[nodiscard]] virtual bool isCurrent() const noexcept = 0;
 
-  /// A source of readiness events for a non-blocking socket `descriptor`, which stays its owner's and must outlive the
-  /// source. None, with `error` set, when the system cannot watch it. Requires: a serial queue.
+  /// A source that tells when the non-blocking socket `descriptor` can be read or written. The caller keeps the
+  /// descriptor open for as long as the source lives. None, with `error` set, when the system cannot watch it.
+  /// Requires: a serial queue.
   [[nodiscard]] virtual std::unique_ptr<DispatchSource> makeSource(int descriptor, std::error_code& error) = 0;
 
   [[nodiscard]] const std::string& label() const noexcept { return label_; }

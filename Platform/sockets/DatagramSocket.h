@@ -16,15 +16,15 @@
 
 namespace vesko {
 
-/// `GCDAsyncUdpSocket` on the system's sockets.
+/// `GCDAsyncUdpSocket` on a socket of the system.
 ///
-/// A datagram goes out on the thread that sends it unless others wait already or the system has no room: a process that
-/// ends right after a farewell has said it. What waits is tried again on the delegate queue. No lock is held while the
-/// delegate is called.
+/// A datagram is sent on the calling thread, unless others wait already or the system has no room. So, as a rule, a
+/// goodbye is sent when `sendData` returns, even if the process ends right after it. What has to wait is tried again on
+/// the delegate queue. The mutex is not held while the delegate is called.
 class DatagramSocket final : public GCDAsyncUdpSocket, public std::enable_shared_from_this<DatagramSocket> {
  public:
-  /// So many datagrams wait at most; `std::errc::no_buffer_space` for further ones. Enough for one to each address of
-  /// sixteen networks of 254, while the system has no room for any of them.
+  /// At most this many datagrams wait; further ones fail with `std::errc::no_buffer_space`. Enough for one to each
+  /// address of sixteen networks of 254 addresses.
   static constexpr std::size_t unsentLimit = 4096;
 
   DatagramSocket(std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate, std::shared_ptr<DispatchQueue> delegateQueue);
@@ -55,7 +55,7 @@ class DatagramSocket final : public GCDAsyncUdpSocket, public std::enable_shared
     std::error_code error;
   };
 
-  // Called with the mutex held
+  // With the mutex held
   void openDescriptor(std::error_code& error);
   [[nodiscard]] std::error_code sendOrKeep(Datagram datagram);
   [[nodiscard]] std::error_code send(const Datagram& datagram);
@@ -73,7 +73,7 @@ class DatagramSocket final : public GCDAsyncUdpSocket, public std::enable_shared
   const std::weak_ptr<GCDAsyncUdpSocketDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
 
-  mutable std::mutex mutex_;  // guards what follows up to the empty line
+  mutable std::mutex mutex_;  // guards what follows, up to the empty line
   State state_ = State::unbound;
   bool allowsBroadcast_ = false;
   FileDescriptor descriptor_;
@@ -84,7 +84,7 @@ class DatagramSocket final : public GCDAsyncUdpSocket, public std::enable_shared
   bool isWaitingForRoom_ = false;
   std::unique_ptr<Alarm> alarm_;
 
-  // Used on the delegate queue, once receiving has begun
+  // On the delegate queue only, once receiving has begun
   std::vector<char> buffer_;
   std::string sender_;
 };

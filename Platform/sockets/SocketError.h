@@ -6,25 +6,25 @@
 
 namespace vesko {
 
-/// What ends a connection besides the errors of the system.
+/// Errors that end a connection and are not errors of the system.
 enum class SocketErrc {
-  endOfStream = 1,  ///< the other side closed in good order, while more was expected
-  sourceEnded,      ///< a file that was being sent ended before its announced length
-  unconfirmed,      ///< the other side has acknowledged every byte, but never closed
+  endOfStream = 1,  ///< the other side closed in good order while more was expected
+  sourceEnded,      ///< a file that is being sent has become shorter than announced
+  unconfirmed,      ///< the other side acknowledged every byte but did not close
 };
 
 [[nodiscard]] std::error_code make_error_code(SocketErrc code) noexcept;
 
-/// Why a connection ended: what was being done and the system's code. A time-out is `std::errc::timed_out`.
+/// Why a connection ended: what was being done, and the error code. A time-out is `std::errc::timed_out`.
 struct SocketError {
   enum class Operation : std::uint8_t {
     none,         ///< nothing went wrong
     listen,       ///< opening a listening port
-    connect,      ///< reaching the other side
+    connect,      ///< connecting to the other side
     read,         ///< reading from the connection
     write,        ///< writing to the connection
-    source,       ///< reading the file that was being sent
-    destination,  ///< writing the file that a read was storing to
+    source,       ///< reading the file that is being sent
+    destination,  ///< writing the file that is being received into
   };
 
   Operation operation = Operation::none;

@@ -11,21 +11,21 @@ namespace vesko {
 
 class FileHandle;
 
-/// A pipe of the system's through which bytes go from a socket to a file without being copied into the program
+/// A pipe through which bytes go from a socket to a file inside the system, without being copied into this program
 /// (splice(2)). On one queue at a time.
 class SplicePipe {
  public:
-  /// None where the system has no pipe to give, or none that would be of use.
+  /// None when the system gives no pipe, or only one too small to be worth using.
   [[nodiscard]] static std::unique_ptr<SplicePipe> make();
 
   SplicePipe(FileDescriptor readingEnd, FileDescriptor writingEnd) noexcept
       : readingEnd_(std::move(readingEnd)), writingEnd_(std::move(writingEnd)) {}
 
-  /// Takes up to `length` bytes that have arrived at the socket, as many as there is room for, and returns the count; 0
-  /// without an error is the end of the stream. Requires: everything taken before has been handed on.
+  /// Moves up to `length` bytes from the socket into the pipe, as many as have arrived and fit. Returns their number; 0
+  /// without an error is the end of the stream. Requires: the pipe is empty.
   [[nodiscard]] std::uint64_t takeFrom(int socket, std::uint64_t length, std::error_code& error);
 
-  /// Writes everything that was taken to `file`, at its offset.
+  /// Writes everything in the pipe to `file`, at its offset.
   void handOnTo(FileHandle& file, std::error_code& error);
 
  private:
@@ -33,7 +33,7 @@ class SplicePipe {
 
   FileDescriptor readingEnd_;
   FileDescriptor writingEnd_;
-  std::uint64_t held_ = 0;  ///< bytes
+  std::uint64_t held_ = 0;  ///< bytes in the pipe
 };
 
 }  // namespace vesko

@@ -15,14 +15,14 @@ namespace vesko {
 class FileHandle;
 class SplicePipe;
 
-/// The reading half of a stream socket: the queued reads, and a buffer from which small ones are served without asking
-/// the system. On the socket's queue only.
+/// The reading half of a stream socket: the queue of reads, and a buffer that is filled by one system call and serves
+/// many small reads. On the socket's queue only.
 class StreamReader {
  public:
   struct Request {
     std::uint64_t length = 0;                 ///< bytes
     std::shared_ptr<FileHandle> destination;  ///< none: into memory
-    std::optional<char> last;                 ///< set: any bytes up to this one will do, `length` at most
+    std::optional<char> last;                 ///< set: any bytes up to and with this one complete the read
     double timeout = -1.0;                    ///< seconds; negative: none
     std::int64_t tag = 0;
   };
@@ -35,17 +35,18 @@ class StreamReader {
   void enqueue(Request request);
   void clear();
 
-  /// The first request's time-out; none when nothing is queued or it has none. Its deadline is kept by the socket.
+  /// The first read's time-out in seconds; none when no read is queued or it has no time-out. The socket measures it.
   [[nodiscard]] std::optional<double> timeoutOfFirst() const noexcept;
   [[nodiscard]] std::int64_t tagOfFirst() const noexcept { return queue_.front().tag; }
   [[nodiscard]] std::uint64_t bytesDoneOfFirst() const noexcept { return queue_.front().done; }
   [[nodiscard]] bool empty() const noexcept { return queue_.empty(); }
 
-  /// Brings the first request one step further, from the buffer or else from the connection. On `failed`, `error` says
-  /// why.
+  /// Takes the first read one step further, from the buffer or, when that is empty, from the connection. `error` is set
+  /// when the result is `failed`.
   [[nodiscard]] StreamStep step(int descriptor, SocketError& error);
 
-  /// What the last step moved: `partialLength` bytes more for the request, or, if it completed it, `data` in all.
+  /// What the last step moved: `partialLength` more bytes for the read; `data` is all of it when that completed the
+  /// read.
   struct Moved {
     std::int64_t tag = 0;
     std::uint64_t partialLength = 0;
@@ -68,10 +69,12 @@ class StreamReader {
   [[nodiscard]] bool take(Pending& request, std::string_view bytes, SocketError& error);
   [[nodiscard]] StreamStep advance(std::uint64_t count);
 
-  /// Large enough that a thousand headers or a dozen small files come with one call, small enough to stay in cache.
+  /// Large enough for a thousand headers or a dozen small files with one system call, small enough for the processor's
+  /// cache.
   static constexpr std::size_t bufferSize = 256 * 1024;
 
-  /// From this size on (bytes) what is left of a body goes from the socket to its file without a copy in between.
+  /// From this many bytes on, the rest of a body goes from the socket to its file by splice(2), without a copy in this
+  /// program.
   static constexpr std::uint64_t spliceThreshold = 64 * 1024;
 
   std::vector<Pending> queue_;

@@ -19,11 +19,23 @@ namespace vesko {
 
 class AcceptLoop;
 
-/// `GCDAsyncSocket` on the system's sockets.
+/// `GCDAsyncSocket` on a socket of the system.
 ///
-/// One loop does all work on the delegate queue: it serves reads and writes, calling the delegate as it goes, until
-/// neither gets any further, flushes what was gathered and only then waits. States: fresh to listening, or fresh over
-/// connecting to connected, draining; from any of them to closed.
+/// All work is done by one loop on the delegate queue: it serves reads and writes and calls the delegate, until neither
+/// can go on, then writes out the buffer of small writes, and only then waits for the system. All members are used on
+/// that queue.
+///
+/// States, and what each waits for:
+///
+///     fresh       `connectToHost` or `acceptOnPort`
+///     listening   connections, in `acceptLoop_`; until closed
+///     connecting  the connection, or the alarm for the time-out; then connected
+///     connected   readiness for queued reads and for bytes the system did not take, time-outs; draining after
+///                 `disconnectAfterWriting` once all writes are complete
+///     draining    the buffer to be written out, then the other side's acknowledgements and close
+///     closed      nothing; socketDidDisconnect was or is about to be called
+///
+/// `disconnect`, `disconnectWithReset` or an error leads from any state but fresh to closed.
 class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from_this<StreamSocket> {
  public:
   StreamSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate, std::shared_ptr<DispatchQueue> delegateQueue);
@@ -50,20 +62,20 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   enum class State : std::uint8_t { fresh, listening, connecting, connected, draining, closed };
   using Time = std::chrono::steady_clock::time_point;
 
-  /// When the operation that is first in line has to be complete; absent until it had to wait.
+  /// Until when the first read or write has to be complete. `started` is absent until it had to wait.
   struct Deadline {
     std::optional<Time> started;
     Time expires;
   };
 
-  /// How much the other side has acknowledged, and since when it has been no more, as far as asking it now and then
-  /// tells.
+  /// How many written bytes the other side has acknowledged, and when that number last grew, as far as asking the
+  /// system from time to time shows.
   struct Acknowledged {
     std::uint64_t bytes = 0;
     Time since;
   };
 
-  // StreamSocket.cpp: the life of a connection
+  // StreamSocket.cpp: opening and closing
   void onQueue(std::function<void(StreamSocket&)> work);
   [[nodiscard]] std::error_code open(FileDescriptor descriptor, State state);
   void beginConnect(std::uint16_t port, double timeout);
@@ -82,14 +94,14 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   void waitReadable();
   void waitWritable();
 
-  // StreamSocketDraining.cpp: the end after the last write
+  // StreamSocketDraining.cpp: after the last write
   void beginDraining();
   void finishSending();
   [[nodiscard]] std::uint64_t undrainedBytes() const noexcept;
   void drain();
   void checkDraining();
 
-  // StreamSocketTimeouts.cpp: time-outs, and what the other side acknowledges meanwhile
+  // StreamSocketTimeouts.cpp: time-outs, and acknowledgements
   [[nodiscard]] static Time::duration inTicks(double seconds);
   void watchDeadlines();
   void watchDeadline(Deadline& deadline, std::optional<double> timeout, Time& earliest);
@@ -106,7 +118,7 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
   std::weak_ptr<GCDAsyncSocketDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
   State state_ = State::fresh;
-  std::shared_ptr<AcceptLoop> acceptLoop_;  // of a listener, which has neither of the next two
+  std::shared_ptr<AcceptLoop> acceptLoop_;  // of a listening socket, which has neither of the next two
   FileDescriptor descriptor_;
   std::unique_ptr<DispatchSource> source_;  // after the descriptor, which must outlive it
   std::string host_;
@@ -127,9 +139,9 @@ class StreamSocket final : public GCDAsyncSocket, public std::enable_shared_from
 
   double stallTimeout_ = -1.0;  ///< seconds
   std::optional<Time> nextStallCheck_;
-  std::uint64_t written_ = 0;  ///< bytes of writes, handed to the system or gathered
+  std::uint64_t written_ = 0;  ///< bytes of writes that the system or the buffer has taken
   Acknowledged acknowledged_;
-  bool otherSideHasEnded_ = false;  ///< while it has not taken everything
+  bool otherSideHasEnded_ = false;  ///< draining: it has closed and not acknowledged everything yet
 };
 
 }  // namespace vesko

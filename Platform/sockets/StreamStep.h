@@ -4,13 +4,13 @@
 
 namespace vesko {
 
-/// What came of trying to bring a queued read or write one step further.
+/// The result of a step of the first queued read or write.
 enum class StreamStep : std::uint8_t {
   idle,       ///< nothing is queued
-  blocked,    ///< the connection has to become ready first
-  moved,      ///< some bytes have moved
-  completed,  ///< the first operation is complete and has left the queue
-  failed,     ///< the connection cannot go on
+  blocked,    ///< the connection is not ready
+  moved,      ///< some bytes were moved
+  completed,  ///< the read or write is complete and was removed from the queue
+  failed,     ///< the connection has to be closed
 };
 
 }  // namespace vesko

@@ -11,12 +11,12 @@
 
 namespace vesko {
 
-/// The writing half of a stream socket: the queued writes, and a buffer that gathers small ones so that many of them go
-/// to the system with one call. On the socket's queue only.
+/// The writing half of a stream socket: the queue of writes, and a buffer that gathers small ones so that one system
+/// call writes many of them. On the socket's queue only.
 ///
-/// A gathered write counts as complete while the connection keeps taking what it is given. Once the system has refused
-/// bytes, nothing is gathered until the buffer is empty again, so a write that comes to a halt is told to wait like any
-/// other, and its time-out runs.
+/// A write is complete as soon as it is in the buffer, as long as the system accepts what it is given. Once the system
+/// has refused bytes (`isBlocked`), nothing is added until the buffer is empty again. So writes to a connection that
+/// does not move stay incomplete and their time-outs run.
 class StreamWriter {
  public:
   struct Request {
@@ -28,27 +28,30 @@ class StreamWriter {
   void enqueue(Request request);
   void clear();
 
+  /// The first write's time-out in seconds; none when no write is queued or it has no time-out. The socket measures it.
   [[nodiscard]] std::optional<double> timeoutOfFirst() const noexcept;
   [[nodiscard]] std::int64_t tagOfFirst() const noexcept { return queue_.front().tag; }
   [[nodiscard]] std::uint64_t bytesDoneOfFirst() const noexcept { return queue_.front().done; }
 
-  /// True when every write is complete; bytes of it may still stand in the buffer.
+  /// True when every write is complete; the buffer may still hold bytes of them.
   [[nodiscard]] bool isComplete() const noexcept { return queue_.empty(); }
 
-  /// Bytes of complete writes that the system has not taken yet.
+  /// Bytes in the buffer.
   [[nodiscard]] std::uint64_t gatheredBytes() const noexcept { return gathered_ - sent_; }
+  /// True from the moment when the system refused bytes until `unblock`.
   [[nodiscard]] bool isBlocked() const noexcept { return blocked_; }
 
-  /// The connection takes bytes again.
+  /// To be called when the connection is writable again.
   void unblock() noexcept { blocked_ = false; }
 
-  /// Brings the first request one step further. On `failed`, `error` says why.
+  /// Takes the first write one step further. `error` is set when the result is `failed`.
   [[nodiscard]] StreamStep step(int descriptor, SocketError& error);
 
-  /// Hands the gathered bytes to the system: `idle` when none are left, `blocked` when it did not take them all.
+  /// Hands the buffer to the system. `more`: other bytes follow at once, so a segment that is not full may wait for
+  /// them (MSG_MORE). `idle`: the buffer is empty; `blocked`: the system did not take everything.
   [[nodiscard]] StreamStep flush(int descriptor, bool more, SocketError& error);
 
-  /// The tag of the request that the last step moved, and the bytes it moved.
+  /// The tag of the write that the last step moved, and how many bytes of it.
   [[nodiscard]] std::int64_t movedTag() const noexcept { return movedTag_; }
   [[nodiscard]] std::uint64_t movedLength() const noexcept { return movedLength_; }
 
@@ -67,10 +70,12 @@ class StreamWriter {
   /// As for reading.
   static constexpr std::size_t bufferSize = 256 * 1024;
 
-  /// Below this a stretch of a file is copied into the buffer: one system call less costs more than the copy saves.
+  /// A shorter stretch of a file is copied into the buffer: saving the copy gains less than a system call of its own
+  /// costs.
   static constexpr std::uint64_t sendFileThreshold = 64 * 1024;
 
-  /// Bytes handed to the system at once, so that progress is told and other sockets get their turn.
+  /// Bytes in one call of sendfile(2), so that progress is told in between and other sockets of the queue get their
+  /// turn.
   static constexpr std::uint64_t sendFileLimit = 1024 * 1024;
 
   std::deque<Pending> queue_;

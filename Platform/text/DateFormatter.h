@@ -5,9 +5,9 @@
 
 namespace vesko {
 
-/// Writes a time in the user's time zone by a Unicode date pattern (UTS 35): runs of y, M, d, H (24-hour clock),
-/// h (12-hour clock, 01 to 12), m and s, each padded with zeros to the run's length; everything else as it stands.
-/// Any thread.
+/// Writes a time in the user's time zone by a Unicode date pattern (UTS 35): runs of y, M, d, H (24-hour clock), h
+/// (12-hour clock, 01 to 12), m and s, each padded with zeros to the length of the run. All other characters are
+/// copied. Any thread.
 class DateFormatter {
  public:
   explicit DateFormatter(std::string dateFormat) : dateFormat_(std::move(dateFormat)) {}

@@ -7,8 +7,8 @@
 
 namespace vesko {
 
-/// The number that all of `text` writes out in digits of `base`, without blanks or a '+'; none when it is anything
-/// else, or beyond what `Number` holds. Any thread.
+/// The number that `text` consists of, in digits of `base`. None when it is anything else (blanks and "+" included) or
+/// exceeds the range of `Number`. Any thread.
 template <class Number>
 [[nodiscard]] std::optional<Number> wholeNumber(std::string_view text, int base = 10) noexcept {
   Number number = 0;

@@ -7,17 +7,17 @@
 
 namespace vesko {
 
-/// An entry of the account database (passwd(5)); its texts may be any bytes.
+/// An entry of the account database (passwd(5)). Its texts may be any bytes.
 struct Account {
-  std::string name;  ///< for the login
-  std::string gecos;
-  std::string home;  ///< folder
+  std::string name;   ///< login name
+  std::string gecos;  ///< full name and other details, separated by commas
+  std::string home;   ///< path of the home folder
 };
 
-/// The number of the user that this process acts as. Any thread.
+/// The effective user of this process. Any thread.
 [[nodiscard]] std::uint32_t userId() noexcept;
 
-/// The account of the user with this number; none, with `error` set, when the database does not know it. Any thread.
+/// The account of a user; none, with `error` set, when the database does not know the user. Any thread.
 [[nodiscard]] std::optional<Account> accountOf(std::uint32_t user, std::error_code& error);
 
 }  // namespace vesko

@@ -8,16 +8,16 @@
 
 namespace vesko {
 
-/// Where the current user's picture may be, the first that is there counting: AccountsService's icon for the user, then
-/// `.face` and `.face.icon` of the home folder.
+/// Where the current user's picture may be, in order of preference: the icon of AccountsService, then `.face` and
+/// `.face.icon` in the home folder.
 [[nodiscard]] std::vector<std::string> accountPicturePaths();
 
-/// The current user's picture as PNG, from the first path that holds one; none when none does. Looks for the paths and
-/// at their files anew with each call, and decodes one again only when its size or its time of modification has
-/// changed. Any thread.
+/// The current user's picture as PNG, from the first path that has one; none when no path has. Each call looks for the
+/// files again, but decodes a file again only when it was replaced or its size or time of modification has changed. Any
+/// thread.
 class AccountPicture {
  public:
-  /// `findPaths` tells where the picture may be.
+  /// `findPaths` returns where the picture may be.
   explicit AccountPicture(std::function<std::vector<std::string>()> findPaths = accountPicturePaths);
   ~AccountPicture();
   AccountPicture(const AccountPicture&) = delete;

@@ -5,21 +5,21 @@
 
 #include "Platform/user/NSImage.h"
 
-/// What the decoders of pictures do not check themselves, although they rely on it. Any thread.
+/// Checks that the decoders of pictures rely on but do not make themselves. Any thread.
 namespace vesko::ImageChecks {
 
-/// What a PNG begins with.
+/// The first bytes of every PNG.
 inline constexpr std::string_view pngSignature = "\x89PNG\r\n\x1a\n";
 
-/// The number that at most four bytes stand for, the first being the highest.
+/// The big-endian number in at most four bytes.
 [[nodiscard]] std::uint32_t bigEndianNumber(std::string_view bytes) noexcept;
 
-/// True when the pixels of a PNG take about as much memory as this size asks for at most. The decoder believes the
-/// length of a chunk, and gives compressed pixels as much as they ask for: a thousand times their own length. Requires:
+/// True when the pixels of a PNG, uncompressed, take no more memory than a picture of this size may. The decoder
+/// believes the lengths of chunks, and it would allocate a thousand times the length of compressed pixels. Requires:
 /// `png` begins with the signature.
 [[nodiscard]] bool decodesWithin(std::string_view png, ImageSize size);
 
-/// True when no table of codes in a JPEG has more of them than the decoder has room for, and none is cut off.
+/// True when no Huffman table of a JPEG has more codes than the decoder has room for, and none is cut off.
 [[nodiscard]] bool hasModestTables(std::string_view jpeg);
 
 }  // namespace vesko::ImageChecks

@@ -4,15 +4,15 @@
 
 namespace vesko {
 
-/// The program around the library, where it has a user interface: the host implements it.
+/// The user interface of the host, for alerts. A host that has one implements this and sets `VeskoServer::application`.
 class NSApp {
  public:
   virtual ~NSApp() = default;
 
-  /// Shows `messageText` modally; returns when the user has dismissed it. Called on the thread that starts the service.
+  /// Shows `messageText` and returns when the user has dismissed it. Called on the thread that starts the service.
   virtual void runModal(const std::string& messageText) = 0;
 
-  /// Asks the program to quit; it may decline, and the caller then goes on.
+  /// Asks the program to quit; called after each alert. The program may ignore it: the start then goes on.
   virtual void terminate() = 0;
 };
 

@@ -13,21 +13,21 @@ struct ImageSize {
   std::uint32_t height = 0;
 };
 
-/// What a PNG (RFC 2083) says of its size in its first bytes; none when `bytes` do not begin as one does. Any thread.
+/// The size that the first bytes of a PNG (RFC 2083) declare; none when `bytes` do not begin as a PNG does. Any thread.
 [[nodiscard]] std::optional<ImageSize> sizeOfPng(std::string_view bytes);
 
-/// True when all of `bytes` is a PNG that can be decoded and that has between 1 and `maximumSide` pixels each way. Its
-/// size is looked at before memory is taken for its pixels. Any thread.
+/// True when `bytes` are a PNG that can be decoded and has 1 to `maximumSide` pixels in each direction. The declared
+/// size is checked before memory for pixels is allocated. Any thread.
 [[nodiscard]] bool isSanePng(std::string_view bytes, std::uint32_t maximumSide);
 
-/// A picture of a file of ours, decoded.
+/// A decoded picture from a file of this machine. Any thread, one at a time.
 class NSImage {
  public:
-  /// Pixels each way that a picture may have: more is no account picture, but a lot of memory.
+  /// Pixels in each direction that a picture may have, inclusive; account pictures are smaller, and memory grows with
+  /// the square.
   static constexpr std::uint32_t maximumSide = 4096;
 
-  /// Decodes PNG, JPEG, BMP or GIF (its first picture); none when `bytes` are nothing of that, or too large. Any
-  /// thread.
+  /// Decodes PNG, JPEG, BMP or GIF (the first picture of it). None when `bytes` are none of these, or too large.
   [[nodiscard]] static std::optional<NSImage> decode(std::string_view bytes);
 
   [[nodiscard]] ImageSize size() const noexcept { return size_; }
@@ -39,7 +39,7 @@ class NSImage {
   NSImage(ImageSize size, std::string pixels) : size_(size), pixels_(std::move(pixels)) {}
 
   ImageSize size_;
-  std::string pixels_;  // red, green, blue, opacity, a byte each, from the upper left on
+  std::string pixels_;  // red, green, blue, alpha; a byte each; row by row from the upper left
 };
 
 }  // namespace vesko

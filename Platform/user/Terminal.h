@@ -12,7 +12,7 @@ enum class Stream : std::uint8_t { input, output, error };
 /// True when the stream is a terminal.
 [[nodiscard]] bool isTerminal(Stream stream) noexcept;
 
-/// The columns that the terminal has at present; none when it is no terminal or does not say.
+/// The width of the terminal in columns; none when the stream is no terminal or the terminal does not tell.
 [[nodiscard]] std::optional<std::size_t> columns(Stream stream) noexcept;
 
 }  // namespace vesko::Terminal
