@@ -15,24 +15,24 @@ namespace vesko {
 
 namespace {
 
-/// From connecting to the last byte; and for the connection, which a machine of the same network that is there makes
-/// within milliseconds: one that is gone must not keep a place for long.
+/// For a whole request, and for its connection alone. A machine in the same network accepts a connection within
+/// milliseconds; one that has gone must not keep a place for long.
 constexpr std::chrono::seconds patience{10};
 constexpr std::chrono::seconds connectPatience{2};
 
-/// Those that wait, beside the machines of a full table.
+/// Fetches that wait for a place: one for each peer of a full table.
 constexpr std::size_t maximumWaiting = 65'536;
 
 constexpr int statusOk = 200;
 
 constexpr std::string_view urlBeginning = "data:image/png;base64,";
 
-/// Bytes of the largest PNG whose data URL has at most `length` of them.
+/// The largest length of a PNG whose data URL has at most `length` bytes. Base 64 makes 4 characters of 3 bytes.
 std::size_t pngLengthWithin(std::size_t length) {
   return length < urlBeginning.size() ? 0 : (length - urlBeginning.size()) / 4 * 3;
 }
 
-/// The avatar in an answer, as a data URL, in just the memory it takes.
+/// The avatar in an answer as a data URL, without spare memory, since it is kept for long.
 std::optional<std::string> avatarIn(const std::optional<HTTPResponse>& response) {
   if (!response || response->status != statusOk) return std::nullopt;
   if (!isSanePng(response->body, AvatarFetches::maximumSide)) return std::nullopt;
@@ -59,8 +59,8 @@ void AvatarFetches::get(const std::shared_ptr<VeskoPeer>& peer, std::uint16_t po
 void AvatarFetches::drop(const VeskoPeer& peer) {
   const auto turn = turns_.extract(&peer);
   if (!turn || waiting_.erase(turn.mapped()) > 0) return;
-  // Its place is free only when nothing of it is left, which is soon: whoever comes and goes all the time would
-  // otherwise have more under way than there are places.
+  // The fetch keeps its place until the cancelled request has ended, which is soon. If the place were free at once,
+  // peers that come and go all the time could have more requests under way than there are places.
   Fetch& fetch = underWay_.at(turn.mapped());
   fetch.peer.reset();
   session_.cancel(fetch.task);
@@ -73,8 +73,8 @@ void AvatarFetches::startNext() {
   }
 }
 
-/// Avatars are taken apart on a queue of their own, where that keeps nobody else waiting, and one after the other: one
-/// may be small on its way and large in memory.
+/// An avatar that is small as it is sent may be large in memory. So avatars are checked one at a time, on a queue of
+/// their own, where that delays nobody else. The result goes back to `queue_`.
 void AvatarFetches::start(Turn turn, Fetch& fetch) {
   const std::size_t most = std::min(maximumAvatar, pngLengthWithin(shares_.room()));
   fetch.task = session_.get({fetch.peer->ip(), fetch.port, AvatarEndpoint::path, most, connectPatience, patience},

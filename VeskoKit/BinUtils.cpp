@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::int64_t maximumByteCount = std::numeric_limits<std::int64_t>::max();
 
-// So that the count times the widest item still fits.
+// So that the product with the size of the widest item does not overflow.
 constexpr std::int64_t maximumRepetitions = maximumByteCount / 8;
 
 std::string_view takeCharacter(std::string_view& text) noexcept {
@@ -28,11 +28,11 @@ struct FormatItem {
   std::string_view character;
   std::int64_t repetitions = 1;
 
-  // A character outside ASCII is never an item.
+  // 0 for a character outside ASCII, which is never an item.
   [[nodiscard]] char code() const noexcept { return character.size() == 1 ? character.front() : '\0'; }
 };
 
-// The next character that is not a digit, with the count before it; moves `format` past both.
+// Removes the next item from `format` and returns it; none at the end, also when only digits are left.
 std::optional<FormatItem> takeItem(std::string_view& format) noexcept {
   std::int64_t count = 0;
   while (!format.empty()) {
@@ -59,7 +59,7 @@ const Kind* valueOfKind(const Unpackable& value) {
   return found;
 }
 
-// One number as the bytes of a `Stored`, in the machine's order.
+// A number of type `Kind` as the bytes of a `Stored`, in the machine's order.
 template <class Kind, DataConvertible Stored>
 std::optional<std::string> packedNumber(const Unpackable& value) {
   const auto* number = valueOfKind<Kind>(value);
@@ -128,7 +128,7 @@ std::optional<std::string> packedCharacter(const Unpackable& value, TextEncoding
   if (text == nullptr) return std::nullopt;
   std::string_view rest = *text;
   const auto character = takeCharacter(rest);
-  // Beyond U+FFFF the first UTF-16 unit is half a character, which no encoding can write.
+  // "c" takes one UTF-16 unit. A character above U+FFFF has two, and no encoding can write half of it.
   const bool isWholeUnit = !character.empty() && character.size() <= 3;
   auto bytes = isWholeUnit ? encodeText(character, encoding) : std::nullopt;
   if (!bytes) {
@@ -166,7 +166,7 @@ bool isBigEndianToPack(std::string_view character) {
   return false;
 }
 
-// Writes one item of a format, taking its values from the front of `values`; false after a mistake of the caller.
+// Packs one item and removes its values from the front of `values`. False after a mistake of the caller.
 bool packRepetitions(const FormatItem& item, std::span<const Unpackable>& values, bool isBigEndian,
                      TextEncoding encoding, std::string& packed) {
   if (item.code() == 'x') {
@@ -188,13 +188,13 @@ bool packRepetitions(const FormatItem& item, std::span<const Unpackable>& values
   return true;
 }
 
-// Reads items from bytes whose number the format has been found to match.
+// Reads items from bytes whose number fits the format.
 class Unpacker {
  public:
   Unpacker(std::span<const std::uint8_t> bytes, bool isBigEndian, TextEncoding encoding) noexcept
       : bytes_(bytes), isBigEndian_(isBigEndian), encoding_(encoding) {}
 
-  // Appends the values of `item`; false after bytes that are not text.
+  // Appends the values of `item` to `results`; false when bytes are not text.
   bool read(const FormatItem& item, std::vector<Unpackable>& results) {
     if (item.code() == ' ') return true;
     if (item.code() == 's') return readText(static_cast<std::size_t>(item.repetitions), results);

@@ -16,8 +16,8 @@ char upperCase(char character) noexcept {
   return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
 }
 
-/// How many bytes of `text` lie before the offset, counted in UTF-16 units; none when it lies outside of the text or
-/// inside of a character.
+/// The number of bytes in `text` before an offset that is counted in UTF-16 units. None when the offset lies outside
+/// the text or inside a character.
 std::optional<std::size_t> bytesBefore(std::size_t utf16Offset, std::string_view text) noexcept {
   std::size_t bytes = 0;
   for (std::size_t units = 0; units < utf16Offset;) {
@@ -39,7 +39,7 @@ std::optional<Data> unhexlify(std::string_view text) {
   std::size_t count = 0;
   for (const char character : text) {
     if (character == ' ') continue;
-    // Only ASCII has a digit as its upper case, of which each is one character: a ligature of two letters is none.
+    // Only ASCII letters count: no other character has a hexadecimal digit as its upper case.
     const auto digit = digits.find(upperCase(character));
     if (digit == digits.npos) {
       const auto range = std::to_string(count) + "..<" + std::to_string(count + 1);

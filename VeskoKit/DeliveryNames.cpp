@@ -17,6 +17,7 @@ bool isLetter(char character) noexcept {
 
 bool isLetterOrDigit(char character) noexcept { return isDigit(character) || isLetter(character); }
 
+/// ASCII only: the prefix has no other letters.
 bool isInAnyCase(char character, char wanted) noexcept {
   return character == wanted || (isLetter(wanted) && (character ^ wanted) == 0x20);
 }
@@ -41,7 +42,7 @@ std::string numberedName(const std::string& name, std::uint64_t counter) {
       return std::string(kept) + ending;
     }
   }
-  // Nothing would be left of what the extension extends.
+  // The extension alone is too long: it is cut like any other part of the name.
   return std::string(beginningOfUtf8(name, maximumLength - number.size())) + number;
 }
 

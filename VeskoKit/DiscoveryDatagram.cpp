@@ -14,7 +14,7 @@ constexpr char goodbye = 3;
 constexpr char helloToAllWithPort = 4;
 constexpr char helloToOneWithPort = 5;
 
-/// Not looked at by readers: a goodbye is known by its type.
+/// Receivers do not look at it: the type says that it is a goodbye.
 constexpr std::string_view farewell = "Bye Bye";
 
 constexpr std::size_t portLength = 2;
@@ -41,6 +41,7 @@ std::optional<std::uint16_t> takePort(std::string_view& bytes) {
   return static_cast<std::uint16_t>(low | high << 8U);
 }
 
+/// A signature beyond the limit is cut rather than refused: the peer is there, whatever it calls itself.
 std::optional<DiscoveryDatagram> decodeHello(bool isToAll, bool hasPort, std::string_view rest) {
   DiscoveryHello hello{isToAll, std::nullopt, {}};
   if (hasPort) {

@@ -17,9 +17,9 @@ void IncomingTransferRoom::makePlace(std::size_t maximum) {
   Activity activityOfIdlest;
   std::erase_if(transfers_, [&](const auto& listed) {
     const auto transfer = listed.lock();
-    // One whose storage is being removed holds no connection, and no descriptor, any more.
+    // A transfer whose storage is being removed has no connection and no descriptors any more.
     if (!transfer || !transfer->socket()) return true;
-    // Nothing beats one that is silent but one that has been so for longer: of the others the system need not be asked.
+    // Compares what is at hand first: whether bytes are unread takes a system call.
     if (idlest && !activityOfIdlest.first && transfer->lastActivity_ >= activityOfIdlest.second) return false;
     const Activity activity = activityOf(*transfer);
     if (!idlest || activity < activityOfIdlest) {
@@ -31,8 +31,9 @@ void IncomingTransferRoom::makePlace(std::size_t maximum) {
   if (idlest && transfers_.size() >= maximum) idlest->failAtLimit(TransferLimit::connections);
 }
 
-/// Connections that come all at once are accepted before anybody reads: what waits meanwhile is no silence. While
-/// the guard decides, nothing is waited for.
+/// When many connections come at once, all are accepted before the first is read. Their bytes wait meanwhile, which
+/// must not count as silence. During the guard's decision bytes wait as well, but nobody reads them, so they do not
+/// count as activity.
 IncomingTransferRoom::Activity IncomingTransferRoom::activityOf(const VeskoIncomingTransfer& transfer) {
   const bool isReading = transfer.decision_ != VeskoIncomingTransfer::Decision::awaited;
   return {isReading && transfer.socket_->hasUnread(), transfer.lastActivity_};

@@ -16,6 +16,7 @@ namespace {
 using TransferFailure::faultOfName;
 using FolderPointer = std::shared_ptr<const VeskoItemFolder>;
 
+/// An entry of a folder: its name and what the file system says of it.
 struct Entry {
   std::string leaf;
   FileAttributes attributes;
@@ -29,16 +30,20 @@ VeskoFailureReason reasonForError(std::error_code error) {
   return error == std::errc::filename_too_long ? VeskoFailureReason::limit : VeskoFailureReason::notReadable;
 }
 
-/// What is wrong with a file that is said to be empty; no error when it is.
+/// Why a file that is listed with 0 bytes cannot be sent; no error when it is really empty. Files such as those of
+/// /proc are listed with 0 bytes although they have some. They cannot be sent, because the length comes before the
+/// body.
 std::error_code flawOfEmptyFile(FileHandle& file) {
   std::error_code error;
   std::array<char, 1> byte{};
   if (file.readAt(0, byte, error) == 0) return error;
-  // One that has grown meanwhile has a length by now; it is sent at the one that was listed.
+  // A file that was written to in the meantime has a length now. It is sent as listed, with 0 bytes.
   const bool hasLength = !file.readDataOfLength(1, error).empty();
   return error || hasLength ? error : VeskoItemErrc::lengthUnknown;
 }
 
+/// Why an entry cannot be sent. A file of this user with the permission to read is not tested further: that saves a
+/// system call for nearly every file.
 std::error_code flawOf(const DirectoryHandle& folder, const std::string& leaf, const FileAttributes& attributes) {
   if (attributes.kind != EntryKind::file) return {};
   if (!attributes.isOwnReadable && !folder.isReadable(leaf)) return std::make_error_code(std::errc::permission_denied);
@@ -65,7 +70,7 @@ std::vector<Entry> entriesOf(const DirectoryHandle& folder, std::vector<std::str
   return entries;
 }
 
-/// One walk. The recursion is as deep as a good name has components at most.
+/// One walk. The recursion is bounded: a good name has at most 256 components.
 class ItemWalk {
  public:
   explicit ItemWalk(std::vector<VeskoSkippedElement>& leftOut) : leftOut_(leftOut) {}
@@ -92,6 +97,7 @@ class ItemWalk {
   std::vector<VeskoSkippedElement>& leftOut_;
 };
 
+/// Tries to open a folder first; the error tells whether it is a file.
 void ItemWalk::addChosen(const std::string& path) {
   const std::string name = lastPathComponent(path);
   if (const auto fault = faultOfName(name); fault.reason != VeskoFailureReason::none) {
@@ -108,7 +114,8 @@ void ItemWalk::addChosen(const std::string& path) {
 
 void ItemWalk::addChosenFile(const std::string& path, const std::string& name) {
   std::error_code error;
-  // Without the slashes at its end, which would make a file look as if it were not there.
+  // Slashes at the end are removed first: the system takes "file/" for a missing folder, and the user would be told
+  // that the file does not exist.
   const auto handle = FileHandle::forReadingAtPath(stringByAppendingPathComponent(path, {}), error);
   if (!handle) return leaveOut(path, error);
   if (path.ends_with('/')) return leaveOut(path, VeskoFailureReason::notReadable, VeskoItemErrc::notAFolder);
@@ -121,11 +128,13 @@ void ItemWalk::addChosenFile(const std::string& path, const std::string& name) {
 
 void ItemWalk::leaveOutWhatLooksLikeText() {
   if (items_.size() != 1 || !TransferStream::isText(items_.front()->name(), 1)) return;
-  // An empty folder too: not every receiver looks for the mark of folders first.
+  // An empty folder as well: a receiver may look at the name before it looks at the mark of a folder.
   leaveOut(pathOf(*items_.front()), VeskoFailureReason::unsafeName, VeskoItemErrc::textName);
   items_.clear();
 }
 
+/// `ancestors_` holds the folders from the chosen one down to this one. A link to one of them would make the walk
+/// endless.
 void ItemWalk::addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryHandle> handle) {
   std::error_code error;
   const FileIdentity identity = handle->identity(error);
@@ -133,12 +142,12 @@ void ItemWalk::addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryH
   std::vector<std::string> leaves;
   if (!error) leaves = handle->contents(error);
   if (error) leaveOut(folder->path, error);
-  // What could be listed before the error is sent all the same.
+  // Entries that were listed before the error are sent.
   if (error && leaves.empty()) return;
 
   items_.push_back(std::make_shared<VeskoDir>(folder));
   auto entries = entriesOf(*handle, std::move(leaves));
-  // However deep the walk goes, it holds no descriptor on the way.
+  // Closed before the recursion, so that a deep tree does not use up the descriptors.
   handle.reset();
 
   ancestors_.push_back(identity);
@@ -147,8 +156,8 @@ void ItemWalk::addFolder(const FolderPointer& folder, std::shared_ptr<DirectoryH
 }
 
 void ItemWalk::addEntry(const FolderPointer& folder, Entry& entry) {
-  // An entry is asked for relative to its folder here, but opened by its path later: that must be possible, with its
-  // terminating 0.
+  // Here an entry is asked for relative to its folder, but later it is opened by its path, which must fit into PATH_MAX
+  // with the terminating 0.
   if (folder->path.size() + 1 + entry.leaf.size() >= TransferStream::maximumNameLength) {
     entry.error = std::make_error_code(std::errc::filename_too_long);
   }

@@ -20,24 +20,25 @@ namespace {
 constexpr std::size_t flushSize = 64 * 1024;
 constexpr std::chrono::milliseconds flushDelay{100};
 
-// Some ten thousand lines: more than a reader that keeps up is ever behind, little enough to keep for one that does
-// not.
+// Some ten thousand lines: more than a reader that keeps up ever leaves waiting, and little enough to keep in memory
+// for one that does not.
 constexpr std::size_t mostWaiting = 1024 * 1024;
 
-// For a reader that goes on taking bytes at the end; well below the time that a program may take to end.
+// How long the end waits for a reader that still takes bytes; well below the time in which a program should end.
 constexpr std::chrono::seconds lastPatience{1};
 
-// Apart from the journal, so that asking never waits, and valid until the process is gone.
+// Outside of the journal, so that asking never waits for its lock, and valid until the process is gone.
 std::atomic<bool> enabled{true};
 
-// Hands whole lines on at once, so that they stay whole where several processes append.
+// Gathers lines and writes them together. It writes whole lines where it can, so that lines stay whole when several
+// processes append to one file.
 class GatheringSink final : public LogSink {
  public:
   explicit GatheringSink(std::unique_ptr<PromptOutput> output) noexcept : output_(std::move(output)) {}
   GatheringSink(const GatheringSink&) = delete;
   GatheringSink& operator=(const GatheringSink&) = delete;
 
-  // A reader that takes its time gets the rest; one that has stopped does not hold up the end.
+  // A reader that still takes bytes gets the rest. One that has stopped does not delay the end.
   ~GatheringSink() override {
     const auto end = std::chrono::steady_clock::now() + lastPatience;
     GatheringSink::flush();
@@ -50,7 +51,7 @@ class GatheringSink final : public LogSink {
 
   void write(std::string_view line) override {
     if (dropped_ == 0 && !hasRoomFor(line)) flush();
-    // Once a line is missing, so are all until the reader has caught up: one gap, and not many.
+    // Once a line is dropped, all are until the reader has caught up, so that there is one gap instead of many.
     if (dropped_ > 0 || !hasRoomFor(line)) {
       ++dropped_;
       return;
@@ -66,7 +67,8 @@ class GatheringSink final : public LogSink {
     handOn();
   }
 
-  // Where nobody reads, or a disk is full, the next line is soon enough.
+  // Only where a reader is slow does it help to try again soon. Without a reader, or with a full disk, the next line is
+  // soon enough.
   bool isBehind() const override { return error_ == std::errc::operation_would_block; }
 
  private:
@@ -81,12 +83,13 @@ class GatheringSink final : public LogSink {
 
   const std::unique_ptr<PromptOutput> output_;
   std::string waiting_;
-  std::error_code error_;  // of the last try to hand on
+  std::error_code error_;  // of the last write
   std::size_t flushAt_ = flushSize;
-  std::uint64_t dropped_ = 0;  // lines since the last that waits
+  std::uint64_t dropped_ = 0;  // lines dropped since the last one that was kept
 };
 
-// The sink of the process and the thread that flushes it. The one lock makes the calls of a sink come one at a time.
+// The sink of the process, and the thread that flushes it. `mutex_` makes sure that the calls to a sink come one at a
+// time. `setting_` makes sure that only one thread changes the sink.
 class Journal {
  public:
   void setSink(std::shared_ptr<LogSink> sink) {
@@ -132,6 +135,7 @@ class Journal {
     }
   }
 
+  // Without the lock during the join: the thread needs it to end.
   void stopFlusher() {
     std::thread flusher;
     {
@@ -147,13 +151,13 @@ class Journal {
   std::mutex mutex_;
   std::condition_variable wake_;
   std::shared_ptr<LogSink> sink_;
-  bool hasDefaultSink_ = true;  // made by the first line, so that a process that wants another never has it
+  bool hasDefaultSink_ = true;  // made with the first line, so not at all where another is set before
   bool lineWaits_ = false;
   bool stopping_ = false;
   std::thread flusher_;
 };
 
-// Never destroyed: other threads may write lines while the process ends. What waits is flushed all the same.
+// Never destroyed: other threads may write lines while the process ends. The exit handler flushes what waits.
 Journal& journal() {
   static Journal* const shared = new Journal;
   static const struct AtExit {
@@ -164,7 +168,8 @@ Journal& journal() {
 
 bool isPlain(char byte) noexcept { return byte >= 0x20 && byte < 0x7F; }
 
-// Whether a character would end the line, drive a terminal or reorder what stands around it.
+// True for characters that end the line, control a terminal, or change the order in which the text around them is
+// shown.
 bool mustBeEscaped(char32_t character) noexcept {
   constexpr std::pair<char32_t, char32_t> ranges[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x61C, 0x61C},
                                                       {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
@@ -178,7 +183,7 @@ void appendHex(std::string& line, std::uint32_t number) {
   line.append(digits.begin(), end);
 }
 
-// Appends the first character of `text`, escaped if need be, and returns the bytes it took.
+// Appends the first character of `text`, escaped if necessary, and returns how many bytes of `text` it took.
 std::size_t appendFirstCharacter(std::string& line, std::string_view text) {
   const auto [codePoint, length] = firstUtf8Character(text);
   if (length == 0) {
@@ -227,7 +232,7 @@ void detail::append(std::string& line, std::string_view text) {
 }
 
 void detail::append(std::string& line, double number) {
-  std::array<char, 400> digits;  // the largest double has 309 digits, the smallest some 340 behind its point
+  std::array<char, 400> digits;  // the largest double has 309 digits, the smallest some 340 after the point
   const auto end = std::to_chars(digits.begin(), digits.end(), number, std::chars_format::fixed).ptr;
   const std::string_view written(digits.begin(), static_cast<std::size_t>(end - digits.begin()));
   line += written;

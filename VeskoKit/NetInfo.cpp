@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t octetCount = 4;
 
-/// What stands between the dots, where anything does.
+/// The texts between the dots; empty ones are left out.
 std::vector<std::string_view> piecesOf(std::string_view text) {
   std::vector<std::string_view> pieces;
   while (!text.empty()) {
@@ -38,7 +38,7 @@ int NetInfo::cidr() const {
   return static_cast<int>(std::min(bits.find('0'), bits.size()));
 }
 
-/// None when a piece is no octet.
+/// Empty when one of the pieces is no octet.
 NetInfo::Octets NetInfo::toInts(const std::string& networkString) {
   Octets octets;
   for (const std::string_view piece : piecesOf(networkString)) {

@@ -5,7 +5,7 @@
 namespace vesko {
 namespace {
 
-// A path of slashes alone keeps one.
+// A path of slashes only keeps one.
 std::string_view withoutTrailingSlashes(std::string_view path) noexcept {
   const auto last = path.find_last_not_of('/');
   return path.substr(0, last == std::string_view::npos ? 1 : last + 1);

@@ -3,8 +3,7 @@
 namespace vesko {
 namespace {
 
-/// Removes a storage folder, unless something else is in its place. What cannot be removed even by a second attempt is
-/// left to the next sweep.
+/// Removes a storage folder, unless something else is in its place. If that fails twice, the next sweep removes it.
 void removeStorage(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
   std::error_code error;
   for (int attempt = 0; attempt < ReceivedItemStorage::removalAttempts; ++attempt) {
@@ -13,7 +12,7 @@ void removeStorage(const DirectoryHandle& base, const std::string& name, const D
   }
 }
 
-/// The same for one that is not held, and was `identity` when it was.
+/// The same for a folder that is not open any more, and had this `identity` when it was.
 void removeStorage(const std::string& basePath, const std::string& name, const FileIdentity& identity) {
   std::error_code error;
   const auto base = DirectoryHandle::open(basePath, error);
@@ -27,6 +26,8 @@ bool ReceivedItemStorage::takesLongToRemove() const noexcept {
   return root_ && (entryCount_ > quicklyRemovedEntries || byteCount_ > quicklyRemovedBytes);
 }
 
+/// The folder is closed, and its lock released, until it is removed: a sweep by another process may remove it first,
+/// which does no harm.
 std::function<void()> ReceivedItemStorage::giveUp() {
   std::error_code error;
   const auto identity = root_ ? root_->identity(error) : FileIdentity{};

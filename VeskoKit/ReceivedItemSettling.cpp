@@ -6,7 +6,9 @@
 namespace vesko {
 namespace {
 
-/// Moves an entry into `base` under the first free of `wanted`, "wanted (2)", "wanted (3)" and so on; that name.
+/// Moves an entry into `base` under the first free name of `wanted`, "wanted (2)", "wanted (3)" and so on, and returns
+/// that name. It does not look for a free name first: another program could take it before the move. The move itself
+/// fails when the name is taken, so nothing is ever replaced.
 std::string moveToFreeName(const DirectoryHandle& folder, const std::string& entry, const DirectoryHandle& base,
                            const std::string& wanted, std::error_code& error) {
   auto candidate = wanted;
@@ -32,15 +34,17 @@ std::optional<std::string> ReceivedItemStorage::settle(std::error_code& error) {
   const auto entries = root_->contents(error);
   if (error) return std::nullopt;
   std::string delivered;
-  // What has the name of a storage folder must not lie where one would: it would be swept away.
+  // Something named like a storage folder must not lie directly in the downloads folder: a sweep would remove it.
   const bool needsFolder = entries.size() > 1 || (!entries.empty() && DeliveryNames::isStorageName(entries[0]));
   if (needsFolder) {
     delivered = moveToFreeName(*base_, name_, *base_, nameForSeveral(startTime_), error);
   } else if (!entries.empty()) {
+    // The name as the sender wrote it. The file system may list it in another spelling.
     const auto name = spellings_.onlyNameAtTop().value_or(entries.front());
     delivered = moveToFreeName(*root_, name, *base_, name, error);
   }
   if (error) return std::nullopt;
+  // The storage folder itself was moved: only its handles are closed. Otherwise it is empty now and removed.
   if (needsFolder) {
     close();
   } else {

@@ -11,8 +11,8 @@ namespace {
 
 const std::string probe = "Vesk\u00F6";
 
-/// The probe in other letter case, and with its accent written as a character of its own. A file system may take the
-/// one for it and not the other.
+/// The probe in other letter case, and with the accent as a character of its own. A file system may take one of them
+/// for the probe and not the other.
 const std::array otherSpellings = {std::string("vESK\u00F6"), std::string("Vesko\u0308")};
 
 bool mayLeadTo(const DirectoryHandle& folder, const std::string& name) {
@@ -25,7 +25,7 @@ bool mayLeadTo(const DirectoryHandle& folder, const std::string& name) {
 
 void ReceivedItemSpellings::examine(const DirectoryHandle& folder, std::error_code& error) {
   (void)folder.makeFile(probe, error);
-  // Where even that cannot be told, keeping names does no harm.
+  // When the probe cannot be created, names are kept to be on the safe side.
   areKept_ = error || std::ranges::any_of(otherSpellings, [&](const auto& name) { return mayLeadTo(folder, name); });
   if (error) {
     error.clear();

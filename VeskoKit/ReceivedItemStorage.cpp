@@ -17,14 +17,14 @@
 namespace vesko {
 namespace {
 
-/// Names that are taken although nobody can guess them mean trouble, not bad luck.
+/// Attempts to find a free name for the storage folder. The names are random; if so many are taken, something is wrong.
 constexpr int maximumAttempts = 16;
 
-/// From this size on (bytes) an element is worth asking the file system for its free space.
+/// From this size on (bytes) the file system is asked for its free space; for smaller elements an estimate is enough.
 constexpr std::uint64_t largeElement = 1024 * 1024;
 
-/// What the name of one element may bring about; everything else is wrong with the disk, and so with the elements to
-/// come.
+/// Errors that the name of one element can cause. All others come from the disk or the folder, and would stop the
+/// elements that follow, too.
 constexpr std::array errorsOfName = {
     std::errc::filename_too_long,
     std::errc::invalid_argument,
@@ -43,23 +43,24 @@ ReceivedItemStorage::Preparation preparation(std::error_code error, std::shared_
   return {isOfName ? Verdict::dropped : Verdict::failed, nullptr, error};
 }
 
-/// Locks the folder against sweepers, unless the file system has no locks, and so no sweepers either. False, without an
-/// error, when one was quicker: it takes the folder for a dead transfer's and removes it.
+/// Locks the new folder, so that no sweep takes it for a leftover. On a file system without locks there are no sweeps
+/// either. False, without an error, when a sweep has locked it first and is about to remove it.
 bool claim(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder,
            std::error_code& error) {
   const bool isLockedByAnother = !folder.tryLock(error) && !error;
   return !isLockedByAnother && base.leadsTo(name, folder, error);
 }
 
-/// What some file systems answer to a name that they cannot have, and all of them where the folder is gone or takes
-/// nothing.
+/// Ambiguous errors: some file systems answer them to a name that they do not allow, and all of them when the folder is
+/// gone or cannot be written to.
 constexpr std::array errorsOfNameOrFolder = {
     std::errc::no_such_file_or_directory,
     std::errc::operation_not_permitted,
     std::errc::operation_not_supported,
 };
 
-/// The error with which something could not be made, or the one of a name when the folder takes others.
+/// Finds out whether an ambiguous error came from the name or from the folder, by creating and removing a file with a
+/// plain name. It decides whether one element is dropped or the whole transfer fails.
 std::error_code causeOf(std::error_code error, const DirectoryHandle& parent) {
   const auto isError = [&](std::errc code) { return error == code; };
   if (std::ranges::none_of(errorsOfNameOrFolder, isError)) return error;
@@ -89,6 +90,8 @@ void ReceivedItemStorage::chooseName() {
   } while (FileManager::fileExistsAtPath(path_));
 }
 
+/// A name is tried until the folder could be made and locked. Another process may take the name first, or a sweep may
+/// remove the folder between making and locking it.
 std::error_code ReceivedItemStorage::makeStorageFolder() {
   std::error_code error;
   if (root_) return error;
@@ -116,6 +119,8 @@ std::error_code ReceivedItemStorage::makeStorageFolder() {
   return std::make_error_code(std::errc::device_or_resource_busy);
 }
 
+/// Announced sizes are checked before a file is created, so that a transfer that cannot fit fails before its bytes are
+/// sent. Where the file system does not tell, there is room until a write fails.
 bool ReceivedItemStorage::hasRoomFor(std::uint64_t size) {
   if (size >= largeElement || size > estimatedFreeBytes_) {
     std::error_code error;
@@ -132,6 +137,8 @@ void ReceivedItemStorage::noteEntry(const Place& parent, const std::string& name
   spellings_.note(parent.number, name);
 }
 
+/// A folder that exists is accepted if this transfer made it under the same name. Under another spelling it belongs to
+/// another element, which must not be mixed with this one.
 void ReceivedItemStorage::makeFolder(const Place& parent, const std::string& name, std::error_code& error) {
   parent.folder->makeFolder(name, error);
   if (!error) return noteEntry(parent, name);
@@ -157,6 +164,7 @@ ReceivedItemStorage::Place ReceivedItemStorage::openOrMakeFolder(const Place& pa
   return {std::move(folder), spellings_.folder(parent.number, name)};
 }
 
+/// A file is replaced only if this transfer made it under the same name.
 std::shared_ptr<FileHandle> ReceivedItemStorage::makeFile(const std::string& name, std::error_code& error) {
   auto file = parent_.folder->makeFile(name, error);
   if (error == std::errc::file_exists && spellings_.knows(parent_.number, name)) {
@@ -173,6 +181,7 @@ std::shared_ptr<FileHandle> ReceivedItemStorage::makeFile(const std::string& nam
   return file;
 }
 
+/// Opens the folder of the next element, from the last one if it lies there or below, otherwise from the top.
 std::error_code ReceivedItemStorage::enterFolder(std::vector<std::string> folders) {
   std::error_code error;
   const auto [held, wanted] = std::ranges::mismatch(parentFolders_, folders);

@@ -4,10 +4,10 @@
 namespace vesko {
 namespace {
 
-/// True when the folder is one that a transfer of this user left behind. It is locked then, for as long as it is held.
+/// True when the folder was left behind by a transfer of this user. It is then locked for as long as `folder` is open.
 bool isAbandoned(const DirectoryHandle& base, const std::string& name, const DirectoryHandle& folder) {
   std::error_code error;
-  // Asked last: until the lock is ours the transfer may be alive, and deliver the folder under another name.
+  // The name is checked last. Until the lock is ours, the transfer may be alive and move the folder to its final name.
   return folder.isOwnedByUser() && folder.tryLock(error) && base.leadsTo(name, folder, error);
 }
 
@@ -20,7 +20,7 @@ std::size_t ReceivedItemStorage::sweep(const std::string& basePath) {
   if (!base) return count;
   for (const auto& listed : base->contents(error)) {
     if (!DeliveryNames::isStorageName(listed)) continue;
-    // Where letter case counts, one in another is none of ours.
+    // The exact prefix: where letter case counts, a folder in another case was not made by this library.
     const auto name = std::string(DeliveryNames::storagePrefix).append(listed, DeliveryNames::storagePrefix.size());
     const auto folder = base->openFolder(name, error);
     if (!folder || !isAbandoned(*base, name, *folder)) continue;

@@ -81,6 +81,7 @@ NameFault faultOfName(std::string_view name) noexcept {
   return {};
 }
 
+/// Errors that show that the path leads to something else than when it was listed, or to less.
 VeskoFailureReason reasonOfSource(std::error_code error) {
   const bool changed = !error || error == SocketErrc::sourceEnded || error == std::errc::no_such_file_or_directory ||
                        error == std::errc::not_a_directory || error == std::errc::invalid_argument ||

@@ -9,7 +9,7 @@
 namespace vesko::TransferStream {
 namespace {
 
-// By hand and not by `pack`: there is one with every element, and many elements are small.
+// Not by `pack`, which is slower: each element has such a number, and there may be many small elements.
 void appendLittleEndian(std::string& bytes, std::uint64_t number) {
   for (std::size_t i = 0; i < sizeof number; ++i) bytes += static_cast<char>(number >> (8 * i) & 0xFF);
 }

@@ -22,22 +22,25 @@ namespace vesko {
 
 namespace {
 
-/// Seconds for the metadata, a name byte and a size field, and for the next bytes of a body.
+/// Seconds for the metadata, for each read of a name and for a size; and for the next bytes of a body.
 constexpr double headerTimeout = 5.0;
 constexpr double bodyTimeout = 60.0;
 
-/// Bytes of one read of a body, and how many of them are in flight.
+/// Bytes in one read of a body, and how many reads are queued. There is always a next read, so the socket need not wait
+/// for this transfer between two reads.
 constexpr std::uint64_t bodyReadLength = 10'485'760;
 constexpr int bodyReadsAtStart = 4;
 
-/// Bytes between two reports from within a body read.
+/// Bytes between two reports of progress within one read of a body.
 constexpr std::uint64_t partialReportInterval = 1'024'000;
 
-/// Letters and digits at the end of the storage folder's name.
+/// Letters and digits at the end of the storage folder's name; see `DeliveryNames`.
 constexpr std::int64_t storageNameLength = 32;
 
 }  // namespace
 
+/// The delegate of the socket. It holds the transfer weakly: the transfer may be destroyed while events are on their
+/// way.
 class VeskoIncomingTransfer::SocketEvents final : public GCDAsyncSocketDelegate {
  public:
   explicit SocketEvents(std::weak_ptr<VeskoIncomingTransfer> transfer) : transfer_(std::move(transfer)) {}
@@ -82,6 +85,7 @@ void VeskoIncomingTransfer::begin() {
   socket_->setDelegate(events_);
   if (delegate_) delegate_->incomingTransferDidStart(*this);
   if (error) {
+    // Later, so that the transfer does not end before `make` has returned it.
     queue_->async([self = shared_from_this(), error] {
       self->fail(VeskoFailureReason::storage, "finding the downloads folder", error);
     });
@@ -103,7 +107,7 @@ std::string VeskoIncomingTransfer::generateRandomStringWithLength(std::int64_t l
 
 void VeskoIncomingTransfer::socketDidReadData(GCDAsyncSocket& /*socket*/, const Data& data, std::int64_t tag) {
   if (tag == tagFileName) {
-    // The log has a line for every byte of a name, however many come at once.
+    // The log has one line for each byte of a name, even when many bytes are read at once.
     Log::lines(data.size(), "Incoming didRead", 1, tag);
   } else {
     Log::line("Incoming didRead", data.size(), tag);
@@ -124,6 +128,7 @@ void VeskoIncomingTransfer::noteActivity() noexcept {
   if (room_) lastActivity_ = room_->nextActivity();
 }
 
+/// State metadata ends; name follows, or settling when there are no elements.
 void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
   noteActivity();
   const TransferStream::Metadata metadata = TransferStream::decodeMetadata(data);
@@ -138,6 +143,7 @@ void VeskoIncomingTransfer::didReadMetadata(const Data& data) {
   doNextFile();
 }
 
+/// To the name of the next element, or to settling.
 void VeskoIncomingTransfer::doNextFile() {
   if (currentElementPlusOne >= elementCount) {
     finish();
@@ -149,6 +155,8 @@ void VeskoIncomingTransfer::doNextFile() {
   readName();
 }
 
+/// State name: reads what has arrived, up to 0x00, and one byte more than is allowed, which shows that the name is too
+/// long.
 void VeskoIncomingTransfer::readName() {
   const std::uint64_t longest = TransferStream::maximumNameLength + 1 - currentNameBuffer_.size();
   socket_->readDataToByte('\0', longest, headerTimeout, tagFileName);
@@ -167,6 +175,7 @@ void VeskoIncomingTransfer::didReadNameBytes(std::string_view bytes) {
   }
 }
 
+/// State name ends; size follows. The name is checked before anything is created under it.
 void VeskoIncomingTransfer::didReadName() {
   currentName_ = currentNameBuffer_;
   buffer_.reset();
@@ -185,6 +194,10 @@ void VeskoIncomingTransfer::didReadName() {
   socket_->readDataToLength(TransferStream::sizeFieldLength, headerTimeout, tagFileSize);
 }
 
+/// State size ends; decision follows for the first element if there is a guard, otherwise body.
+///
+/// What makes a transfer wait for the decision is only that no read is issued here. The bytes that arrive stay in the
+/// system's buffer, then TCP's flow control holds the sender up. Time-outs belong to reads, so none runs either.
 void VeskoIncomingTransfer::didReadSize(const Data& data) {
   noteActivity();
   const std::uint64_t sizeField = TransferStream::decodeSizeField(data);
@@ -199,6 +212,8 @@ void VeskoIncomingTransfer::didReadSize(const Data& data) {
   }
 }
 
+/// State decision ends. An answer that the guard gives before it returns takes effect at once; answers on other threads
+/// come through the queue. Second and late answers are ignored.
 template <class Act>
 void VeskoIncomingTransfer::decide(Act act) {
   const auto settle = [self = shared_from_this(), act] {
@@ -229,7 +244,8 @@ void VeskoIncomingTransfer::refuse() {
 }
 
 void VeskoIncomingTransfer::takeElement() {
-  // What is announced binds nobody: each body counts before its first byte is read.
+  // The announced total need not be true, so each body is checked before its first byte is read. The subtraction cannot
+  // underflow, since the bodies before have passed this check.
   if (currentElementSize > settings_.maximumSize - byteFinished) {
     failAtLimit(TransferLimit::size);
     return;
@@ -238,7 +254,7 @@ void VeskoIncomingTransfer::takeElement() {
 }
 
 bool VeskoIncomingTransfer::prepareFolder() {
-  buffer_.reset();  // the mark always means a folder, whatever the name
+  buffer_.reset();  // a folder, even under the name of a text
   const auto prepared = storage_->prepareFolder(*currentName_);
   return accept(prepared.error, prepared.verdict == ReceivedItemStorage::Verdict::dropped);
 }
@@ -252,6 +268,7 @@ bool VeskoIncomingTransfer::prepareBody() {
   auto prepared = storage_->prepareFile(*currentName_, currentElementSize);
   currentFile_ = std::move(prepared.file);
   const bool dropped = prepared.verdict == ReceivedItemStorage::Verdict::dropped;
+  // The next element begins after this body, so the body must be read even if it is not stored.
   if (dropped && currentElementSize > 0) {
     std::error_code error;
     droppedBody_ = FileHandle::nullDevice(error);
@@ -260,9 +277,9 @@ bool VeskoIncomingTransfer::prepareBody() {
   return accept(prepared.error, dropped);
 }
 
-/// Settles what the storage said of an element: true when the transfer goes on.
+/// Handles the result of the storage: true when the transfer goes on, with this element or without it.
 bool VeskoIncomingTransfer::accept(std::error_code error, bool dropped) {
-  currentBasePath_ = storage_->path();  // another one, should the name have been taken since it was chosen
+  currentBasePath_ = storage_->path();  // differs if the chosen name was taken meanwhile
   if (!error) return true;
   const VeskoFailureReason reason = TransferFailure::reasonOfStorage(error);
   if (!dropped) {
@@ -273,6 +290,7 @@ bool VeskoIncomingTransfer::accept(std::error_code error, bool dropped) {
   return true;
 }
 
+/// State body: queues several reads at first and one more with each that completes.
 void VeskoIncomingTransfer::doNextChunk() {
   if (queuedSize < currentElementSize) {
     for (int allowance = queuedSize == 0 ? bodyReadsAtStart : 1; allowance > 0 && queuedSize < currentElementSize;
@@ -316,8 +334,8 @@ void VeskoIncomingTransfer::socketDidReadPartialDataOfLength(GCDAsyncSocket& /*s
   reportProgress(currentElementPlusOne - 1, currentSize + partialSize);
 }
 
-/// A slow way is no fault: a body gets its time anew with whatever comes of it. Numbers and names do not, so that
-/// nobody holds a place by dribbling before anything of use has come.
+/// A slow network is no failure: the time-out of a body counts from the last bytes that arrived. Metadata, names and
+/// sizes get no more time; otherwise a sender could keep its place by sending a byte from time to time.
 double VeskoIncomingTransfer::socketShouldTimeoutReadWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag,
                                                              double /*elapsed*/, std::uint64_t bytesDone) {
   if (tag != tagFileBody || bytesDone == 0) return 0.0;
@@ -325,6 +343,7 @@ double VeskoIncomingTransfer::socketShouldTimeoutReadWithTag(GCDAsyncSocket& /*s
   return bodyTimeout - silence.count();
 }
 
+/// State body ends; the name of the next element follows, or settling.
 void VeskoIncomingTransfer::completeElement() {
   byteFinished += currentSize;
   currentSize = 0;

@@ -11,10 +11,12 @@
 
 namespace vesko {
 
+/// Destroyed before its end, with its service: what it stored is removed without delaying this thread.
 VeskoIncomingTransfer::~VeskoIncomingTransfer() {
   if (storage_ && room_ && storage_->takesLongToRemove()) room_->removalQueue()->async(storage_->giveUp());
 }
 
+/// State settling: everything has arrived and is moved to its final place.
 void VeskoIncomingTransfer::finish() {
   Log::line("Finished transfer");
   std::error_code error;
@@ -23,7 +25,7 @@ void VeskoIncomingTransfer::finish() {
     fail(TransferFailure::reasonOfStorage(error), "moving what arrived to its place", error);
     return;
   }
-  // Not before everything has its place: the sender takes the orderly end for the news of that.
+  // Only now: the sender takes the orderly close for the confirmation that everything is in its final place.
   socket_->disconnect();
   socket_.reset();
   if (path && delegate_) delegate_->incomingTransferDidSaveItems(*this, *path);
@@ -31,6 +33,7 @@ void VeskoIncomingTransfer::finish() {
   end({});
 }
 
+/// The connection ended before the stream did. The close at the end of a transfer is no failure: `isOver_` is set then.
 void VeskoIncomingTransfer::socketDidDisconnect(GCDAsyncSocket& /*socket*/, const SocketError& error) {
   if (isOver_) return;
   const auto failure = TransferFailure::fromSocket(error, {});
@@ -43,6 +46,9 @@ void VeskoIncomingTransfer::cancel() {
 
 void VeskoIncomingTransfer::failAtLimit(TransferLimit limit) { fail(VeskoFailureReason::limit, {}, limit); }
 
+/// From any state to ended. The connection is reset first, so that the sender learns of the failure. What was stored is
+/// removed before the outcome is told; where that takes long, on the queue "removal", and the outcome comes back to
+/// this queue.
 void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operation, std::error_code error) {
   if (isOver_) return;
   auto outcome = reason == VeskoFailureReason::cancelled
@@ -50,6 +56,7 @@ void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operatio
                      : TransferFailure::make(reason, std::move(operation), error, buffer_ ? "" : currentName());
   if (socket_) socket_->disconnectWithReset();
   const bool isHalfWay = std::exchange(currentFile_, nullptr) != nullptr;
+  // An incomplete file must not look like a complete one: if it cannot be removed, nothing is kept.
   if (settings_.keepPartial && (!isHalfWay || storage_->discardLastFile())) {
     std::error_code unsettled;
     outcome.keptPath = storage_->settle(unsettled).value_or("");
@@ -68,7 +75,7 @@ void VeskoIncomingTransfer::fail(VeskoFailureReason reason, std::string operatio
       });
 }
 
-/// From here on nothing but the outcome is to come, and no descriptor is held but those of the storage.
+/// From here on nothing is received, and only the storage holds descriptors. The outcome may be yet to come.
 void VeskoIncomingTransfer::letGo() {
   isOver_ = true;
   socket_.reset();

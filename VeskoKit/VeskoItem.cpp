@@ -85,6 +85,10 @@ VeskoFile::Length VeskoFile::lengthOfFile(const std::string& path) {
   return {length, error};
 }
 
+/// The file of a body that is being sent has up to three owners: this item, the chunk that the transfer has just taken,
+/// and the socket's queue of writes, which the chunk is moved to. The last of them closes it. When all goes well that
+/// is the queue: this item releases the file with its last chunk. When the transfer ends early, the socket drops its
+/// queue and `stopReading` releases the file here.
 Data VeskoFile::nextChunk() {
   if (error_) return {};
   if (!handle_) handle_ = FileHandle::forReadingAtPath(path(), error_);

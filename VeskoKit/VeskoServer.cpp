@@ -25,15 +25,15 @@ namespace vesko {
 
 namespace {
 
-/// Descriptors that a transfer may hold: its connection, its file, three folders, and one for a moment; the rest is the
-/// share of everything else in the process.
+/// Descriptors that one transfer holds at most: connection, file, three folders, the two ends of a pipe, and one more
+/// for a moment. Few use all at the same time, which leaves some for the rest of the process.
 constexpr std::uint64_t descriptorsForTransfer = 8;
 
-/// More transfers at once than people start, few enough to look through with each connection.
+/// More than people start at the same time, and few enough to look at all of them for each new connection.
 constexpr std::uint64_t mostIncomingTransfers = 512;
 
-/// A start waits no longer for the sweep, which then goes on: what the dead left is usually gone in no time, but
-/// hundreds of thousands of files, or a slow disk, must not keep everybody from being heard.
+/// The start waits at most this long for the sweep, which then goes on in the background. There is usually little to
+/// remove, but hundreds of thousands of files, or a slow disk, must not delay discovery.
 constexpr std::chrono::seconds sweepPatience{1};
 
 }  // namespace
@@ -53,6 +53,7 @@ VeskoServer::VeskoServer(std::uint16_t udpPort, std::uint16_t tcpPort, std::shar
   makeAvatarEndpoint();
 }
 
+/// The handlers of the loop use members that are about to be destroyed.
 VeskoServer::~VeskoServer() { loop_->stop(); }
 
 void VeskoServer::startServer() {
@@ -70,6 +71,7 @@ void VeskoServer::startDiscovery() {
   loop_->runForever();
 }
 
+/// The promise is shared with the task, which may run longer than this function.
 void VeskoServer::sweepStorage() const {
   std::error_code error;
   const std::string folder = downloadsFolder.empty() ? FileManager::downloadsDirectory(error) : downloadsFolder;
@@ -82,7 +84,7 @@ void VeskoServer::sweepStorage() const {
   (void)swept->get_future().wait_for(sweepPatience);
 }
 
-/// Listed first: an alert runs the program's event loop, which may look.
+/// Added to the list first: the alert runs the host's event loop, and code that runs there may ask for the list.
 void VeskoServer::showFailure(const VeskoFailedEndpoint& failure) {
   failedEndpoints_.push_back(failure);
   if (application) {
@@ -99,8 +101,8 @@ std::string VeskoServer::generateRandomStringWithLength(std::int64_t length) con
 
 std::uint16_t VeskoServer::boundTcpPort() const { return listenSocket_ ? listenSocket_->localPort() : 0; }
 
-// The observer that was there goes with the argument, after the lock: with its last owner it may come back to this
-// service.
+// The setters swap, so that the old observer is destroyed with the argument, after the lock was released: its
+// destructor may use this service.
 
 void VeskoServer::setDelegate(std::shared_ptr<VeskoPeerDiscoveryDelegate> delegate) {
   const std::scoped_lock lock(mutex_);

@@ -11,7 +11,7 @@ namespace vesko {
 
 namespace {
 
-/// The port beside a service port; none beside the highest.
+/// Avatars are served on the port after the service port. After 65535 there is none.
 std::optional<std::uint16_t> avatarPortOf(std::uint16_t servicePort) {
   if (servicePort == std::numeric_limits<std::uint16_t>::max()) return std::nullopt;
   return static_cast<std::uint16_t>(servicePort + 1);
@@ -38,6 +38,8 @@ const DefaultHTTPServer* VeskoServer::server() const noexcept { return server_ ?
 
 std::uint16_t VeskoServer::boundHttpPort() const { return server_ ? server_->port() : std::uint16_t{0}; }
 
+/// Set to "loading" before the request, so that the next hello of this peer does not start another one. The avatar
+/// comes back to this queue; see `AvatarFetches` for its way.
 void VeskoServer::handleAvatar(const std::shared_ptr<VeskoPeer>& peer) {
   const auto port = avatarPortOf(peer->port());
   if (!port || !peer->avatarState().empty()) return;
@@ -48,10 +50,11 @@ void VeskoServer::handleAvatar(const std::shared_ptr<VeskoPeer>& peer) {
                       });
 }
 
-/// Only the records of the table count: what the host keeps besides is its own.
+/// Only avatars of peers in the table count for the memory bound. A record that left the table is kept by the host
+/// alone, if at all.
 void VeskoServer::keepAvatar(const std::shared_ptr<VeskoPeer>& peer, std::string avatar) {
   const std::string key = peer->key();
-  const auto known = peers_.find(key);  // only this queue changes the table
+  const auto known = peers_.find(key);  // no lock: only this queue changes the table
   if (known != peers_.end() && known->second == peer) avatarFetches_->shares().take(key, avatar.size());
   peer->setAvatar(std::move(avatar));
   if (known != peers_.end()) tellOfAvatarSoon(key, peer);
@@ -62,7 +65,8 @@ void VeskoServer::forgetAvatar(const VeskoPeer& peer, const std::string& key) {
   avatarFetches_->shares().giveBack(key);
 }
 
-/// The host may never drain the main queue: one task waits there, however many have an avatar.
+/// A host may never run the main queue. So at most one task waits there, and for each peer only the last record is
+/// noted, and weakly: what waits for such a host stays small.
 void VeskoServer::tellOfAvatarSoon(const std::string& key, const std::shared_ptr<VeskoPeer>& peer) {
   {
     const std::scoped_lock lock(mutex_);
@@ -74,6 +78,8 @@ void VeskoServer::tellOfAvatarSoon(const std::string& key, const std::shared_ptr
   });
 }
 
+/// The observer is called without the lock, since it may use the service. A peer that has said goodbye in the meantime
+/// is left out.
 void VeskoServer::tellOfAvatars() {
   std::map<std::string, std::weak_ptr<VeskoPeer>> untold;
   {

@@ -12,23 +12,26 @@ namespace vesko {
 
 namespace {
 
-/// Seconds that a datagram may wait for the system to take it; later it would be old news.
+/// Seconds that a datagram may wait for the system to take it; then it is dropped, because what it says is out of date.
 constexpr double sendTimeout = 5.0;
 
 constexpr std::int64_t sendTag = 0;
 
+/// The time that `VeskoServer::maximumAnswers` applies to.
 constexpr std::chrono::seconds answerWindow{1};
 
-/// Bytes of the table, before anything in it is escaped, that are told with each datagram: the table of a large
-/// network. That of a crowd would take longer to write than its datagrams to arrive.
+/// Bytes of the peer table in a log line, before escaping: enough for the table of a large network. A line about
+/// thousands of peers after each datagram would take longer to write than the datagrams take to arrive.
 constexpr std::size_t maximumLogged = 16 * 1024;
 
-/// Whether an address is one of 0.0.0.0/8 (RFC 6890). Datagrams may come with it, but what is sent there stays on this
-/// machine, which would meet itself.
+/// True for an address of 0.0.0.0/8 (RFC 6890). Datagrams can come from there, but an answer would stay on this
+/// machine, which would then take itself for a peer.
 bool isNobody(std::string_view address) { return address.starts_with("0."); }
 
 }  // namespace
 
+/// The delegate of the discovery socket. It holds the service weakly: a datagram may still arrive while the service is
+/// being destroyed.
 class VeskoServer::DatagramEvents final : public GCDAsyncUdpSocketDelegate {
  public:
   explicit DatagramEvents(std::weak_ptr<VeskoServer> server) : server_(std::move(server)) {}
@@ -53,7 +56,8 @@ void VeskoServer::openDiscovery() {
     if (localUdpPort == 0) localUdpPort = udpSocket_->localPort();
     if (udpSocket_->beginReceiving(error)) return;
   }
-  // A hello from here would have others answer to, and know this machine by, what another program holds.
+  // Nothing may be sent from here either: a hello would make peers answer and connect to a port that another program
+  // holds.
   udpSocket_.reset();
   showFailure({"udp",
                "Our cute veskos cannot put their ears on the UDP port 4644 so they cannot hear any sounds from other "
@@ -75,6 +79,7 @@ void VeskoServer::sayGoodbye(const std::string& dest, std::uint16_t port) {
 
 std::string VeskoServer::createHelloPacket(const std::string& dest, std::uint16_t port) {
   DiscoveryHello hello{dest.empty(), std::nullopt, recentSignature(dest.empty())};
+  // Receivers of a hello without a port take the well-known one for the sender's.
   if (port != defaultUdpPort || localUdpPort != defaultUdpPort) hello.port = localUdpPort;
   return encodeDiscoveryDatagram(std::move(hello));
 }
@@ -107,9 +112,10 @@ void VeskoServer::udpSocketDidReceiveData(std::string_view data, std::string_vie
   logPeers();
 }
 
+/// Observers are told before the avatar is fetched and the hello is answered.
 void VeskoServer::handleHello(const std::string& sender, DiscoveryHello hello) {
   const std::uint16_t port = hello.port.value_or(defaultUdpPort);
-  const PeerTable::const_iterator known = peers_.find(sender);  // only this queue changes the table
+  const PeerTable::const_iterator known = peers_.find(sender);  // no lock: only this queue changes the table
   const auto observer = delegate();
   std::shared_ptr<VeskoPeer> peer;
   if (known == peers_.end()) {
@@ -138,7 +144,7 @@ std::shared_ptr<VeskoPeer> VeskoServer::addPeer(const std::string& sender, std::
 }
 
 void VeskoServer::handleGoodbye(const std::string& sender) {
-  const PeerTable::const_iterator known = peers_.find(sender);  // only this queue changes the table
+  const PeerTable::const_iterator known = peers_.find(sender);  // no lock: only this queue changes the table
   if (known == peers_.end()) return;
   const auto peer = known->second;
   {
@@ -150,6 +156,7 @@ void VeskoServer::handleGoodbye(const std::string& sender) {
   if (const auto observer = delegate()) observer->peerDidDisappear(sender);
 }
 
+/// Counts in windows of one second. A window begins with the first answer after the last one has ended.
 bool VeskoServer::mayAnswer() {
   const auto now = broadcastQueue_->clock()->monotonicNow();
   if (answers_.answers == 0 || now - answers_.start >= answerWindow) answers_ = {now, 0};

@@ -9,14 +9,14 @@
 namespace vesko {
 namespace {
 
-/// How old a signature may be that those are answered with who have asked: to find it out takes reading files, and a
-/// crowd may ask at once.
+/// An answer may carry a signature of this age. Finding it out takes reading files, and many peers may ask at once.
 constexpr std::chrono::seconds signatureLifetime{1};
 
 }  // namespace
 
 std::string VeskoServer::getSystemSignature() {
-  // Every program of the protocol ends its signature like this, whatever it runs on: it is no claim about the system.
+  // Every program of this protocol ends its signature like this, whatever it runs on. It is no statement about the
+  // system.
   return Identity::fullUserName() + " at " + NetworkTools::getSCComputerName() + " [Vesko] (Macintosh)";
 }
 

@@ -10,11 +10,13 @@ namespace vesko {
 
 namespace {
 
-/// Letters and digits in the key of an incoming transfer: too many to meet twice.
+/// Letters and digits in the key of an incoming transfer: so many that no key occurs twice.
 constexpr std::int64_t keyLength = 32;
 
 }  // namespace
 
+/// The delegate of the listening socket. It holds the service weakly: a connection may still arrive while the service
+/// is being destroyed.
 class VeskoServer::SocketEvents final : public GCDAsyncSocketDelegate {
  public:
   explicit SocketEvents(std::weak_ptr<VeskoServer> server) : server_(std::move(server)) {}
@@ -48,7 +50,7 @@ void VeskoServer::socketDidAcceptNewSocket(GCDAsyncSocket& /*listener*/, std::sh
     settings.guard = incomingGuard_;
   }
   if (settings.guard && !settings.guard->admitsConnectionFrom(newSocket->connectedHost())) {
-    // A close in good order would tell the sender that all is well.
+    // The sender would take an orderly close for the confirmation that everything was stored.
     newSocket->disconnectWithReset();
     return;
   }
@@ -74,7 +76,8 @@ void VeskoServer::startTransfer(const std::shared_ptr<VeskoTransfer>& transfer) 
 }
 
 void VeskoServer::pruneFinishedTransfers() {
-  // Released after the lock: an observer that goes with its transfer may come back to this service.
+  // Declared before the lock and so destroyed after it: observers that are destroyed with their transfers may use this
+  // service.
   std::vector<std::shared_ptr<VeskoTransfer>> sent;
   std::vector<std::shared_ptr<VeskoIncomingTransfer>> received;
   const auto moveEnded = [](auto& transfers, auto& ended) {

@@ -14,13 +14,14 @@ namespace vesko {
 
 namespace {
 
-/// Seconds for the small writes. Bodies have no bound: a slow link is no fault.
+/// Seconds for metadata and headers. Bodies have no time-out, because a slow network is no failure.
 constexpr double defaultHeaderTimeout = 10.0;
 constexpr double noTimeout = -1.0;
 
 }  // namespace
 
-/// What the socket holds on to, weakly: the transfer may be gone when the socket still has something to say.
+/// The delegate of the socket. It holds the transfer weakly: the transfer may be destroyed while events are on their
+/// way.
 class VeskoTransfer::SocketEvents final : public GCDAsyncSocketDelegate {
  public:
   explicit SocketEvents(std::weak_ptr<VeskoTransfer> transfer) : transfer_(std::move(transfer)) {}
@@ -80,7 +81,7 @@ void VeskoTransfer::start() {
     dispatchQueue_->async([self = shared_from_this(), error] { self->end(self->failure(error)); });
   }
   isStarted_ = true;
-  // A request that came before the socket was there found nothing to break off.
+  // A `cancel` on another thread may have come before `isStarted_` was set, and done nothing.
   if (isCancelled_) cancel();
 }
 
@@ -91,6 +92,7 @@ void VeskoTransfer::cancel() {
   });
 }
 
+/// State connecting ends; metadata begins.
 void VeskoTransfer::socketDidConnectToHost(GCDAsyncSocket& socket, const std::string& host, std::uint16_t port) {
   Log::line("didConnectToHost", host, port);
   if (delegate_) delegate_->transferDidConnect(*this);
@@ -98,6 +100,8 @@ void VeskoTransfer::socketDidConnectToHost(GCDAsyncSocket& socket, const std::st
   reportProgress(0);
 }
 
+/// The end of the states metadata, header and body: the tag tells which. Events of a socket that was replaced, and
+/// those after the outcome was decided, are ignored.
 void VeskoTransfer::socketDidWriteDataWithTag(GCDAsyncSocket& socket, std::int64_t tag) {
   Log::line("didWriteDataWithTag", tag);
   if (!isCurrent(socket) || decidedOutcome_) return;
@@ -112,14 +116,18 @@ void VeskoTransfer::socketDidWriteDataWithTag(GCDAsyncSocket& socket, std::int64
   }
 }
 
-/// A header waits for what a body waits for, a person who is asked over there, say: a bound for stalls holds for both.
+/// With a `stallTimeout`, headers need none of their own. A header may have to wait as long as a body, for example when
+/// the receiver's user is being asked.
 double VeskoTransfer::headerTimeout() const noexcept { return stallTimeout ? noTimeout : defaultHeaderTimeout; }
 
+/// State header: waits for the write; body follows.
 void VeskoTransfer::sendHeader(GCDAsyncSocket& socket) {
   if (Log::isEnabled()) Log::line("sending meta", currentItem().name());
   socket.writeData(currentItem().header(), headerTimeout(), tagFileHeader);
 }
 
+/// State body: takes a chunk and waits for its write. Folders, empty files and empty texts have no body, so nothing is
+/// written and the end of the write is reported directly.
 void VeskoTransfer::nextChunk(GCDAsyncSocket& socket) {
   VeskoItem& item = currentItem();
   Data chunk = item.nextChunk();
@@ -139,6 +147,7 @@ void VeskoTransfer::nextChunk(GCDAsyncSocket& socket) {
   }
 }
 
+/// State body, chunk written: the next chunk, or the end of the element.
 void VeskoTransfer::completeBodyWrite(GCDAsyncSocket& socket) {
   transferedItemSize = transferedItemPosition;
   if (transferedItemPosition < currentItem().size()) {
@@ -148,6 +157,7 @@ void VeskoTransfer::completeBodyWrite(GCDAsyncSocket& socket) {
   }
 }
 
+/// Next: header of the next element, or finishing.
 void VeskoTransfer::completeElement(GCDAsyncSocket& socket) {
   transferedSize += currentItem().size();
   transferedCount += 1;
@@ -161,6 +171,9 @@ void VeskoTransfer::completeElement(GCDAsyncSocket& socket) {
   }
 }
 
+/// State finishing: half-closes the connection and waits for the peer to acknowledge and close. A receiver closes in
+/// good order only after everything has its final place, so its close is the confirmation; there is no message for that
+/// in the protocol.
 void VeskoTransfer::finish(GCDAsyncSocket& socket) {
   if (delegate_) delegate_->transferDidFinish(*this);
   socket.disconnectAfterWriting();
@@ -177,12 +190,15 @@ void VeskoTransfer::socketDidWritePartialDataOfLength(GCDAsyncSocket& socket, st
   }
 }
 
+/// Only metadata and headers have time-outs; they get no more time.
 double VeskoTransfer::socketShouldTimeoutWriteWithTag(GCDAsyncSocket& /*socket*/, std::int64_t tag, double elapsed,
                                                       std::uint64_t bytesDone) {
   Log::line("shouldTimeoutWriteWithTag", tag, elapsed, bytesDone);
   return 0.0;
 }
 
+/// The last event of a socket. Either this side has decided the outcome before (`breakOff`); or the socket was
+/// finishing and the peer has confirmed; or the connection failed. Sockets that were replaced are ignored.
 void VeskoTransfer::socketDidDisconnect(GCDAsyncSocket& socket, const SocketError& error) {
   Log::line("didDisconnect");
   if (decidedOutcome_) {
@@ -213,6 +229,7 @@ std::string VeskoTransfer::currentElement() const {
 
 bool VeskoTransfer::isCurrent(const GCDAsyncSocket& socket) const noexcept { return &socket == socket_.get(); }
 
+/// Only decides the outcome. It is told by `socketDidDisconnect`, after which the socket makes no more calls.
 void VeskoTransfer::breakOff(VeskoTransferOutcome outcome) {
   const auto& socket = socket_ ? socket_ : drainingSocket_;
   if (!socket) return end(outcome);

@@ -99,7 +99,8 @@ class VeskoTransfer : public std::enable_shared_from_this<VeskoTransfer> {
   [[nodiscard]] const std::shared_ptr<VeskoPeer>& peer() const noexcept { return peer_; }
   [[nodiscard]] const std::shared_ptr<DispatchQueue>& dispatchQueue() const noexcept { return dispatchQueue_; }
 
-  /// The connection, from `start` until the last byte was handed over; none otherwise. On the transfer's queue only.
+  /// The connection, from `start` until the last byte was handed over, and none from then on. After a failure it is the
+  /// closed one. On the transfer's queue only.
   [[nodiscard]] const std::shared_ptr<GCDAsyncSocket>& socket() const noexcept { return socket_; }
 
   /// Replaces the connection and releases the one before. Whoever calls this has to pass the events of the new socket

@@ -12,7 +12,7 @@ struct ReasonText {
   VeskoFailureReason reason;
   std::string_view name;
   std::string_view cause;
-  bool needsDetail = false;  ///< the system's own words tell a person more
+  bool needsDetail = false;  ///< append the message of the system's error
 };
 
 using enum VeskoFailureReason;
@@ -45,7 +45,7 @@ static_assert(isIndexedByReason());
 
 const ReasonText& textOf(VeskoFailureReason reason) noexcept { return reasonTexts[static_cast<std::size_t>(reason)]; }
 
-/// True for a code that says all there is to say, unlike those of the system.
+/// True for an error code of this library, whose message is a whole explanation. Messages of the system are not.
 bool isOurs(std::error_code error) noexcept {
   return error && error.category() != std::system_category() && error.category() != std::generic_category();
 }
