@@ -11,7 +11,7 @@
 namespace vesko {
 namespace {
 
-/// See no-color.org: any value that is not empty counts.
+/// NO_COLOR (no-color.org) with any value except the empty one switches colours off.
 bool colourIsWelcome() {
   const char* noColour = std::getenv("NO_COLOR");
   const char* terminal = std::getenv("TERM");
@@ -32,7 +32,7 @@ bool Console::inputIsTerminal() noexcept { return Terminal::isTerminal(Terminal:
 
 std::size_t Console::columns() const noexcept {
   constexpr std::size_t usual = 80;
-  // The last column stays free: some terminals break the line when it is written to.
+  // The last column stays free: some terminals wrap the line when it is written.
   return Terminal::columns(Terminal::Stream::error).value_or(usual) - 1;
 }
 

@@ -7,8 +7,9 @@
 
 namespace vesko {
 
-/// Standard output and standard error of the program: results go to the one, everything else to the other. A bar at the
-/// bottom of a terminal makes way for whatever is printed. Used on one thread.
+/// Standard output and standard error of the program: results go to the first, everything else to the second. The
+/// progress bar or the open question is always the last line of the terminal: it is erased before other output and, for
+/// a question, written again after it. Used on one thread.
 class Console {
  public:
   Console();
@@ -16,47 +17,49 @@ class Console {
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
-  /// True when somebody would have to type what standard input holds.
+  /// True when standard input is a terminal: a person would have to type.
   [[nodiscard]] static bool inputIsTerminal() noexcept;
 
-  /// True when standard output is a terminal, which control characters could drive.
+  /// True when standard output is a terminal: control characters in names must be escaped.
   [[nodiscard]] bool outputIsTerminal() const noexcept { return outputIsTerminal_; }
 
   /// True when a bar can be shown: standard error is a terminal.
   [[nodiscard]] bool showsBars() const noexcept { return errorIsTerminal_; }
 
-  /// Columns a bar may have.
+  /// Most columns of a bar.
   [[nodiscard]] std::size_t columns() const noexcept;
 
-  /// Writes a result as it is, at once.
+  /// Writes a result to standard output, unchanged, and flushes it.
   void print(std::string_view text);
 
   enum class Colour : std::uint8_t { none, red, yellow, green };
 
-  /// `text` for standard output, in this colour where the terminal and the user take it.
+  /// `text` for standard output, in this colour where terminal and user allow colours.
   [[nodiscard]] std::string inColour(Colour colour, std::string_view text) const;
 
-  /// True when a result could not be written.
+  /// True after a `print` that failed.
   [[nodiscard]] bool outputFailed() const noexcept { return outputFailed_; }
 
-  /// Writes one line to standard error, control characters escaped.
+  /// Writes a line to standard error, with control characters escaped.
   void note(std::string_view line);
 
-  /// Writes a question to standard error; the answer is typed behind it.
+  /// Writes a question to standard error; the user types the answer behind it.
   void ask(std::string_view question);
 
-  /// Writes a question that stays the last line, below whatever is printed, until `stopAsking`; meanwhile no bar is
-  /// shown.
+  /// Writes a question that stays the last line, below all further output, until `stopAsking`. No bar is shown
+  /// meanwhile. Control characters are not escaped.
   void keepAsking(std::string_view question);
 
-  /// The question has been settled: by a line typed behind it, which has ended its line, or not.
+  /// Ends the question. `isLineEnded`: the user has typed a line, so the cursor is on the next one already.
   void stopAsking(bool isLineEnded);
 
-  /// The same as `note` for what went wrong: named by the program, in colour where the terminal and the user take it.
+  /// Writes an error message, `vesko: LINE`, to standard error, with control characters escaped.
   void complain(std::string_view line);
 
-  /// Shows `line`, which holds no control characters, in place of the bar before it.
+  /// Replaces the bar by `line`, which must not contain control characters.
   void showBar(std::string_view line);
+
+  /// Erases the bar.
   void clearBar();
 
  private:
@@ -67,7 +70,7 @@ class Console {
   const bool errorIsTerminal_;
   const bool hasColour_;
   bool outputFailed_ = false;
-  std::size_t barColumns_ = 0;  // of the last line, bar or question
+  std::size_t barColumns_ = 0;  // width of the bar or question on the last line
   std::string question_;
 };
 

@@ -17,7 +17,7 @@ Console::Colour colourOf(Level level) {
   return level == Level::good ? Console::Colour::green : Console::Colour::none;
 }
 
-/// Prints findings for people or programs, and keeps in mind whether one was a problem.
+/// Prints findings for people or as JSON, and remembers whether one of them was a problem.
 class FindingPrinter {
  public:
   explicit FindingPrinter(Program& program) : program_(program) {}
@@ -35,7 +35,7 @@ class FindingPrinter {
 
  private:
   [[nodiscard]] std::string row(const Finding& finding) const {
-    constexpr std::size_t width = 9;  // the longest mark and two spaces
+    constexpr std::size_t width = 9;  // of the longest level and two spaces
     const std::string_view mark = nameOf(finding.level);
     const std::string text = finding.advice.empty() ? finding.text : finding.text + "; " + finding.advice;
     return "  " + program_.console.inColour(colourOf(finding.level), mark) + std::string(width - mark.size(), ' ') +
@@ -59,6 +59,7 @@ ExitCode runDoctor(Program& program) {
     portFindings.push_back(findingAboutPort(port, PortHolders::of(port.protocol, port.number)));
   }
   printer.print("ports", std::move(portFindings));
+  // Before the firewalls: an answer shows that they let the UDP port through.
   const HelloCheck hello = checkHello(program);
   printer.print("hello", findingsAboutHello(hello));
   printer.print("firewall", findingsAboutFirewalls(firewallsOf(), program.options.port, !hello.answers.empty()));

@@ -5,8 +5,8 @@
 
 namespace vesko {
 
-/// Prints why nobody may be found, group by group; quiet: only warnings and problems. The result is success when there
-/// is no problem.
+/// `vesko doctor`: runs all checks and prints the findings in groups; with --quiet only warnings and problems. Success
+/// unless a finding is a problem.
 [[nodiscard]] ExitCode runDoctor(Program& program);
 
 }  // namespace vesko

@@ -10,10 +10,10 @@ namespace {
 
 constexpr std::chrono::seconds patience{2};
 
-/// For further answers, once there is one.
+/// Time for further answers after the first one. One is enough for the check, so it need not wait for all.
 constexpr std::chrono::milliseconds timeForOthers{200};
 
-/// The machine that an event tells of as being there; none for other events.
+/// The machine that was heard, for the events of a hello; none for other events.
 const PeerView* heardIn(const Event& event) {
   if (const auto* appeared = std::get_if<PeerAppearedEvent>(&event)) return &appeared->peer;
   if (const auto* updated = std::get_if<PeerUpdatedEvent>(&event)) return &updated->peer;
@@ -25,6 +25,7 @@ const PeerView* heardIn(const Event& event) {
 HelloCheck checkHello(Program& program) {
   Lookup lookup(program);
   if (const auto failure = lookup.tryStart()) return {false, failure->reason, {}};
+  // A host that runs may have been quiet for long. Its table does not show who can be heard now, only new hellos do.
   if (lookup.isHosted()) lookup.announce();
   std::map<std::string, PeerView> heard;
   auto deadline = timeIn(patience);

@@ -5,7 +5,8 @@
 
 namespace vesko {
 
-/// Says hello to all and waits two seconds for answers, or until there are some.
+/// Broadcasts a hello, itself or by the host that runs, and waits up to 2 seconds for answers. What the result proves
+/// and what it does not is said at `HelloCheck`.
 [[nodiscard]] HelloCheck checkHello(Program& program);
 
 }  // namespace vesko

@@ -2,15 +2,15 @@
 
 namespace vesko {
 
-/// How the program ends, for scripts to rely on.
+/// The exit codes of the program. Scripts rely on them; docs/command-line.md lists them.
 enum class ExitCode : int {
   success = 0,          ///< all of it done
-  unexpected = 1,       ///< an error nobody foresaw
-  usage = 2,            ///< the command line asks for what cannot be
-  noSuchPeer = 3,       ///< the peer is not known
-  couldNotConnect = 4,  ///< nothing was sent
-  brokeOff = 5,         ///< the transfer ended before its time
-  incomplete = 6,       ///< some could not be read or stored; the rest went through
+  unexpected = 1,       ///< unexpected error
+  usage = 2,            ///< invalid command line or input
+  noSuchPeer = 3,       ///< no such peer, or more than one
+  couldNotConnect = 4,  ///< could not connect; nothing was sent
+  brokeOff = 5,         ///< the transfer failed after it was connected
+  incomplete = 6,       ///< some items could not be read or stored; the others were transferred
   startup = 7,          ///< an endpoint could not be opened
   interrupted = 130,    ///< stopped by a signal
 };

@@ -11,10 +11,11 @@
 namespace vesko {
 namespace {
 
-/// Whoever stops the program may count on its end within two seconds.
+/// The program has to end within 2 seconds after a signal, whatever blocks it.
 constexpr std::chrono::milliseconds grace{1800};
 
-/// Some senders, timeout(1) among them, signal a process and then its whole group: that is one request, not two.
+/// Some programs, such as timeout(1), signal a process and then its process group. Signals within this time count as
+/// one.
 constexpr std::chrono::milliseconds oneRequest{200};
 
 [[noreturn]] void endWith(ExitCode code) { std::_Exit(static_cast<int>(code)); }
@@ -30,7 +31,7 @@ struct Interrupts::Shared {
     StopSignals::wait();
     const ExitCode code = handleFirst();
     std::this_thread::sleep_for(oneRequest);
-    (void)StopSignals::waitFor({});
+    (void)StopSignals::waitFor({});  // takes a second signal of the same request
     endWith(StopSignals::waitFor(grace - oneRequest) ? ExitCode::interrupted : code);
   }
 

@@ -7,18 +7,21 @@
 
 namespace vesko {
 
-/// SIGINT, SIGTERM and, unless it is ignored, SIGHUP, waited for by a thread that lives as long as the process, so that
-/// nothing is done in a handler.
+/// Handles SIGINT, SIGTERM and, unless it is ignored, SIGHUP. A thread that lives as long as the process waits for
+/// them, so no code runs in a signal handler.
+///
+///     Interrupts interrupts;                              // first in main, before any thread: signals end the process
+///     interrupts.handle(stop, ExitCode::success);         // the first signal calls `stop`, the second ends the
+///     process interrupts.handle({}, ExitCode::interrupted);       // signals end the process again
 class Interrupts {
  public:
-  /// From now on each of them ends the process at once, as interrupted. Also has SIGPIPE and SIGXFSZ ignored: a reader
-  /// of the output that goes away, or a limit of file sizes, must not take transfers with it. Requires: no other thread
-  /// runs yet.
+  /// From now on each signal ends the process at once with `ExitCode::interrupted`. Also ignores SIGPIPE and SIGXFSZ: a
+  /// closed pipe or a limit of file sizes must fail one write, not end the process. Requires: no other thread runs yet.
   Interrupts();
 
-  /// From now on the first signal calls `onInterrupt`, on the waiting thread. A later one, unless it comes on the heels
-  /// of the first, ends the process at once as interrupted; 1.8 seconds after the first it ends with `overdue`,
-  /// whatever holds it up. An empty function makes it as it was at first.
+  /// From now on the first signal calls `onInterrupt`, on the waiting thread. A second signal, more than 0.2 seconds
+  /// later, ends the process at once with `ExitCode::interrupted`. Without one the process ends 1.8 seconds after the
+  /// first with `overdue`, if it has not ended by itself. An empty function restores the initial state. Any thread.
   void handle(std::function<void()> onInterrupt, ExitCode overdue);
 
  private:

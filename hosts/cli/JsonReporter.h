@@ -5,7 +5,7 @@
 
 namespace vesko {
 
-/// Prints each event as one line of JSON; quiet: all but progress.
+/// Prints each event as one line of JSON; with --quiet without progress. Used on one thread.
 class JsonReporter : public Reporter {
  public:
   JsonReporter(Console& console, bool isQuiet) : console_(console), isQuiet_(isQuiet) {}

@@ -27,8 +27,8 @@ std::optional<StartupFailureEvent> Lookup::tryStart() { return askHosts() ? std:
 
 bool Lookup::askHosts() {
   if (askHost(program_.options.port)) return true;
-  // Other machines know this one by its address alone: a passing hello from another port would take the place of the
-  // host that runs, and the goodbye would remove it.
+  // A host on another port is asked too. Other machines know this one only by its address: our hello would replace the
+  // host's entry in their tables, and our goodbye would remove it.
   return std::ranges::any_of(ControlClient::runningPorts(), [this](auto other) { return askHost(other); });
 }
 
@@ -37,8 +37,8 @@ ExitCode Lookup::start() {
   if (!failure) return ExitCode::success;
   program_.reporter.report(*failure);
   program_.console.complain(
-      "other machines are looked for on this port, which another program holds: `vesko doctor` tells which; an address "
-      "as PEER needs no port");
+      "without this port no machine can be found by name; `vesko doctor` shows which program holds it. Sending to an "
+      "address still works: --to 192.168.1.20");
   return ExitCode::startup;
 }
 
@@ -56,10 +56,15 @@ bool Lookup::askHost(std::uint16_t port) {
 std::optional<StartupFailureEvent> Lookup::startSession() {
   SessionSettings settings;
   settings.port = program_.options.port;
-  // The host of another user, for the same reason; it cannot be asked.
+  // The usual port may be held by a host of another user, which cannot be asked. For the same reason it must not be
+  // replaced in the tables of others.
   constexpr std::uint16_t usual = VeskoServer::defaultPort;
   if (settings.port != usual && !PortHolders::of(PortProtocol::udp, usual).empty()) {
-    return StartupFailureEvent{"udp", usual, {}, "another program of this machine may be known to others by it"};
+    return StartupFailureEvent{
+        "udp",
+        usual,
+        {},
+        "another program on this machine holds it, and other machines know this one only by its address"};
   }
   session_ = std::make_unique<Session>(events_, settings);
   if (session_->startLooking()) return std::nullopt;
@@ -78,7 +83,7 @@ std::optional<Event> Lookup::next(const Deadline& deadline) {
   auto event = events_->next(deadline);
   if (!event) return event;
   if (auto* const gone = std::get_if<PeerDisappearedEvent>(&*event)) {
-    // A host tells no more than the key of who has gone.
+    // The event of a host only holds the key. The user wants to see the name.
     const auto known = peers().find(gone->peer.key);
     if (known != peers().end()) gone->peer = known->second;
   }

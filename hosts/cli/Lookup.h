@@ -18,58 +18,63 @@ namespace vesko {
 class ControlClient;
 class Session;
 
-/// When `wait` will have passed.
+/// The time `wait` from now.
 [[nodiscard]] std::chrono::steady_clock::time_point timeIn(std::chrono::duration<double> wait);
 
-/// Looks for other machines: asks the user's host that runs on this one or, where there is none, announces this machine
-/// for the moment. Used on the main thread; while it lives, an interruption ends its waiting.
+/// Searches for other machines. Asks a running host of the user; without one it announces this machine until it is
+/// destroyed. Used on the main thread. While it lives, a signal ends its waits instead of the process.
+///
+///     Lookup lookup(program);
+///     if (const auto code = lookup.start(); code != ExitCode::success) return code;
+///     lookup.listen(lookup.leftOf(wait));
+///     if (lookup.isInterrupted()) return ExitCode::interrupted;
+///     use(lookup.peers());
 class Lookup {
  public:
-  static constexpr std::string_view nobodyFound =
-      "no other machine was found; `vesko doctor` tells what may be in the way";
+  static constexpr std::string_view nobodyFound = "no other machine was found; `vesko doctor` shows possible reasons";
 
-  static constexpr std::string_view hostGone = "the host that was asked has ended";
+  static constexpr std::string_view hostGone =
+      "the running vesko that was asked for other machines has exited; run this command again";
 
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
   explicit Lookup(Program& program);
 
-  /// Takes leave, if this machine was announced.
+  /// Says goodbye if it has announced this machine.
   ~Lookup();
   Lookup(const Lookup&) = delete;
   Lookup& operator=(const Lookup&) = delete;
 
-  /// Begins; otherwise why that is not possible.
+  /// Starts the search. Returns the failure when that is not possible.
   [[nodiscard]] std::optional<StartupFailureEvent> tryStart();
 
-  /// The same, and the user is told why; the code is then not success.
+  /// The same, but reports a failure to the user and returns an exit code.
   [[nodiscard]] ExitCode start();
 
-  /// Begins only where a host runs that can be asked; false otherwise.
+  /// Starts the search only if a host runs; otherwise returns false.
   [[nodiscard]] bool askHosts();
 
-  /// True when a host was asked.
+  /// True when the answers come from a host.
   [[nodiscard]] bool isHosted() const noexcept { return host_ != nullptr; }
 
-  /// What is left of `wait` until everybody has had that long to answer: nothing where a host was asked that has been
-  /// listening for longer.
+  /// The rest of `wait`: a host that has listened for longer than `wait` already has the answers of all machines, so 0.
   [[nodiscard]] std::chrono::duration<double> leftOf(std::chrono::duration<double> wait) const {
     return std::max(wait - heardFor_, std::chrono::duration<double>());
   }
 
-  /// Has all machines say once more that they are there.
+  /// Broadcasts a hello, which all machines answer.
   void announce();
 
-  /// The next change, waited for; none at the deadline, when interrupted and when the host has gone.
+  /// Waits for the next event; none at the deadline, after a signal, and when the host has exited.
   [[nodiscard]] std::optional<Event> next(const Deadline& deadline);
 
-  /// Takes in what is heard within `wait`, or until interrupted.
+  /// Processes events for `wait`, or until a signal or the end of the host.
   void listen(std::chrono::duration<double> wait);
 
-  /// What is known by now, by key.
+  /// The machines known now, by key.
   [[nodiscard]] const std::map<std::string, PeerView>& peers() const noexcept { return state_.peers(); }
 
-  /// The picture of one of them as a data URL; empty when it has none.
+  /// The picture of a machine as a data URL, or "loading"; empty when it has none.
   [[nodiscard]] std::string avatarOf(const std::string& key);
 
   [[nodiscard]] bool isInterrupted() const { return events_->isInterrupted(); }
@@ -82,7 +87,7 @@ class Lookup {
   const std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>();
   SessionState state_;
   std::unique_ptr<ControlClient> host_;
-  std::chrono::duration<double> heardFor_{};  // by that host
+  std::chrono::duration<double> heardFor_{};  // how long that host has listened
   std::unique_ptr<Session> session_;
 };
 

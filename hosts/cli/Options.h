@@ -20,27 +20,27 @@ struct CommonOptions {
   std::string logFile;  ///< empty: no log
 };
 
-/// How long other machines may take to answer.
+/// How long to wait for answers of other machines, seconds.
 using Wait = std::chrono::duration<double>;
 constexpr Wait defaultWait{1.0};
 
 struct SendOptions {
-  std::string peer;  ///< empty: the user is to choose
+  std::string peer;  ///< empty: the user chooses at the terminal
   Wait wait = defaultWait;
   std::vector<std::string> paths;
 };
 
 struct TextOptions {
-  std::string peer;  ///< as above
+  std::string peer;  ///< as in SendOptions
   Wait wait = defaultWait;
-  std::optional<std::string> text;  ///< none: standard input holds it
+  std::optional<std::string> text;  ///< none: read it from standard input
 };
 
 struct ReceiveOptions {
   std::string directory;  ///< empty: the user's downloads folder
   bool once = false;
   bool keepPartial = false;
-  std::vector<IPv4Range> allowed;                                        ///< addresses and networks; none: everybody
+  std::vector<IPv4Range> allowed;  ///< addresses and networks; empty: every sender
   std::uint64_t maximumSize = VeskoIncomingTransferSettings::unlimited;  ///< bytes
   bool ask = false;
 };
@@ -48,19 +48,19 @@ struct ReceiveOptions {
 struct PeersOptions {
   Wait wait = defaultWait;
   bool watch = false;
-  std::string avatarFolder;  ///< where avatars are written to; empty: nowhere
+  std::string avatarFolder;  ///< folder for the pictures; empty: do not save them
 };
 
 struct DoctorOptions {};
 
-/// What the command line asks for.
+/// The parsed command line.
 struct Options {
   CommonOptions common;
   std::variant<SendOptions, TextOptions, ReceiveOptions, PeersOptions, DoctorOptions> command;
 };
 
-/// Reads the command line. When that is all there is to do, since it asks for help or is wrong, the user has been told
-/// and the result is the program's exit code.
+/// Parses the command line. For --help, --version and errors it prints the text itself and returns the exit code of the
+/// program.
 [[nodiscard]] std::variant<Options, ExitCode> parseOptions(int argumentCount, const char* const* arguments);
 
 }  // namespace vesko

@@ -32,16 +32,17 @@ PeerOrCode settle(Program& program, const std::string& name, const Peers& peers)
   if (matches.size() == 1) return matches.front();
   if (peers.empty()) return complainNobody(program);
   if (matches.empty()) {
-    program.console.complain("no machine is called \"" + name + "\"; there are:");
+    program.console.complain("no machine matches \"" + name + "\"; found:");
     list(program.console, peersByName(peers));
   } else {
-    program.console.complain("\"" + name + "\" fits " + std::to_string(matches.size()) + " machines:");
+    program.console.complain("\"" + name + "\" matches " + std::to_string(matches.size()) +
+                             " machines; use more of the name, or the address:");
     list(program.console, matches);
   }
   return ExitCode::noSuchPeer;
 }
 
-/// True when the machine that an event tells of is called `name`, and not only partly.
+/// True when the event is a hello of a machine whose complete name is `name`.
 bool namesWhole(const Event& event, const std::string& name) {
   const auto isWhole = [&](const auto& any) { return isWholeNameOf(any.peer, name); };
   return std::visit(
@@ -50,10 +51,11 @@ bool namesWhole(const Event& event, const std::string& name) {
       event);
 }
 
-/// Waits until all that `name` may fit have had time to answer, or one is called exactly that. False when the host that
-/// was asked has gone meanwhile.
+/// Waits until all machines have had time to answer, or one with the complete name `name` has. False when the host that
+/// was asked has exited meanwhile.
 bool listenFor(Lookup& lookup, const std::string& name, Seconds wait) {
   const auto known = peersMatching(lookup.peers(), name);
+  // No match yet: the host is made to say hello, and the machines get the whole wait.
   const bool isAnew = known.empty();
   if (!isAnew && isWholeNameOf(known.front(), name)) return true;
   if (lookup.isHosted() && isAnew) lookup.announce();
@@ -74,7 +76,7 @@ PeerOrCode lookUp(Program& program, const std::string& name, Seconds wait) {
   return ExitCode::unexpected;
 }
 
-/// What a host of the user's knows of the machine at `address`; nothing but that where there is none.
+/// The machine at `address`, with its name if a running host knows it. Announces nothing: an address needs no search.
 PeerView peerAt(Program& program, const PeerAddress& address) {
   Lookup lookup(program);
   if (lookup.askHosts()) {
@@ -85,14 +87,14 @@ PeerView peerAt(Program& program, const PeerAddress& address) {
   return {address.ip, address.ip, address.port, "", "", {}};
 }
 
-/// Everybody who answers in time; a code when there is none to choose from.
+/// All machines that answer in time, sorted by name; an exit code when there is none.
 std::variant<std::vector<PeerView>, ExitCode> everybody(Program& program, Seconds wait) {
   Lookup lookup(program);
   if (const ExitCode code = lookup.start(); code != ExitCode::success) return code;
   const bool isAnew = lookup.peers().empty();
   if (lookup.isHosted() && isAnew) lookup.announce();
   if (const Seconds rest = isAnew ? wait : lookup.leftOf(wait); rest > Seconds()) {
-    program.console.note("looking for other machines ...");
+    program.console.note("searching for other machines ...");
     lookup.listen(rest);
   }
   if (lookup.isInterrupted()) return ExitCode::interrupted;
@@ -106,7 +108,7 @@ void showChoice(Console& console, const std::vector<PeerView>& peers) {
   }
 }
 
-/// What an answer means: a number of the list, else a name or a part of one.
+/// The machine the user has typed: a number of the list, otherwise a name or a part of one.
 PeerOrCode chosen(Program& program, const std::string& answer, const std::vector<PeerView>& peers) {
   const auto number = wholeNumber<std::size_t>(answer);
   if (number && *number >= 1 && *number <= peers.size()) return peers[*number - 1];
@@ -138,7 +140,7 @@ PeerOrCode findPeer(Program& program, const std::string& name, Seconds wait) {
   }
   if (!name.empty()) return lookUp(program, name, wait);
   if (Console::inputIsTerminal() && program.console.showsBars()) return choose(program, wait);
-  program.console.complain("whom to send to is missing: --to PEER");
+  program.console.complain("no recipient: use --to PEER");
   return ExitCode::usage;
 }
 

@@ -10,13 +10,16 @@
 
 namespace vesko {
 
-/// Whom to send to, of whom no more than the address need be known; or why there is no answer, of which the user has
-/// been told.
+/// The recipient, of which perhaps only the address is known; or the exit code of an error that was reported to the
+/// user.
 using PeerOrCode = std::variant<PeerView, ExitCode>;
 
-/// The machine that the user means by `name`: an address, or what it is called, or a part of that; where it is empty,
-/// the one that the user chooses at the terminal. `wait`: how long others may take to answer. A part of a name takes
-/// all of it, but for what a host of the user's has been listening already: a second machine that it fits may be slow.
+/// Finds the recipient `name`: an address, a name or a part of one. An empty `name` lets the user choose at the
+/// terminal.
+///
+/// `wait`: how long to wait for answers of other machines. A complete name ends the wait early. A part of a name takes
+/// the whole wait, minus the time that a running host has listened already: a second machine that matches may be slow
+/// to answer, and it must not depend on chance to which of them a file is sent.
 [[nodiscard]] PeerOrCode findPeer(Program& program, const std::string& name, std::chrono::duration<double> wait);
 
 }  // namespace vesko

@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-/// The time alone on the same day, with the date otherwise.
+/// Only the time for today, with the date for other days.
 std::string timeText(Clock::time_point time, Clock::time_point now) {
   const DateFormatter day("yyyy-MM-dd");
   const bool isToday = day.stringFromDate(time) == day.stringFromDate(now);
@@ -90,14 +90,14 @@ ExitCode watch(Program& program, Lookup& lookup) {
   return ExitCode::unexpected;
 }
 
-/// The PNG in the data URL of an avatar; none when it holds no PNG.
+/// The bytes of the PNG in a data URL; none for any other text.
 std::optional<std::string> pngIn(std::string_view avatar) {
   constexpr std::string_view beginning = "data:image/png;base64,";
   if (!avatar.starts_with(beginning)) return std::nullopt;
   return base64Decoded(avatar.substr(beginning.size()));
 }
 
-/// Writes the avatars of all that have one.
+/// Writes the pictures of all machines that have one.
 ExitCode saveAvatars(Program& program, Lookup& lookup, const std::string& folder) {
   std::error_code error;
   FileManager::createDirectoryAtPath(folder, error);

@@ -5,7 +5,7 @@
 
 namespace vesko {
 
-/// Lists the other machines, or goes on telling who comes and goes until interrupted.
+/// `vesko peers`: lists the other machines, saves their pictures, or with --watch prints changes until interrupted.
 [[nodiscard]] ExitCode runPeers(Program& program, const PeersOptions& options);
 
 }  // namespace vesko

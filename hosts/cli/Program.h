@@ -7,7 +7,7 @@
 
 namespace vesko {
 
-/// What every command works with.
+/// What every command needs. The references stay valid while the command runs.
 struct Program {
   const CommonOptions& options;
   Console& console;

@@ -15,7 +15,7 @@ namespace {
 
 bool isYes(std::string_view line) { return line == "y" || line == "Y" || line == "yes" || line == "Yes"; }
 
-/// What the sender says it is.
+/// What the sender announces: name of the first element, count and size.
 std::string contentText(const QuestionEvent& event, std::size_t nameColumns) {
   if (event.name.empty()) return "a text (" + sizeText(event.totalSize) + ")";
   const std::string count = event.elementCount == 1 ? "" : countText(event.elementCount, "element") + ", ";
@@ -33,24 +33,24 @@ std::string questionText(const QuestionEvent& event, std::size_t columns) {
 
 }  // namespace
 
-/// Outlives its owner, since nothing wakes a thread that waits for somebody to type.
+/// Shared with the reading thread, which outlives the owner: nothing can wake a thread that reads from a terminal.
 struct Questions::Shared {
   std::mutex mutex;
   std::function<void(TransferId, bool)> answer;
-  std::optional<TransferId> asked;  // the question that is on the screen and has no answer yet
+  std::optional<TransferId> asked;  // the question on the screen, until it is answered
   bool hasInput = true;
 
   void read() {
     std::string line;
     while (std::getline(std::cin, line)) answerWith(isYes(line));
     const std::scoped_lock lock(mutex);
-    hasInput = false;
+    hasInput = false;  // the terminal was closed: nobody can answer, so every answer is no
     if (asked) answerNow(false);
   }
 
   void answerWith(bool accepted) {
     const std::scoped_lock lock(mutex);
-    // What is typed while nothing is asked is no answer to what comes.
+    // A line typed before the question appeared must not answer it.
     if (asked) answerNow(accepted);
   }
 
@@ -65,7 +65,7 @@ struct Questions::Shared {
     if (!hasInput) answerNow(false);
   }
 
-  /// True when the question that was on the screen had been answered.
+  /// Withdraws the question. True when the user had answered it.
   [[nodiscard]] bool stop() {
     const std::scoped_lock lock(mutex);
     return !std::exchange(asked, std::nullopt);
@@ -107,7 +107,7 @@ void Questions::remove(TransferId transfer) {
 }
 
 void Questions::showFirst() {
-  // In this order: no answer to what can be read is lost.
+  // `ask` first: otherwise an answer typed as soon as the question is visible could be lost.
   shared_->ask(open_.front().transfer);
   console_.keepAsking(questionText(open_.front(), console_.columns()));
 }

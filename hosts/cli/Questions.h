@@ -10,11 +10,14 @@
 
 namespace vesko {
 
-/// Asks the person at the terminal about transfers, one after the other, while everything else goes on. Used on the
-/// main thread; a thread of its own waits for what is typed.
+/// Asks the user at the terminal about transfers, one question at a time. Transfers and output continue meanwhile. Used
+/// on the main thread; a thread of its own reads standard input, because that blocks.
+///
+///     Questions questions(console, [&](TransferId id, bool accepted) { session.answer(id, accepted); });
+///     questions.take(event);   // every event: a question is asked, an answer or a failure withdraws it
 class Questions {
  public:
-  /// `answer` is called on any thread, but not after the end of this.
+  /// `answer` is called on any thread, but not after the destructor.
   Questions(Console& console, std::function<void(TransferId, bool)> answer);
   ~Questions();
   Questions(const Questions&) = delete;
@@ -32,7 +35,7 @@ class Questions {
 
   Console& console_;
   const std::shared_ptr<Shared> shared_;
-  std::deque<QuestionEvent> open_;
+  std::deque<QuestionEvent> open_;  // the first one is on the screen
 };
 
 }  // namespace vesko

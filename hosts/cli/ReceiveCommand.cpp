@@ -11,7 +11,8 @@
 namespace vesko {
 namespace {
 
-/// Sets `folder` to where items go, in absolute form; a code when they cannot, and the user has been told.
+/// Sets `folder` to the absolute path for received items. Reports an error to the user and returns its exit code when
+/// nothing can be stored there.
 ExitCode findFolder(Program& program, const ReceiveOptions& options, std::string& folder) {
   const bool isNamed = !options.directory.empty();
   std::error_code error;
@@ -29,7 +30,7 @@ ExitCode findFolder(Program& program, const ReceiveOptions& options, std::string
 
 ExitCode runReceive(Program& program, const ReceiveOptions& options) {
   if (options.ask && !(Console::inputIsTerminal() && program.console.showsBars())) {
-    program.console.complain("--ask needs a terminal to ask at");
+    program.console.complain("--ask needs a terminal for its questions");
     return ExitCode::usage;
   }
   SessionSettings settings;
@@ -54,7 +55,8 @@ ExitCode runReceive(Program& program, const ReceiveOptions& options) {
     return ExitCode::startup;
   }
   if (const std::error_code obstacle = session.controlObstacle()) {
-    program.console.complain("other programs of yours cannot ask this one who is there: " + obstacle.message());
+    program.console.complain("cannot open the control channel: " + obstacle.message() +
+                             "; other vesko commands cannot ask this one for the machines it knows");
   }
   run.takeEvents([&] { return options.once && run.hasFirstEnded(); });
   run.windDown(session);

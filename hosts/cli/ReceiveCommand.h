@@ -5,7 +5,7 @@
 
 namespace vesko {
 
-/// Receives until interrupted or, where that is asked for, until the first transfer has ended.
+/// `vesko receive`: receives until interrupted or, with --once, until the first transfer has ended.
 [[nodiscard]] ExitCode runReceive(Program& program, const ReceiveOptions& options);
 
 }  // namespace vesko

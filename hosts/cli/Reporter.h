@@ -7,19 +7,20 @@
 
 namespace vesko {
 
-/// Tells the user what happens. Used on one thread.
+/// Shows events to the user. Used on one thread.
 class Reporter {
  public:
   virtual ~Reporter() = default;
+  /// Shows one event.
   virtual void report(const Event& event) = 0;
 
-  /// False when `report` does nothing about such an event, which nobody needs to be woken for then. Any thread.
+  /// False when `report` ignores such an event: the main thread is then not woken for it. Any thread.
   [[nodiscard]] virtual bool wants(const Event& /*event*/) const { return true; }
 
-  /// When `refresh` is to be called if there is no event before; none: nothing changes by itself.
+  /// When `refresh` should be called if no event comes first; none: not at all.
   [[nodiscard]] virtual std::optional<std::chrono::steady_clock::time_point> refreshAt() const { return std::nullopt; }
 
-  /// Tells what has changed by the mere passing of time.
+  /// Updates what depends on the time, such as "nothing has moved for 5 s".
   virtual void refresh() {}
 };
 

@@ -15,7 +15,8 @@ ExitCode sendAndFollow(Program& program, const PeerView& peer,
     run.takeWaitingEvents();
     return transfer.looksLikeText ? ExitCode::usage : ExitCode::incomplete;
   }
-  // Before, an interruption ends the program at once; from here on the other side has to be told.
+  // Until here a signal ends the program at once. From here on it cancels the transfer, which resets the connection, so
+  // that the receiver does not take the end for success.
   run.handleInterrupts(ExitCode::interrupted);
   session.send(std::move(transfer), peer);
   run.takeEvents([&run] { return run.hasFirstEnded(); });

@@ -8,8 +8,8 @@
 
 namespace vesko {
 
-/// Sends what `prepare` prepares, and follows it to its end. Where that is nothing, nobody is connected to and the
-/// result is that all was left out, or that it has to be called for otherwise.
+/// Sends what `prepare` returns to `peer`, reports its events, and returns when the transfer has ended. Without items
+/// it does not connect and returns `incomplete`, or `usage` when a single file has the reserved name of texts.
 [[nodiscard]] ExitCode sendAndFollow(Program& program, const PeerView& peer,
                                      const std::function<PreparedTransfer(Session&)>& prepare);
 

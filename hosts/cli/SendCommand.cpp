@@ -13,7 +13,7 @@
 namespace vesko {
 namespace {
 
-/// The path that `named` stands for, ending in the name that it is to be sent under: "." and the like have none.
+/// A path whose last component is the name to send under. ".", ".." and "/" have no name, so they are resolved.
 std::string pathToSend(const std::string& named) {
   const std::string leaf = lastPathComponent(named);
   if (!leaf.empty() && leaf != "." && leaf != "..") return named;
@@ -22,7 +22,7 @@ std::string pathToSend(const std::string& named) {
   return error ? named : path;
 }
 
-/// What `path` leads to, and the name it is sent under: two paths that agree in both say the same.
+/// The target of `path` and the name it is sent under. Paths that agree in both are the same item.
 std::pair<std::string, std::string> meaningOf(const std::string& path) {
   std::error_code error;
   std::string target = FileManager::canonicalPath(path, error);
@@ -30,7 +30,7 @@ std::pair<std::string, std::string> meaningOf(const std::string& path) {
   return {std::move(target), lastPathComponent(path)};
 }
 
-/// Each path once, however it is spelt.
+/// The paths without duplicates, such as "a" and "./a".
 std::vector<std::string> pathsToSend(const std::vector<std::string>& named) {
   std::vector<std::string> paths;
   std::set<std::pair<std::string, std::string>> known;
@@ -41,7 +41,7 @@ std::vector<std::string> pathsToSend(const std::vector<std::string>& named) {
   return paths;
 }
 
-/// The complaint when two paths end in the same name: one would replace the other where they arrive.
+/// The error message when two paths have the same name: the receiver could not tell them apart.
 std::optional<std::string> complaintAboutNames(const std::vector<std::string>& paths) {
   std::map<std::string, std::string> pathOfName;
   for (const auto& path : paths) {

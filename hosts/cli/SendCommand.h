@@ -5,7 +5,7 @@
 
 namespace vesko {
 
-/// Sends files and folders; returns when they have arrived, or not.
+/// `vesko send`: sends files and folders; returns when they have arrived or the transfer has failed.
 [[nodiscard]] ExitCode runSend(Program& program, const SendOptions& options);
 
 }  // namespace vesko

@@ -37,6 +37,7 @@ void SessionRun::takeWaitingEvents() {
 
 void SessionRun::windDown(Session& session) {
   program_.console.clearBar();
+  // Goodbye first: it must be sent even if the transfers take until the deadline to end.
   session.leave();
   session.cancelAll();
   takeWaitingEvents();

@@ -14,31 +14,38 @@ namespace vesko {
 
 class Session;
 
-/// The run of one session: takes its events, has them reported, and keeps in mind how its first transfer went. Used on
-/// the main thread.
+/// Runs the event loop of one session: takes its events, reports them, and remembers how the first transfer ended. Used
+/// on the main thread.
+///
+///     SessionRun run(program);
+///     run.handleInterrupts(ExitCode::success);
+///     Session session(run.events(), settings);
+///     if (!session.startReceiving()) return run.takeWaitingEvents();   // the failures
+///     run.takeEvents([&] { return run.hasFirstEnded(); });
+///     run.windDown(session);
 class SessionRun {
  public:
   explicit SessionRun(Program& program) : program_(program) {}
 
-  /// Where the session's events go; those that change nothing for the reporter are left out.
+  /// The sink for the session. Events that the reporter ignores are dropped there.
   [[nodiscard]] const std::shared_ptr<EventQueue>& events() const noexcept { return events_; }
 
-  /// Has `listener` called with each event that is taken, before it is reported.
+  /// Calls `listener` with each event, before it is reported.
   void alsoTell(std::function<void(const Event&)> listener) { listener_ = std::move(listener); }
 
-  /// From now on an interruption ends `takeEvents`; a run that does not come to its end then ends with `overdue`.
+  /// From now on a signal ends `takeEvents`. A program that has not ended 1.8 seconds later exits with `overdue`.
   void handleInterrupts(ExitCode overdue);
 
-  /// Takes events until `isDone`, asked after each of them, or an interruption.
+  /// Processes events until `isDone`, called after each of them, returns true, or until a signal.
   void takeEvents(const std::function<bool()>& isDone);
 
-  /// Takes the events that are waiting.
+  /// Processes the events that wait; never blocks.
   void takeWaitingEvents();
 
-  /// Breaks off what is still running and takes the events up to its end.
+  /// Says goodbye, cancels the running transfers and processes events until all of them have ended.
   void windDown(Session& session);
 
-  /// True when the first transfer has ended; then also what that means for the program.
+  /// True when the first transfer has ended; `codeOfFirst` is then its exit code.
   [[nodiscard]] bool hasFirstEnded() const noexcept { return firstEnd_.has_value(); }
   [[nodiscard]] ExitCode codeOfFirst() const noexcept { return firstEnd_.value_or(ExitCode::unexpected); }
 
@@ -50,8 +57,8 @@ class SessionRun {
   std::shared_ptr<EventQueue> events_ = std::make_shared<EventQueue>(
       [&reporter = program_.reporter](const Event& event) { return reporter.wants(event); });
   std::function<void(const Event&)> listener_;
-  std::size_t running_ = 0;
-  bool isFirstIncomplete_ = false;
+  std::size_t running_ = 0;         // transfers
+  bool isFirstIncomplete_ = false;  // something of it was skipped
   std::optional<ExitCode> firstEnd_;
 };
 

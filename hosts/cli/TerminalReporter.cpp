@@ -10,13 +10,13 @@
 namespace vesko {
 namespace {
 
-/// Often enough to look smooth.
+/// Shortest time between two updates of the bar: enough to look smooth.
 constexpr std::chrono::milliseconds barInterval{100};
 
-/// Where there is no bar, a line tells of a standstill that is longer, once for each transfer.
+/// Without a bar, a stall of this length is reported by one line, once for each transfer.
 constexpr std::chrono::seconds longStandstill{10};
 
-/// `text` for a terminal: lines and tabs stay what they are, other control characters are escaped.
+/// A received text for a terminal: control characters are escaped, except line feeds and tabs.
 std::string escapedText(std::string_view text) {
   std::string result;
   while (!text.empty()) {
@@ -34,20 +34,20 @@ std::string amountText(const FinishedEvent& event) {
 }
 
 std::string speedText(const FinishedEvent& event) {
-  constexpr double shortest = 0.05;  // below, the time says more about the scheduler than about the way
+  constexpr double shortest = 0.05;  // seconds; below, the rate would mostly measure the scheduler
   if (event.seconds < shortest) return {};
   return " in " + durationText(event.seconds) + " (" + rateText(static_cast<double>(event.bytes) / event.seconds) + ')';
 }
 
-std::string leftOutText(std::uint64_t count) { return count == 0 ? "" : ", " + std::to_string(count) + " left out"; }
+std::string skippedText(std::uint64_t count) { return count == 0 ? "" : ", " + std::to_string(count) + " skipped"; }
 
-/// Who is at the other end.
+/// Name and address of the other side; of a sender only the address is known here.
 std::string otherSideOf(const TransferView& transfer) {
   if (transfer.direction == TransferDirection::in) return transfer.ip;
   return describedPeer({transfer.ip, transfer.ip, transfer.port, transfer.systemSignature, "", {}});
 }
 
-/// The same, as short as a bar can show it.
+/// The same for the bar: only the address when the name is long.
 std::string nameForBar(const TransferView& transfer) {
   constexpr std::size_t longest = 40;
   const std::string name = Log::escaped(otherSideOf(transfer));
@@ -118,14 +118,15 @@ void TerminalReporter::on(const FinishedEvent& event) {
 void TerminalReporter::on(const FailedEvent& event) {
   forget(event.transfer);
   const TransferView& ended = transfer(event.transfer);
-  const std::string what = ended.direction == TransferDirection::out ? "sending to " : "receiving from ";
+  const std::string what =
+      ended.direction == TransferDirection::out ? "sending " + ended.name + " to " : "receiving from ";
   console_.complain(what + otherSideOf(ended) + ": " + event.message);
 }
 
-void TerminalReporter::on(const SkippedEvent& event) { console_.complain("left out " + event.message); }
+void TerminalReporter::on(const SkippedEvent& event) { console_.complain("skipped " + event.message); }
 
 void TerminalReporter::on(const RefusedEvent& event) {
-  note("refused a connection from " + event.ip + ", which is not allowed");
+  note("refused a connection from " + event.ip + ": its address is not in --allow");
 }
 
 void TerminalReporter::note(const std::string& line) {
@@ -174,7 +175,7 @@ void TerminalReporter::noteStandstills(TimePoint now) {
     }
     each = unnoted_.erase(each);
     const std::string who = otherSideOf(transfer(id));
-    note("sending to " + who + ": " + waitingText(transfer(id), who, standstill));
+    note("sending " + transfer(id).name + " to " + who + ": " + waitingText(transfer(id), who, standstill));
   }
 }
 
@@ -184,12 +185,12 @@ void TerminalReporter::forget(TransferId id) {
 }
 
 void TerminalReporter::printSaved(const TransferView& saved, const FinishedEvent& event) {
-  if (saved.path.empty()) return note("nothing to save from " + saved.ip + leftOutText(event.skipped));
+  if (saved.path.empty()) return note("nothing to save from " + saved.ip + skippedText(event.skipped));
   if (isQuiet_) {
     return console_.print((console_.outputIsTerminal() ? Log::escaped(saved.path) : saved.path) + '\n');
   }
   console_.print("saved " + Log::escaped(saved.path) + ": " + amountText(event) + " from " + saved.ip +
-                 speedText(event) + leftOutText(event.skipped) + '\n');
+                 speedText(event) + skippedText(event.skipped) + '\n');
 }
 
 void TerminalReporter::printSent(const TransferView& sent, const FinishedEvent& event) {

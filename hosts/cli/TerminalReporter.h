@@ -16,8 +16,8 @@
 
 namespace vesko {
 
-/// Tells a person at a shell: results on standard output, a bar, notices and complaints on standard error. Quiet: no
-/// bar and no notices, and of a result only the text or the path.
+/// Shows events to a person: results on standard output; progress bar, notices and errors on standard error. With
+/// --quiet no bar and no notices, and of a result only the text or the path. Used on one thread.
 class TerminalReporter : public Reporter {
  public:
   TerminalReporter(Console& console, bool isQuiet, std::shared_ptr<Clock> clock)
@@ -59,10 +59,10 @@ class TerminalReporter : public Reporter {
   const bool isQuiet_;
   const std::shared_ptr<Clock> clock_;
   SessionState state_;
-  std::map<TransferId, TransferPace> paces_;  // of those that have told how far they are
-  std::set<TransferId> unnoted_;              // those of which a standstill is still to be told, where there is no bar
-  std::optional<TimePoint> drawn_;
-  bool isBarBehind_ = false;
+  std::map<TransferId, TransferPace> paces_;  // of the running transfers that have reported progress
+  std::set<TransferId> unnoted_;              // outgoing transfers whose stall has not been reported; without a bar
+  std::optional<TimePoint> drawn_;            // the last time the bar was drawn
+  bool isBarBehind_ = false;                  // there was progress since
 };
 
 }  // namespace vesko

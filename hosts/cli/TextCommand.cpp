@@ -11,7 +11,7 @@
 namespace vesko {
 namespace {
 
-/// What standard input holds, but not much more than can be sent; none when it cannot be read.
+/// Reads standard input, up to a little more than can be sent, so that endless input ends too; none on an error.
 std::optional<std::string> readInput() {
   std::string text;
   std::array<char, 65536> buffer;
@@ -35,11 +35,11 @@ ExitCode runText(Program& program, const TextOptions& options) {
   const PeerOrCode peer = findPeer(program, options.peer, options.wait);
   if (const auto* code = std::get_if<ExitCode>(&peer)) return *code;
   if (!options.text && !program.options.quiet && Console::inputIsTerminal()) {
-    program.console.note("type the text; Ctrl-D on a line of its own ends it");
+    program.console.note("type the text, then press Ctrl-D on an empty line");
   }
   const auto text = options.text ? options.text : readInput();
   if (!text) {
-    program.console.complain("standard input cannot be read: " + std::generic_category().message(errno));
+    program.console.complain("cannot read standard input: " + std::generic_category().message(errno));
     return ExitCode::unexpected;
   }
   if (const auto reason = Session::reasonAgainstText(*text); reason != VeskoFailureReason::none) {

@@ -5,7 +5,7 @@
 
 namespace vesko {
 
-/// Sends a snippet of text; returns when it has arrived, or not.
+/// `vesko text`: sends a text; returns when it has arrived or the transfer has failed.
 [[nodiscard]] ExitCode runText(Program& program, const TextOptions& options);
 
 }  // namespace vesko

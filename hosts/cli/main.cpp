@@ -19,8 +19,7 @@
 namespace vesko {
 namespace {
 
-/// Descriptors this program asks for: more than all its transfers at once can use, far below what would burden a
-/// system.
+/// Wanted limit of open descriptors: more than all transfers at once can use, and no burden for a system.
 constexpr std::uint64_t wantedDescriptors = 65'536;
 
 bool openLog(const std::string& file, Console& console) {
@@ -50,7 +49,7 @@ ExitCode run(const Options& options, Console& console, Interrupts& interrupts) {
                             [&](const DoctorOptions&) { return runDoctor(program); }},
                  options.command);
   if (!console.outputFailed()) return code;
-  console.complain("standard output cannot be written to");
+  console.complain("cannot write to standard output");
   return code == ExitCode::success ? ExitCode::unexpected : code;
 }
 
@@ -70,7 +69,8 @@ ExitCode runGuarded(const Options& options, Interrupts& interrupts) {
 int main(int argumentCount, char** arguments) {
   vesko::DescriptorLimit::raise(vesko::wantedDescriptors);
   vesko::Interrupts interrupts;
-  // This program's own thread waits for events; what the library delivers to the main queue makes events too.
+  // The library reports pictures on its main queue. The main thread waits for events, so another thread runs that
+  // queue.
   std::thread([] { vesko::MainQueue::shared()->run(); }).detach();
   const auto parsed = vesko::parseOptions(argumentCount, arguments);
   const auto* options = std::get_if<vesko::Options>(&parsed);

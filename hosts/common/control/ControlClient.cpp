@@ -23,7 +23,7 @@ std::shared_ptr<LocalConnection> connectToHost(std::uint16_t port) {
   return LocalConnection::connect(controlPath(port), DispatchQueue::serial("control client"), error);
 }
 
-/// The port whose socket has this name; none for any other file.
+/// The port whose socket has this path; none for any other file.
 std::optional<std::uint16_t> portOf(const std::filesystem::path& path) {
   const auto port = wholeNumber<std::uint16_t>(path.stem().native());
   return port && *port != 0 && path == controlPath(*port) ? port : std::nullopt;
@@ -31,20 +31,21 @@ std::optional<std::uint16_t> portOf(const std::filesystem::path& path) {
 
 }  // namespace
 
-/// What the connection's tasks and the client have in common. The lock is held while the host's functions are called,
-/// so that none is once the client is gone.
+/// Shared by the client and the tasks of its connection, which may outlive it. The lock is held while `sink` and
+/// `onEnd` are called, so that neither is called after the client's destructor.
 struct ControlClient::Shared {
   std::mutex mutex;
   std::condition_variable changed;
-  std::optional<ControlPeers> known;    // the answer
-  std::optional<ControlAvatar> avatar;  // another one
-  bool isAnswered = false;
+  std::optional<ControlPeers> known;    // the answer to `watch`
+  std::optional<ControlAvatar> avatar;  // the last answer to `avatarOf`
+  bool isAnswered = false;              // the answer to `watch` has arrived
   bool hasEnded = false;
   std::shared_ptr<EventSink> sink;
   std::function<void()> onEnd;
 
   void take(std::string_view line) {
-    // Long lines are parsed without the lock, so that they make nobody wait; `isAnswered` is set by these tasks alone.
+    // Lines may be long, so they are parsed without the lock. `isAnswered` is only written by these tasks, one at a
+    // time.
     if (isAnswered) {
       auto event = parsePeerEvent(line);
       auto picture = event ? std::nullopt : parseControlAvatar(line);
@@ -67,7 +68,7 @@ struct ControlClient::Shared {
     if (isAnswered && onEnd) onEnd();
   }
 
-  /// With the lock held.
+  /// Requires: the lock is held.
   void forget() {
     sink = nullptr;
     onEnd = nullptr;
@@ -93,6 +94,7 @@ std::vector<std::uint16_t> ControlClient::runningPorts() {
   std::error_code error;
   for (std::filesystem::directory_iterator entry(controlFolder(), error), end; !error && entry != end;
        entry.increment(error)) {
+    // A host that was killed leaves its socket file. Only a connection shows that a host is there.
     const auto port = portOf(entry->path());
     if (port && connectToHost(*port)) ports.push_back(*port);
   }
@@ -109,6 +111,7 @@ std::optional<ControlPeers> ControlClient::watch(std::shared_ptr<EventSink> sink
   connection_->send(controlLine({ControlRequest::Kind::watch}));
   std::unique_lock lock(shared_->mutex);
   shared_->changed.wait_for(lock, patience, [this] { return shared_->isAnswered || shared_->hasEnded; });
+  // An answer that comes too late must not reach a sink that the caller no longer expects to be used.
   if (!shared_->isAnswered) shared_->forget();
   return std::exchange(shared_->known, std::nullopt);
 }

@@ -14,32 +14,38 @@ namespace vesko {
 
 class LocalConnection;
 
-/// Asks the host that runs on this machine for what it knows. Used on one thread.
+/// The client side of the control channel: asks a host of the same user on this machine for the peers it knows. Used on
+/// one thread.
+///
+///     if (auto client = ControlClient::connect(port)) {
+///       if (const auto known = client->watch(sink, onEnd)) use(known->peers);   // the whole table, then events
+///     }
 class ControlClient {
  public:
-  /// A host answers at once; one that does not within this time is taken for none.
+  /// How long an answer may take. A host that does not answer in time is treated as absent.
   static constexpr std::chrono::seconds patience{2};
 
-  /// Connects to the user's host on service port `port`. None when there is none.
+  /// Connects to the user's host on the service port `port`; none when no host listens there. Does not check that it
+  /// answers: `watch` does.
   [[nodiscard]] static std::unique_ptr<ControlClient> connect(std::uint16_t port);
 
-  /// The service ports of all hosts of the user's that answer, in ascending order.
+  /// The service ports of all hosts of the user that accept a connection, in ascending order.
   [[nodiscard]] static std::vector<std::uint16_t> runningPorts();
 
   ~ControlClient();
   ControlClient(const ControlClient&) = delete;
   ControlClient& operator=(const ControlClient&) = delete;
 
-  /// The peers that the host knows, waited for; none when the host goes away or does not answer. All later peer events
-  /// go to `sink`, from before the return on and on any thread, until this client is destroyed; `onEnd` is called when
-  /// the host has gone after its answer. Neither may use this client. Once.
+  /// Waits for the host's table of peers; none when the host does not answer in time or closes the connection. All
+  /// later peer events go to `sink`, on any thread, possibly before this call returns, until this client is destroyed.
+  /// `onEnd` is called when the connection ends after the answer. Neither may use this client. Call it once.
   [[nodiscard]] std::optional<ControlPeers> watch(std::shared_ptr<EventSink> sink, std::function<void()> onEnd);
 
-  /// The picture of a machine as `VeskoPeer::avatar` has it, waited for; none when the host does not answer. Requires:
-  /// `watch` returned peers.
+  /// Waits for the picture of a machine, in the form of `VeskoPeer::avatar`; none when the host does not answer in
+  /// time. Requires: `watch` has returned peers.
   [[nodiscard]] std::optional<std::string> avatarOf(const std::string& key);
 
-  /// Has the host say hello to all; the answers are seen by `watch`.
+  /// Makes the host broadcast a hello. Does not wait; the sink of `watch` gets the answers.
   void announce();
 
  private:

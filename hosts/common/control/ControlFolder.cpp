@@ -7,8 +7,8 @@
 namespace vesko {
 namespace {
 
-/// The absolute path that the environment names; empty when it names none. A relative one would lead each program
-/// somewhere else.
+/// The value of an environment variable if it is an absolute path; else empty. A relative path would be a different
+/// folder for each program.
 std::string folderInEnvironment(const char* name) {
   const char* const value = std::getenv(name);
   return value != nullptr && *value == '/' ? value : "";

@@ -5,11 +5,11 @@
 
 namespace vesko {
 
-/// Where the running hosts of one user listen for the user's other programs: `$XDG_RUNTIME_DIR/vesko` or, where that is
-/// not set, a folder of the user's own below the folder for temporary files (`$TMPDIR`, else /tmp).
+/// The folder with the control sockets of the user's hosts: `$XDG_RUNTIME_DIR/vesko` or, where that is not set,
+/// `vesko-UID` in `$TMPDIR` or /tmp. Variables that hold no absolute path count as not set. Any thread.
 [[nodiscard]] std::string controlFolder();
 
-/// The socket of the host that runs on the service port `port`.
+/// The path of the control socket of the host on the service port `port`. Any thread.
 [[nodiscard]] std::string controlPath(std::uint16_t port);
 
 }  // namespace vesko

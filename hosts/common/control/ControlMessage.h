@@ -10,50 +10,56 @@
 
 #include "hosts/common/events/Events.h"
 
-// What programs of one user say to a host that runs, and its answers: JSON, one object a line, each with the field
-// "version". Pure functions; any thread.
+// The messages of the control channel: requests of the user's programs to a running host, and its answers. Each is one
+// JSON object on one line, with the field "version" (except the peer events). Pure functions; any thread.
+//
+//     client   {"request":"watch","version":1}
+//     host     {"event":"peers","version":1,"heardFor":12.5,"peers":[...]}
+//     host     {"event":"peerAppeared",...}          as `jsonLine` writes it
 namespace vesko {
 
-/// Within one version, requests and fields are added, never renamed or removed.
+/// The version of the protocol. Within a version, requests and fields may be added, but none is renamed or removed.
 constexpr int controlVersion = 1;
 
-/// Bytes; requests are short.
+/// Longest request in bytes. The host closes a connection that sends a longer line.
 constexpr std::size_t controlRequestLimit = 4096;
 
+/// A request to a host.
 struct ControlRequest {
   enum class Kind : std::uint8_t {
-    peers,     ///< the peer table: answered by one line
-    watch,     ///< the same, and then a line for each peer event, as `jsonLine` writes them
-    announce,  ///< say hello to all; answered by one line
-    avatar,    ///< the picture of one machine; answered by one line
+    peers,     ///< get the peer table; one line as answer
+    watch,     ///< the same, followed by a line for each peer event, as `jsonLine` writes it
+    announce,  ///< broadcast a hello; one line as answer
+    avatar,    ///< get the picture of one machine; one line as answer
   };
 
   Kind kind = Kind::peers;
-  std::string key = {};  ///< of the machine whose picture it is; else empty
+  std::string key = {};  ///< of the machine, for `avatar`; else empty
 
   friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
 };
 
+/// `request` on one line, without a line feed.
 [[nodiscard]] std::string controlLine(const ControlRequest& request);
 
-/// None when `line` is no request of our version.
+/// Parses a request; none when `line` is not a request of this version.
 [[nodiscard]] std::optional<ControlRequest> parseControlRequest(std::string_view line);
 
-/// What a host knows of others.
+/// The peers a host knows.
 struct ControlPeers {
   std::vector<PeerView> peers;
-  std::chrono::duration<double> heardFor{};  ///< as `ControlActions` has it; none where the host does not say
+  std::chrono::duration<double> heardFor{};  ///< see `ControlActions`; 0 when the host does not send it
 
   friend bool operator==(const ControlPeers&, const ControlPeers&) = default;
 };
 
-/// The answer to `peers` and `watch`: "event" is "peers", and "peers" holds them.
+/// The answer to `peers` and `watch`: "event" is "peers", the array "peers" holds the peers.
 [[nodiscard]] std::string controlPeersLine(const ControlPeers& known);
 
-/// None when `line` is not that.
+/// Parses that answer; none for any other line.
 [[nodiscard]] std::optional<ControlPeers> parseControlPeers(std::string_view line);
 
-/// A picture, as `VeskoPeer::avatar` has it.
+/// The picture of a machine, in the form of `VeskoPeer::avatar`.
 struct ControlAvatar {
   std::string key;
   std::string avatar;
@@ -61,16 +67,16 @@ struct ControlAvatar {
   friend bool operator==(const ControlAvatar&, const ControlAvatar&) = default;
 };
 
-/// The answer to `avatar`: "event" is "avatar", "key" the machine's, "avatar" the picture.
+/// The answer to `avatar`: "event" is "avatar", "key" names the machine, "avatar" holds the picture.
 [[nodiscard]] std::string controlAvatarLine(const ControlAvatar& avatar);
 
-/// None when `line` is not that.
+/// Parses that answer; none for any other line.
 [[nodiscard]] std::optional<ControlAvatar> parseControlAvatar(std::string_view line);
 
 /// The answer to `announce`: "event" is "announced".
 [[nodiscard]] std::string controlAnnouncedLine();
 
-/// The answer to anything else: "event" is "error", and "message" says what is wrong.
+/// The answer to an invalid request: "event" is "error", "message" says what is wrong.
 [[nodiscard]] std::string controlErrorLine(std::string_view message);
 
 }  // namespace vesko

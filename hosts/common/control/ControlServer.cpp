@@ -25,7 +25,7 @@ bool isOfPeer(const Event& event) {
 
 }  // namespace
 
-/// One program that asks. On the server's queue, but for `publish`.
+/// One connected program. Used on the server's queue, except `publish`.
 class ControlServer::Client final : public EventSink, public std::enable_shared_from_this<Client> {
  public:
   Client(std::weak_ptr<ControlServer> server, std::shared_ptr<LocalConnection> connection)
@@ -42,6 +42,7 @@ class ControlServer::Client final : public EventSink, public std::enable_shared_
         });
   }
 
+  /// Sends an error line and closes the connection once it is sent.
   void turnAway(std::string_view message) {
     connection_->send(controlErrorLine(message));
     connection_->closeAfterSending();
@@ -57,7 +58,7 @@ class ControlServer::Client final : public EventSink, public std::enable_shared_
     if (!server) return;
     const auto request = parseControlRequest(line);
     if (!request) return refuse("not a request of version " + std::to_string(controlVersion));
-    // Asked before the table is looked at, which then holds at least what was heard until now.
+    // `heardFor` is read before the table, so that the table holds at least the answers of that time.
     const auto sendPeers = [this, heardFor = server->actions_.heardFor()](const SessionState& state) {
       connection_->send(peersLineOf(state, heardFor));
     };
@@ -70,6 +71,7 @@ class ControlServer::Client final : public EventSink, public std::enable_shared_
       case ControlRequest::Kind::peers:
         return server->hub_->inspect(sendPeers);
       case ControlRequest::Kind::watch:
+        // A second subscription would send each event twice.
         if (std::exchange(isWatching_, true)) return refuse("watching already");
         return server->hub_->subscribe(weak_from_this(), sendPeers);
     }

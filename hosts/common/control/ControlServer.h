@@ -17,18 +17,21 @@ class DispatchQueue;
 class LocalConnection;
 class LocalListener;
 
-/// What a host does for those who ask. Called on a thread of the pool while the server lives; a call under way keeps
-/// the server alive.
+/// What a host does on request. The functions are called on the server's queue; a running call keeps the server alive.
 struct ControlActions {
-  std::function<void()> announce;                               ///< says hello to all
-  std::function<std::string(const std::string& key)> avatarOf;  ///< a machine's picture as `VeskoPeer::avatar` has it
-  std::function<std::chrono::duration<double>()> heardFor;      ///< how long others have had for their answers
+  std::function<void()> announce;                               ///< broadcasts a hello
+  std::function<std::string(const std::string& key)> avatarOf;  ///< picture of a machine, as `VeskoPeer::avatar`
+  std::function<std::chrono::duration<double>()> heardFor;      ///< time that others have had to answer
 };
 
-/// Answers the user's other programs for a host that runs: who is there, and what changes. Any thread.
+/// The host side of the control channel: answers the user's other programs, so that `vesko send` and `vesko peers` need
+/// not announce this machine a second time. Any thread.
+///
+/// `watch` first sends the whole peer table and then each change. The hub gives both under one lock, so a client that
+/// applies the changes to the table always has the same peers as the host.
 class ControlServer : public std::enable_shared_from_this<ControlServer> {
  public:
-  /// Programs served at once; more are turned away.
+  /// Most connections at once. Further ones get an error line and are closed.
   static constexpr std::size_t maximumConnections = 64;
 
   ControlServer(std::shared_ptr<EventHub> hub, ControlActions actions);
@@ -36,14 +39,14 @@ class ControlServer : public std::enable_shared_from_this<ControlServer> {
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
-  /// Listens for the host on service port `port`. `error` says why it cannot: `std::errc::address_in_use` when another
-  /// host of the user's listens there. Once.
+  /// Listens at `controlPath(port)`. Sets `error` when that fails: `std::errc::address_in_use` when another host of the
+  /// user listens there, otherwise see `LocalListener::listen`. Call it once.
   void listen(std::uint16_t port, std::error_code& error);
 
  private:
   class Client;
 
-  // Both on the queue.
+  // Called on the queue.
   void accept(std::shared_ptr<LocalConnection> connection);
   void remove(const Client& client);
 
@@ -51,7 +54,7 @@ class ControlServer : public std::enable_shared_from_this<ControlServer> {
   const ControlActions actions_;
   const std::shared_ptr<DispatchQueue> queue_;
   std::unique_ptr<LocalListener> listener_;
-  std::vector<std::shared_ptr<Client>> clients_;  // used on the queue
+  std::vector<std::shared_ptr<Client>> clients_;  // used only on the queue
 };
 
 }  // namespace vesko

@@ -11,6 +11,7 @@ namespace {
 
 using Level = Finding::Level;
 
+/// Containers and tunnels have networks of their own; other machines of the local network are not in them.
 bool leadsToMachines(InterfaceKind kind) { return kind != InterfaceKind::container && kind != InterfaceKind::tunnel; }
 
 const char* nameOf(InterfaceKind kind) {
@@ -18,15 +19,16 @@ const char* nameOf(InterfaceKind kind) {
   return names.at(static_cast<std::size_t>(kind));
 }
 
-/// What follows a colon is the label of one address of the interface.
+/// The name without the label of a further address, which follows a colon ("eth0:1").
 std::string deviceOf(const InterfaceAddress& interface) { return interface.name.substr(0, interface.name.find(':')); }
 
 NetInfo infoOf(const InterfaceAddress& interface) { return {interface.address, interface.netmask}; }
 
+/// Networks of one or two addresses have no broadcast address.
 bool hasBroadcast(const InterfaceAddress& interface) { return infoOf(interface).cidr() < 31; }
 
 std::string remarkOn(InterfaceKind kind, bool isReached) {
-  const std::string reach = isReached ? ": hellos go there too" : "";
+  const std::string reach = isReached ? ": hellos are sent there too" : "";
   if (kind == InterfaceKind::bridge) return " (bridge)";
   if (kind == InterfaceKind::container) return " (containers)" + reach;
   return kind == InterfaceKind::tunnel ? " (tunnel)" + reach : "";
@@ -36,7 +38,7 @@ Finding findingAboutUnusable(const InterfaceAddress& interface) {
   const char* state = !interface.isUp ? "is switched off" : !interface.isRunning ? "has no link" : "has no netmask";
   return {Level::note,
           "interface",
-          interface.name + "  " + interface.address + "  " + state + ": no hello goes there",
+          interface.name + "  " + interface.address + "  " + state + ": no hellos are sent there",
           "",
           {}};
 }
@@ -52,7 +54,7 @@ Finding findingAboutInterface(const InterfaceAddress& interface, InterfaceKind k
     finding.text += hasNobodyElse ? "  no broadcast, a link to one machine" : "  broadcast " + info.broadcast();
     finding.text += remarkOn(kind, !hasNobodyElse);
     finding.level = hasNobodyElse || !leadsToMachines(kind) ? Level::note : Level::good;
-    if (hasNobodyElse) finding.advice = "name the machine behind it by its address";
+    if (hasNobodyElse) finding.advice = "send to the other machine by its address: --to ADDRESS";
     finding.fields = {{"broadcast", hasNobodyElse ? "" : info.broadcast()}, {"prefix", std::int64_t{info.cidr()}}};
   }
   finding.topic = "interface";
@@ -61,7 +63,7 @@ Finding findingAboutInterface(const InterfaceAddress& interface, InterfaceKind k
   return finding;
 }
 
-/// The interfaces in one network with an earlier one.
+/// A note for each interface that is in the same network as an earlier one.
 std::vector<Finding> findingsAboutSharedNetworks(const std::vector<InterfaceAddress>& usable) {
   std::vector<Finding> findings;
   for (auto later = usable.begin(); later != usable.end(); ++later) {
@@ -136,13 +138,13 @@ std::vector<Finding> findingsAboutInterfaces(const std::vector<InterfaceAddress>
   if (usable.empty()) {
     findings.push_back({Level::problem,
                         "interface",
-                        "this machine is in no network",
+                        "this machine is not connected to a network",
                         "plug in a cable or join a wireless network",
                         {}});
   } else if (!leadsSomewhere) {
     findings.push_back({Level::warning,
                         "interface",
-                        "no interface leads to a local network of machines",
+                        "no interface is connected to a local network",
                         "plug in a cable or join a wireless network",
                         {}});
   }
@@ -161,6 +163,7 @@ Finding findingAboutPort(const ServicePort& port, const std::vector<PortHolder>&
   finding.fields = {{"protocol", port.protocol == PortProtocol::udp ? "udp" : "tcp"},
                     {"port", std::int64_t{port.number}}};
   if (holders.empty()) return finding;
+  // A host of this user may hold the ports: the other commands ask it for its peers. Any other program is in the way.
   const auto isHost = [](const PortHolder& holder) { return holder.isOurs && holder.processName.starts_with("vesko"); };
   const auto stranger = std::ranges::find_if_not(holders, isHost);
   const PortHolder& named = stranger == holders.end() ? holders.front() : *stranger;
@@ -180,7 +183,7 @@ std::vector<Finding> findingsAboutHello(const HelloCheck& check) {
     return {{Level::problem,
              "hello",
              "no hello could be sent: " + check.obstacle,
-             "see to the interfaces and ports above first",
+             "fix the interfaces and ports above first",
              {{"sent", false}}}};
   }
   std::vector<Finding> findings;
@@ -197,9 +200,9 @@ std::vector<Finding> findingsAboutHello(const HelloCheck& check) {
   if (!findings.empty()) return findings;
   return {{Level::warning,
            "hello",
-           "nobody answered within 2 seconds",
-           "see that vesko runs on the other machine, in the same network and with the same --port, that its firewall "
-           "lets it in, and that the access point does not keep its guests apart",
+           "no machine answered within 2 seconds",
+           "check that `vesko receive` runs on the other machine, that both use the same network and the same --port, "
+           "that its firewall allows vesko, and that the access point does not isolate its clients",
            {{"sent", true}}}};
 }
 

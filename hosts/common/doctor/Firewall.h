@@ -8,19 +8,20 @@
 
 namespace vesko {
 
-/// The firewalls of this machine, as far as any of its users sees them: rules are for root alone to read.
+/// The firewalls of this machine, as far as ordinary users can see them. Only root can read the rules.
 struct Firewalls {
-  bool hasUfw = false;        ///< switched on
+  bool hasUfw = false;        ///< enabled
   bool hasFirewalld = false;  ///< running
-  bool hasNftables = false;   ///< loaded into the kernel, by one of the above or for rules of the machine's own
-  bool hasIptables = false;   ///< the same of the rules before nftables
+  bool hasNftables = false;   ///< loaded into the kernel, by one of the above or for other rules
+  bool hasIptables = false;   ///< the same for the older iptables
 };
 
-/// Reads the system's files below `root`. Any thread.
+/// Reads the files of the system below `root`; tests pass another folder. Any thread.
 [[nodiscard]] Firewalls firewallsOf(const std::filesystem::path& root = "/");
 
-/// Which firewalls may keep other machines from the service on port `port`, and what lets them in. `hearsOthers`: they
-/// were heard on its UDP port, the one thing that can be tried without them. Pure; any thread.
+/// Which firewalls may block the service on port `port`, and the commands that allow it. `hearsOthers`: other machines
+/// were heard on the UDP port. That is all a check on this machine alone can prove: it needs a connection from another
+/// machine to see whether the TCP ports are open. Pure; any thread.
 [[nodiscard]] std::vector<Finding> findingsAboutFirewalls(const Firewalls& firewalls, std::uint16_t port,
                                                           bool hearsOthers);
 

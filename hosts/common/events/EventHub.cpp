@@ -4,7 +4,8 @@
 
 namespace vesko {
 
-// Whoever is reached may have lost all other owners meanwhile, and its end may use the hub: that comes after the lock.
+// A subscriber may lose its last other owner while it is called. Its destructor may use the hub, so the reference taken
+// here is released only after the lock: `reached` is declared before `lock`.
 
 void EventHub::publish(Event event) {
   Subscribers reached;

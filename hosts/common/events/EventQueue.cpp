@@ -5,7 +5,7 @@
 namespace vesko {
 namespace {
 
-/// The machine an event is about; none for those of transfers and of the service.
+/// The machine an event is about; none for events of transfers and of the service.
 const PeerView* peerIn(const Event& event) noexcept {
   return std::visit(
       [](const auto& any) -> const PeerView* {
@@ -98,6 +98,7 @@ void EventQueue::append(Event event) {
 
 bool EventQueue::replacedProgress(Event& event) {
   if (!std::holds_alternative<ProgressEvent>(event)) return false;
+  // Only if it is the newest event of its transfer: no event may overtake another one of the same transfer.
   const auto last = lastOfTransfers_.find(*transferOf(event));
   if (last == lastOfTransfers_.end() || !std::holds_alternative<ProgressEvent>(*last->second)) return false;
   *last->second = std::move(event);
@@ -109,6 +110,8 @@ bool EventQueue::mergedIntoPeer(Event& event) {
   if (peer == nullptr || events_.size() < farBehind) return false;
   const auto found = lastOfPeers_.find(peer->key);
   if (found == lastOfPeers_.end() || std::holds_alternative<PeerDisappearedEvent>(*found->second)) return false;
+  // What the reader gets in the end must be consistent: "appeared" stays "appeared" with the newest data, "appeared"
+  // and "disappeared" cancel each other, and nothing is merged into "disappeared".
   const auto last = found->second;
   auto* const appeared = std::get_if<PeerAppearedEvent>(&*last);
   if (appeared == nullptr) {

@@ -16,42 +16,50 @@
 
 namespace vesko {
 
-/// Hands the events of a session to the program's main thread, so that no transfer waits for a terminal.
+/// Passes the events of a session to the main thread of the program.
 ///
-/// Of progress not yet taken only the newest of each transfer is kept; and once `farBehind` events wait, so it is with
-/// what machines say: anybody can send that faster than any program tells of it. Any thread.
+/// All events pass one queue for two reasons. `publish` never blocks, so no transfer waits for a slow terminal or pipe.
+/// And the main thread sees one order, so reporters and states need no locks.
+///
+/// Only the newest progress of each transfer is kept. Once `farBehind` events wait, only the newest event of each peer
+/// is kept: any machine can send hellos faster than a program prints them. Any thread.
+///
+///     while (const auto event = events.next()) report(*event);   // ends after `interrupt`
+///     while (const auto event = events.nextWaiting()) report(*event);
 class EventQueue : public EventSink {
  public:
-  /// So many events wait only where they come faster than they are told.
+  /// Waiting events from which on peer events are merged. A program that keeps up never has so many.
   static constexpr std::size_t farBehind = 1000;
 
-  /// Of what transfers tell nothing may be lost, so there are no new ones while this much waits: the second limit is
-  /// two of the longest texts, bytes.
+  /// Events of transfers are never dropped. Instead no new transfer is accepted (`isOverwhelmed`) while this many
+  /// events, or texts of this many bytes (two of the longest ones), wait.
   static constexpr std::size_t maximumWaiting = 100'000;
   static constexpr std::size_t maximumText = 2 * VeskoText::maximumLength;
 
-  /// Takes every event or, with `isWanted`, those that it is true of: nobody is woken for others. It is called on any
-  /// thread.
+  /// Takes all events or, with `isWanted`, only those for which it returns true; the others wake nobody. `isWanted` is
+  /// called on any thread.
   explicit EventQueue(std::function<bool(const Event&)> isWanted = {}) : isWanted_(std::move(isWanted)) {}
 
   void publish(Event event) override;
   [[nodiscard]] bool isOverwhelmed() const override;
 
-  /// Notes that the user wants an end, and wakes whoever waits.
+  /// The user wants to stop: wakes the waiting thread.
   void interrupt();
 
-  /// Notes that whatever publishes has come to an end, and wakes whoever waits.
+  /// No more events will be published: wakes the waiting thread.
   void finish();
 
-  /// The oldest event, waited for; none, and at once, when the user wants an end that nobody has been told of yet.
+  /// Waits for the oldest event. After `interrupt` one call returns none at once; later calls wait for events again, so
+  /// that the caller can follow cancelled transfers to their ends.
   [[nodiscard]] std::optional<Event> next() { return next(std::nullopt); }
 
-  /// The same, waited for until `deadline` at most; none also when there is none left after `finish`.
+  /// The same, but waits no longer than `deadline`. None also when the queue is empty after `finish`.
   [[nodiscard]] std::optional<Event> next(std::optional<std::chrono::steady_clock::time_point> deadline);
 
+  /// True after `interrupt`.
   [[nodiscard]] bool isInterrupted() const;
 
-  /// The oldest event; none when there is none.
+  /// The oldest event; none when no event waits. Never blocks.
   [[nodiscard]] std::optional<Event> nextWaiting();
 
  private:
@@ -67,11 +75,11 @@ class EventQueue : public EventSink {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   Waiting events_;
-  std::size_t textBytes_ = 0;  // of the texts among them
-  std::map<TransferId, Waiting::iterator> lastOfTransfers_;
-  std::map<std::string, Waiting::iterator> lastOfPeers_;
+  std::size_t textBytes_ = 0;                                // of the texts in `events_`
+  std::map<TransferId, Waiting::iterator> lastOfTransfers_;  // the newest waiting event of each
+  std::map<std::string, Waiting::iterator> lastOfPeers_;     // likewise, by key
   bool isInterrupted_ = false;
-  bool isInterruptionTold_ = false;
+  bool isInterruptionTold_ = false;  // `next` has returned none for it
   bool isFinished_ = false;
 };
 

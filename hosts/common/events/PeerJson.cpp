@@ -17,7 +17,7 @@ using std::chrono::system_clock;
 constexpr std::string_view timePattern = "0000-00-00T00:00:00Z";
 
 std::string textOf(system_clock::time_point time) {
-  // A day begins outside of what the clock can count where the clock's own count does within it.
+  // Seconds first: the start of the earliest day is before the earliest time that the clock can represent.
   const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
   const auto day = std::chrono::floor<std::chrono::days>(seconds);
   const std::chrono::year_month_day date(day);
@@ -56,7 +56,7 @@ std::optional<system_clock::time_point> timeOf(std::string_view text) {
   const chrono::seconds second(numberAt(text, 17, 2));
   if (!date.ok() || hour.count() > 23 || minute.count() > 59 || second.count() > 59) return std::nullopt;
   const chrono::sys_seconds time = chrono::sys_days(date) + hour + minute + second;
-  // Four digits reach further than the clock's own count.
+  // A year of four digits may be beyond the range of the clock.
   const bool isInRange = time >= chrono::ceil<chrono::seconds>(system_clock::time_point::min()) &&
                          time <= chrono::floor<chrono::seconds>(system_clock::time_point::max());
   return isInRange ? std::optional<system_clock::time_point>(time) : std::nullopt;
@@ -104,6 +104,7 @@ std::optional<PeerView> peerIn(const Json& object) {
   const auto avatar = textIn(object, "avatar");
   const auto since = timeOf(textIn(object, "since").value_or(""));
   if (!key || !ip || !port || !systemSignature || !avatar || !since) return std::nullopt;
+  // A valid address without a port.
   if (parsePeerAddress(*ip, 0) != PeerAddress{*ip, 0}) return std::nullopt;
   return PeerView{*key, *ip, *port, *systemSignature, *avatar, *since};
 }

@@ -9,7 +9,7 @@ void refresh(PeerView& view, const VeskoPeer& peer) {
   view.ip = peer.ip();
   view.port = peer.port();
   view.systemSignature = peer.systemSignature();
-  // The picture itself is for who asks for it.
+  // Only the state: a picture of megabytes does not belong in every event. `Session::avatarOf` returns it.
   view.avatar = peer.avatarState();
 }
 
@@ -26,7 +26,7 @@ void PeerObserver::peerDidAppear(const std::string& key, const std::shared_ptr<V
 
 void PeerObserver::peerDidUpdate(const std::string& key, const std::shared_ptr<VeskoPeer>& peer) {
   const std::scoped_lock lock(mutex_);
-  // A picture may arrive while its user leaves.
+  // A picture may arrive after the goodbye of its machine, because it is reported on another thread.
   const auto known = known_.find(key);
   if (known == known_.end()) return;
   refresh(known->second, *peer);

@@ -10,8 +10,8 @@
 
 namespace vesko {
 
-/// Makes the events of a session out of what the service reports of other machines. Any thread: pictures are reported
-/// on another one than hellos are.
+/// Turns the service's reports on other machines into events. Any thread: hellos are reported on the queue "broadcast",
+/// pictures on the main queue.
 class PeerObserver final : public VeskoPeerDiscoveryDelegate {
  public:
   explicit PeerObserver(std::shared_ptr<EventSink> sink) : sink_(std::move(sink)) {}
@@ -22,7 +22,7 @@ class PeerObserver final : public VeskoPeerDiscoveryDelegate {
 
  private:
   const std::shared_ptr<EventSink> sink_;
-  std::mutex mutex_;  // held while publishing too, so that events come in the order of what they tell
+  std::mutex mutex_;  // also held while publishing, so that events keep the order of the reports
   std::map<std::string, PeerView> known_;
 };
 

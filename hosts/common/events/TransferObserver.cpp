@@ -6,6 +6,7 @@
 namespace vesko {
 namespace {
 
+/// Holds the transfer weakly: a transfer owns its observer.
 template <class Transfer>
 std::function<void()> cancellerOf(Transfer& transfer) {
   return [weak = transfer.weak_from_this()] {
@@ -13,6 +14,7 @@ std::function<void()> cancellerOf(Transfer& transfer) {
   };
 }
 
+/// Empty for a text: its name is a fixed mark of the protocol.
 std::string nameOfElement(const VeskoItems& items, std::uint64_t index) {
   if (items.empty()) return {};
   const VeskoItem& item = *items[std::min<std::size_t>(index, items.size() - 1)];
@@ -58,6 +60,7 @@ void TransferObserver::cancelAll() {
     incomingLeft_ = 0;
     for (const auto& [transfer, running] : running_) cancellers.push_back(running.cancel);
   }
+  // Without the lock: the reference that `cancel` takes may be the last one to a transfer and so destroy it.
   for (const auto& cancel : cancellers) cancel();
 }
 
@@ -96,6 +99,7 @@ void TransferObserver::incomingTransferDidStart(VeskoIncomingTransfer& transfer)
     const TransferId id = ++lastId_;
     running_[&transfer] = {id, true, cancellerOf(transfer), nullptr, clock_->monotonicNow()};
     sink_->publish(TransferStartedEvent{id, TransferDirection::in, transfer.remoteAddress(), {}});
+    // A transfer beyond the limit is published and cancelled too: each connection has its events.
     isWelcome = incomingLeft_ != 0;
     if (isWelcome) --incomingLeft_;
   }
@@ -153,7 +157,7 @@ void TransferObserver::tellHeldNowAndThen(const void* transfer) {
   const TimePoint now = clock_->monotonicNow();
   const TimePoint due = running.lastProgress ? *running.lastProgress + progressInterval : now;
   if (due <= now) return publishHeld(running);
-  // Nothing else may come for long.
+  // The next report may be far away, so an alarm publishes this one when it is due.
   if (!running.alarm) running.alarm = alarmFor(transfer, due);
 }
 
@@ -163,7 +167,7 @@ std::unique_ptr<Alarm> TransferObserver::alarmFor(const void* transfer, TimePoin
     if (!self) return;
     const std::scoped_lock lock(self->mutex_);
     const auto found = self->running_.find(transfer);
-    // It may be too late: what was held has been told, and the next is held by now.
+    // The alarm may come too late: its report has been published with another event, and a newer one is held.
     const bool isStillDue = found != self->running_.end() && found->second.lastProgress < due;
     if (isStillDue) self->publishHeld(found->second);
   });

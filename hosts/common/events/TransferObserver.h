@@ -18,32 +18,35 @@
 
 namespace vesko {
 
-/// Makes the events of a session out of what its transfers report, on their queues. Any thread.
+/// Turns the reports of the transfers into events, on the queues of the transfers. Any thread.
 ///
-/// Progress is published at once, but at most ten times a second for each transfer; the newest report is held back
-/// until then, and never lost: it comes before any other event of its transfer.
+/// Progress is published at once, but at most ten times a second for each transfer. A report that comes too early is
+/// held back until its time, or until the next event of its transfer, and is published before that. A newer report
+/// replaces it.
 class TransferObserver : public std::enable_shared_from_this<TransferObserver>,
                          public VeskoTransferDelegate,
                          public VeskoIncomingTransferDelegate,
                          public VeskoTransferOutcomeDelegate {
  public:
+  /// Shortest time between two ProgressEvents of a transfer.
   static constexpr std::chrono::milliseconds progressInterval{100};
 
   TransferObserver(std::shared_ptr<EventSink> sink, std::weak_ptr<VeskoServer> server, std::shared_ptr<Clock> clock,
                    std::uint64_t incomingLimit);
 
+  /// A new id, for an outgoing transfer.
   [[nodiscard]] TransferId nextId();
 
-  /// The number of an incoming transfer that is running.
+  /// The id of an incoming transfer. Requires: it has started and not ended.
   [[nodiscard]] TransferId idOf(const VeskoIncomingTransfer& transfer);
 
-  /// Publishes the start of an outgoing transfer; to be called before its start.
+  /// Publishes the start of an outgoing transfer. Call it before the transfer is started.
   void noteStarted(TransferId id, std::string name, VeskoTransfer& transfer);
 
-  /// Publishes what is left out of a transfer.
+  /// Publishes a SkippedEvent for each entry of `leftOut`.
   void noteLeftOut(TransferId id, TransferDirection direction, const std::vector<VeskoSkippedElement>& leftOut);
 
-  /// Breaks off the running transfers and each one that is accepted from now on.
+  /// Cancels the running transfers, and each one accepted from now on.
   void cancelAll();
 
   void transferDidConnect(VeskoTransfer& transfer) override;
@@ -67,15 +70,15 @@ class TransferObserver : public std::enable_shared_from_this<TransferObserver>,
     TransferId id = 0;
     bool isConnected = true;
     std::function<void()> cancel;
-    const VeskoItems* items = nullptr;  // an outgoing transfer's, which outlives its record
+    const VeskoItems* items = nullptr;  // of an outgoing transfer; valid until its end, which removes this record
     TimePoint start;
     std::optional<TimePoint> lastProgress = std::nullopt;
-    ProgressEvent held = {};  // kept, so that its name is copied to the same place again and again
-    bool isHeldUntold = false;
-    std::unique_ptr<Alarm> alarm = nullptr;  // for what is held; none while nothing is
+    ProgressEvent held = {};    // the newest progress; reused, so that its name needs no new memory for each report
+    bool isHeldUntold = false;  // `held` has not been published
+    std::unique_ptr<Alarm> alarm = nullptr;  // publishes `held` when it is due
   };
 
-  // All of these: with the lock held.
+  // These require that the lock is held.
   void tellHeldNowAndThen(const void* transfer);
   void publishHeld(Running& running);
   [[nodiscard]] std::unique_ptr<Alarm> alarmFor(const void* transfer, TimePoint due);
@@ -83,6 +86,7 @@ class TransferObserver : public std::enable_shared_from_this<TransferObserver>,
                   std::uint64_t bytes);
   [[nodiscard]] FailedEvent failureOf(const Running& running, const VeskoTransferOutcome& outcome) const;
 
+  /// Releases the ended transfers of the service. Requires: the lock is not held, because this destroys transfers.
   void prune();
 
   const std::shared_ptr<EventSink> sink_;
@@ -91,7 +95,7 @@ class TransferObserver : public std::enable_shared_from_this<TransferObserver>,
 
   std::mutex mutex_;
   TransferId lastId_ = 0;
-  std::uint64_t incomingLeft_;  // how many more transfers are let in
+  std::uint64_t incomingLeft_;  // how many more incoming transfers are accepted
   std::unordered_map<const void*, Running> running_;
 };
 

@@ -19,32 +19,43 @@ namespace vesko {
 
 class DispatchQueue;
 
-/// Whom a session lets in, and whether it asks.
+/// Which senders a session accepts, and whether the user is asked about each transfer.
 struct AdmissionRules {
-  std::vector<IPv4Range> allowed;  ///< addresses and networks; none: everybody
-  bool asks = false;               ///< about each transfer, before anything of it is stored
+  std::vector<IPv4Range> allowed;  ///< addresses and networks; empty: every sender
+  bool asks = false;               ///< ask about each transfer before anything of it is stored
 };
 
-/// Keeps to the rules of a session, and makes its questions. Used on the queue of the incoming transfers, but for
-/// `answer`.
+/// Applies the admission rules of a session: rejects connections and asks the user about transfers. Used on the queue
+/// of the incoming transfers, except `answer`.
+///
+/// A transfer that waits for an answer issues no read. Its sender fills the socket buffers and then waits in TCP; other
+/// transfers continue. The order of the calls for one transfer:
+///
+///     admitsConnectionFrom(address)             true: the library makes the transfer
+///     incomingTransferAwaitsDecision(transfer)  publishes a QuestionEvent with the id of the transfer
+///     answer(id, accepted)                      from any thread; publishes an AnswerEvent, then the transfer goes on
+///     or
+///                                               ends
 class Admission final : public VeskoIncomingTransferGuard, public std::enable_shared_from_this<Admission> {
  public:
-  /// A person has this long to answer; then the answer is no. A sender that cannot go on waits about as long.
+  /// Time to answer a question; after that the answer is no. It is shorter than the 90 seconds after which our own
+  /// sender gives up.
   static constexpr std::chrono::seconds timeToAnswer{60};
 
-  /// Questions open at once; beyond, the answer is no, so that nobody buries the one that matters.
+  /// Most open questions. Further transfers are refused without a question, so that a flood of them cannot hide the
+  /// one the user waits for.
   static constexpr std::size_t maximumQuestions = 16;
 
-  /// Strangers that the user is told of, each once.
+  /// Most rejected addresses that are remembered. Each is reported once; further ones are rejected without a report.
   static constexpr std::size_t maximumStrangers = 1'000;
 
-  /// Tells which transfer of the session an incoming one is.
+  /// Returns the session's id of an incoming transfer.
   using Identify = std::function<TransferId(const VeskoIncomingTransfer&)>;
 
   Admission(AdmissionRules rules, std::shared_ptr<EventSink> sink, Identify identify,
             std::shared_ptr<DispatchQueue> queue);
 
-  /// The user's answer. Without effect where the question is no longer open. Any thread.
+  /// Passes on the user's answer. Does nothing when the question is no longer open. Any thread.
   void answer(TransferId id, bool accepted);
 
   [[nodiscard]] bool admitsConnectionFrom(const std::string& address) override;
@@ -64,7 +75,7 @@ class Admission final : public VeskoIncomingTransferGuard, public std::enable_sh
   const Identify identify_;
   const std::shared_ptr<DispatchQueue> queue_;
   std::map<TransferId, Question> questions_;
-  std::set<std::string> strangers_;
+  std::set<std::string> strangers_;  // rejected addresses that were reported
 };
 
 }  // namespace vesko

@@ -11,7 +11,7 @@
 namespace vesko {
 namespace {
 
-/// Which addresses this machine has, in an order of its own: the system's may change by itself.
+/// The addresses of this machine, sorted: the system may list the same ones in another order.
 std::vector<NetworkTools::InterfaceEntry> presentAddresses() {
   auto addresses = NetworkTools::getIFAddresses();
   std::ranges::sort(addresses);
@@ -40,13 +40,15 @@ void Announcer::followInterfaces() {
         if (const auto self = weak.lock()) self->noteChange();
       },
       unwatched);
-  // What changed before the watch began.
+  // A change between the constructor and the start of the watch.
   noteChange();
 }
 
 void Announcer::noteChange() {
   {
     const std::scoped_lock lock(mutex_);
+    // The system also reports changes that leave the addresses as they were, such as a link that goes
+    // down and up again.
     if (addresses_ == std::exchange(addresses_, presentAddresses())) return;
     asked_ = clock_->monotonicNow();
   }

@@ -14,8 +14,12 @@ namespace vesko {
 class InterfaceWatch;
 class VeskoServer;
 
-/// Keeps the other machines told that this one is here: at the start, whenever its addresses change, and when it
-/// leaves. Any thread.
+/// Announces this machine to the others: says hello at the start and after each change of addresses, and goodbye at the
+/// end. Any thread.
+///
+///     announcer->announce();          // after the service has opened its discovery endpoint
+///     announcer->followInterfaces();  // optional
+///     announcer->leave();             // `announce` does nothing from now on
 class Announcer : public std::enable_shared_from_this<Announcer> {
  public:
   Announcer(std::shared_ptr<VeskoServer> server, std::shared_ptr<Clock> clock);
@@ -23,20 +27,23 @@ class Announcer : public std::enable_shared_from_this<Announcer> {
   Announcer(const Announcer&) = delete;
   Announcer& operator=(const Announcer&) = delete;
 
-  /// Says hello to all; does nothing after `leave`.
+  /// Broadcasts a hello. Does nothing after `leave`.
   void announce();
 
-  /// Says hello again whenever the set of interface addresses has changed. Where the system does not tell of that,
-  /// nothing happens.
+  /// Broadcasts a hello after each change of the interface addresses. Does nothing where the system does not report
+  /// such changes. Call it once.
   void followInterfaces();
 
-  /// How long the others have had for their answers: since the first hello, or since the last change of addresses,
-  /// which leads to others. Not more than nothing before.
+  /// Time since the first hello or since the last change of addresses, whichever is later: after a change other
+  /// machines are reachable, and they need time to answer. 0 before the first hello.
   [[nodiscard]] std::chrono::duration<double> heardFor() const;
 
-  /// Says goodbye: to all after `announce`. A start that was given up before it has answered whoever said hello
-  /// meanwhile, so then it is said to them alone: others may know this machine by another host, which stays. The
-  /// service goes on answering until it ends; another call says goodbye to those who were answered since the last.
+  /// Says goodbye. The first call after `announce` broadcasts it.
+  ///
+  /// Without an `announce`, when the start has failed, goodbye goes only to the known peers, which the service has
+  /// answered. A broadcast would also remove this machine from the tables of peers that know it by another program,
+  /// which keeps running. The service answers hellos until it is destroyed, so a second call says goodbye to the peers
+  /// heard since the first.
   void leave();
 
  private:
@@ -46,8 +53,8 @@ class Announcer : public std::enable_shared_from_this<Announcer> {
   const std::shared_ptr<Clock> clock_;
   mutable std::mutex mutex_;
   bool hasAnnounced_ = false;
-  std::optional<std::chrono::system_clock::time_point> left_;  // last
-  std::chrono::steady_clock::time_point asked_;                // when the answers that are being heard were asked for
+  std::optional<std::chrono::system_clock::time_point> left_;  // the last call of `leave`
+  std::chrono::steady_clock::time_point asked_;                // the first hello or the last change of addresses
   std::vector<NetworkTools::InterfaceEntry> addresses_;
   std::unique_ptr<InterfaceWatch> watch_;
 };

@@ -12,6 +12,7 @@ std::optional<IPv4Range> parseNetwork(std::string_view text) noexcept {
   const auto address = parseIPv4(text.substr(0, slash));
   const auto bits = slash == text.size() ? 32 : wholeNumber<std::uint32_t>(text.substr(slash + 1));
   if (!address || !bits || *bits > 32) return std::nullopt;
+  // A shift by all 32 bits would be undefined.
   const std::uint32_t rest = *bits == 32 ? 0 : ~std::uint32_t{0} >> *bits;
   return IPv4Range{*address & ~rest, *address | rest};
 }

@@ -14,7 +14,7 @@ bool consistsOf(std::string_view text, std::string_view characters) noexcept {
   return text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-/// What is wrong with a dotted address; none when nothing is.
+/// What is wrong with a dotted address; none for a valid one.
 std::optional<std::string> complaintAboutDotted(std::string_view text) {
   if (parseIPv4(text)) return std::nullopt;
   if (std::ranges::count(text, '.') != 3) return "an address has four numbers, as in 192.168.1.7";
@@ -23,19 +23,20 @@ std::optional<std::string> complaintAboutDotted(std::string_view text) {
     text.remove_prefix(octet.size() + 1);
     octet = text.substr(0, text.find('.'));
   }
-  return '"' + std::string(octet) + "\" is no number from 0 to 255, without leading zeros";
+  return '"' + std::string(octet) + "\" is not a number from 0 to 255 without leading zeros";
 }
 
 std::optional<std::uint16_t> parsePort(std::string_view text) {
   return text.starts_with('0') ? std::nullopt : wholeNumber<std::uint16_t>(text);
 }
 
-/// Digits and two dots: one alone may be part of a name.
+/// Starts with a digit and has at least two dots: with one dot, as in "22.04", it may be part of a name.
 bool looksDotted(std::string_view text) {
   return consistsOf(text, "0123456789./") && text.find_first_of(digits) == 0 && std::ranges::count(text, '.') >= 2;
 }
 
-/// "::1", "fe80::1%eth0", "[2001:db8::7]:4644" and those with all eight numbers.
+/// Accepts "::1", "fe80::1%eth0", "[2001:db8::7]:4644" and addresses with all eight numbers. It need not be exact: the
+/// result only chooses the error message.
 bool looksLikeIPv6(std::string_view text) {
   if (text.starts_with('[')) text.remove_prefix(1);
   text = text.substr(0, text.find_first_of("]%"));
@@ -67,7 +68,7 @@ std::optional<std::string> complaintAboutAddress(std::string_view text) {
   if (!looksDotted(ip)) return std::nullopt;
   if (auto complaint = complaintAboutDotted(ip)) return complaint;
   if (!hasPort || parsePort(port)) return std::nullopt;
-  return '"' + std::string(port) + "\" is no port from 1 to 65535";
+  return '"' + std::string(port) + "\" is not a port from 1 to 65535";
 }
 
 }  // namespace vesko

@@ -7,19 +7,19 @@
 
 namespace vesko {
 
-/// Where transfers to one machine connect to.
+/// Address and port that transfers to one machine connect to.
 struct PeerAddress {
   std::string ip;  ///< IPv4, dotted decimal
   std::uint16_t port = 0;
   friend bool operator==(const PeerAddress&, const PeerAddress&) = default;
 };
 
-/// The address that `text` writes out, "192.0.2.7" or "192.0.2.7:5000"; none when it is anything else. Octets are
-/// decimal without leading zeros, which some programs would take for octal; a port is 1 to 65535.
+/// Parses "192.0.2.7" or "192.0.2.7:5000"; none for anything else. Octets are decimal without leading zeros, because
+/// some programs read "010" as octal; a port is 1 to 65535. Any thread.
 [[nodiscard]] std::optional<PeerAddress> parsePeerAddress(std::string_view text, std::uint16_t defaultPort);
 
-/// What is wrong with `text` where it is clearly meant as an address; none where nothing is, and where it is something
-/// else: names may hold anything, so that "22.04" is left to be part of one.
+/// What is wrong with `text` when it is clearly meant as an address. None for a valid address and for anything that may
+/// be part of a name, such as "22.04". Any thread.
 [[nodiscard]] std::optional<std::string> complaintAboutAddress(std::string_view text);
 
 }  // namespace vesko

@@ -14,28 +14,30 @@
 namespace vesko {
 namespace {
 
-/// Seconds. On a local network an address that does not answer by then is not there.
+/// Seconds. On a local network a machine answers within milliseconds; after this time it is not there.
 constexpr double connectTimeout = 10;
 
-/// Seconds: longer than the minute that a person over there may take to answer a question.
+/// Seconds. Longer than the 60 seconds that the receiving user has to answer `--ask`.
 constexpr double stallTimeout = 90;
 
-/// The events tell the host what an alert would; the service is to go on and to list the endpoint as failed.
+/// Shows no alert and does not quit: the host hears of a failed endpoint by an event, and the service has to continue
+/// to report all that failed.
 class QuietApplication final : public NSApp {
  public:
   void runModal(const std::string& /*messageText*/) override {}
   void terminate() override {}
 };
 
-/// The first chosen item, and how many were chosen besides.
+/// The first chosen item and the number of the others, "Photos and 2 more".
 std::string nameOfItems(const VeskoItems& items) {
   if (items.empty()) return {};
+  // A chosen item is at the top. What is inside a chosen folder has a slash in its name.
   const auto isChosen = [](const auto& item) { return item->name().find('/') == std::string::npos; };
   const auto others = std::count_if(items.begin(), items.end(), isChosen) - 1;
   return items.front()->name() + (others > 0 ? " and " + std::to_string(others) + " more" : "");
 }
 
-/// The picture, as a data URL, of a machine that has one.
+/// The picture of a machine in the form of `VeskoPeer::avatar`; empty for an unknown machine.
 std::string avatarIn(const VeskoServer& server, const std::string& key) {
   const auto peer = server.peerWithKey(key);
   return peer ? peer->avatar() : std::string();
@@ -66,12 +68,14 @@ Session::Session(std::shared_ptr<EventSink> sink, SessionSettings settings, std:
 
 Session::~Session() {
   leave();
+  // Transfers hold the hub too and may outlive this object for a moment. Closing the hub ends their events.
   server_->setDelegate(nullptr);
   hub_->close();
 }
 
 bool Session::startReceiving() {
-  // Others may be heard as soon as an endpoint is open, which is before this session is ready.
+  // Hellos of others may arrive as soon as the first endpoint is open. Their events are kept back, because "ready" or
+  // the failures must come first.
   hub_->hold();
   server_->startServer();
   if (auto failures = startupFailures(); !failures.empty()) {
@@ -82,6 +86,7 @@ bool Session::startReceiving() {
       hub_, ControlActions{[announcer = announcer_] { announcer->announce(); },
                            [server = server_](const std::string& key) { return avatarIn(*server, key); },
                            [announcer = announcer_] { return announcer->heardFor(); }});
+  // Before "ready", so that a program that waits for this event can use the control channel.
   control_->listen(settings_.port, controlObstacle_);
   hub_->release({ReadyEvent{server_->localUdpPort, server_->boundTcpPort(), server_->boundHttpPort(),
                             settings_.downloadsFolder}});

@@ -23,80 +23,100 @@ class ControlServer;
 class PeerObserver;
 class TransferObserver;
 
+/// Settings of a session. They do not change once it has been made.
 struct SessionSettings {
   static constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
 
-  std::uint16_t port = VeskoServer::defaultPort;  ///< of discovery and of transfers
-  std::string downloadsFolder;                    ///< where received items go; empty: the user's downloads folder
-  bool keepPartial = false;                       ///< keep what had fully arrived of a failed transfer
-  std::uint64_t incomingLimit = unlimited;        ///< transfers to let in; later ones are broken off at once
-  std::uint64_t maximumSize = unlimited;          ///< bytes that one received transfer may have
-  AdmissionRules admission;                       ///< whom to let in
+  std::uint16_t port = VeskoServer::defaultPort;  ///< of discovery (UDP) and of transfers (TCP)
+  std::string downloadsFolder;                    ///< for received items; empty: the user's downloads folder
+  bool keepPartial = false;                       ///< keep the complete elements of a failed transfer
+  std::uint64_t incomingLimit = unlimited;        ///< incoming transfers accepted; later ones are cancelled at once
+  std::uint64_t maximumSize = unlimited;          ///< bytes that one incoming transfer may have
+  AdmissionRules admission;                       ///< which senders are accepted
 };
 
-/// What is going to be sent; no items when all of it had to be left out.
+/// A transfer that is ready to be sent. Without items when everything was skipped.
 struct PreparedTransfer {
   TransferId id = 0;
-  std::string name;  ///< for people
+  std::string name;  ///< for people: the first item and the number of others
   VeskoItems items;
-  bool looksLikeText = false;  ///< all that was left would arrive as a text, so it was left out too
+  bool looksLikeText = false;  ///< skipped a single file whose name the receiver would take for a text
 };
 
-/// What a host does with the library: one service, the machines it knows, the transfers it runs, and the events they
-/// make. Used on one thread.
+/// One run of the library for a host: a service, the known machines, the transfers, and the events of all of them.
+///
+/// Used on one thread unless an operation says otherwise. Events reach the sink on the threads of the service's queues;
+/// an `EventQueue` as sink brings them back to one thread. The sink must not call the session.
+///
+///     const auto events = std::make_shared<EventQueue>();
+///     Session session(events, settings);
+///     if (!session.startReceiving()) return;   // each endpoint that failed has been published
+///     while (const auto event = events->next()) show(*event);
+///     session.leave();                         // says goodbye; transfers continue
+///     session.cancelAll();                     // cancels them; a FailedEvent for each follows
+///
+/// To send, neither start is needed when the address is known:
+///
+///     PreparedTransfer transfer = session.prepare(paths);
+///     if (!transfer.items.empty()) session.send(std::move(transfer), peer);
 class Session {
  public:
-  /// Opens nothing yet. `clock` is that of transfers and of the service.
+  /// Opens no endpoint yet. `clock`: the clock of the service and of the transfers. Throws `std::system_error` when the
+  /// system has no thread or descriptor left.
   explicit Session(std::shared_ptr<EventSink> sink, SessionSettings settings = {},
                    std::shared_ptr<Clock> clock = Clock::system());
 
-  /// Takes leave and ends the service. No event is published for transfers that are still running, nor after it.
+  /// Says goodbye and ends the service. Transfers that still run end without an event; nothing is published afterwards.
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Starts to accept transfers, and publishes that or each endpoint that could not be opened. False when there was
-  /// one. Else the machine is announced, now and whenever its addresses change, and the user's other programs can ask
-  /// this session for what it knows.
+  /// Opens all endpoints and accepts transfers. On success publishes a ReadyEvent, announces this machine, now and
+  /// after each change of its addresses, and opens the control channel for the user's other programs.
+  ///
+  /// Returns false when an endpoint could not be opened, and publishes a StartupFailureEvent for each. Events of peers
+  /// heard during the start follow those. Throws `std::system_error` when the system has no thread left.
   [[nodiscard]] bool startReceiving();
 
-  /// Announces this machine without accepting anything, to find out who else is there. False when the discovery
-  /// endpoint could not be opened, which is published.
+  /// Opens only the discovery endpoint and announces this machine, to find others. No transfer is accepted. Returns
+  /// false when the endpoint could not be opened, and publishes a StartupFailureEvent.
   [[nodiscard]] bool startLooking();
 
-  /// Announces this machine once more. Requires: one of these two returned true.
+  /// Broadcasts another hello. Requires: one of the two above has returned true.
   void announce();
 
-  /// Takes leave of whoever may know this machine by this session; it is not announced again.
+  /// Says goodbye to the machines that know this one by this session. It is not announced again.
   void leave();
 
-  /// The machines known and the transfers, running and ended. Any thread.
+  /// A copy of the known machines and of the running and ended transfers. Any thread.
   [[nodiscard]] SessionState state() const { return hub_->state(); }
 
-  /// The picture of a machine as `VeskoPeer::avatar` has it; empty for a machine that is not known. Any thread.
+  /// The picture of a machine in the form of `VeskoPeer::avatar`; empty for an unknown machine. Any thread.
   [[nodiscard]] std::string avatarOf(const std::string& key) const;
 
-  /// Why the user's other programs cannot ask this session; none when they can.
+  /// Why the control channel could not be opened; none when it is open. Receiving works without it.
   [[nodiscard]] const std::error_code& controlObstacle() const noexcept { return controlObstacle_; }
 
-  /// Lists what is at `paths`, and blocks meanwhile; publishes what has to be left out.
+  /// Lists the files and folders below `paths`; blocks until that is done. Publishes a SkippedEvent for each path that
+  /// cannot be sent.
   [[nodiscard]] PreparedTransfer prepare(const std::vector<std::string>& paths);
 
-  /// The same for a snippet. Requires: `reasonAgainstText` has none.
+  /// Prepares a text. Requires: `reasonAgainstText` returns `none` for it.
   [[nodiscard]] PreparedTransfer prepareText(std::string text);
 
-  /// Starts to send, which needs no listener. Of `peer` the address and the port count; the events tell the signature.
-  /// It fails when there is no connection within ten seconds, or nothing more is acknowledged for 90. Requires:
-  /// `transfer` has items.
+  /// Starts to send; needs no open endpoint. Connects to the address and port of `peer`; its signature only goes into
+  /// the events. The transfer fails when it has no connection after 10 seconds, or when nothing more is acknowledged
+  /// for 90 seconds. Requires: `transfer` has items.
   void send(PreparedTransfer transfer, const PeerView& peer);
 
-  /// Answers a `QuestionEvent`; without effect once it has been answered. Any thread.
+  /// Answers a QuestionEvent. Does nothing when it has been answered already. Any thread.
   void answer(TransferId transfer, bool accepted);
 
-  /// Why `text` cannot be sent: `invalidText` or `limit`; `none` when it can.
+  /// Why `text` cannot be sent: `invalidText` or `limit`; `none` when it can. Any thread.
   [[nodiscard]] static VeskoFailureReason reasonAgainstText(std::string_view text) noexcept;
 
-  /// Breaks off every transfer and lets none in any more. Their last events follow.
+  /// Cancels all transfers, and each one accepted from now on. Their FailedEvents follow on the queues of the
+  /// transfers.
   void cancelAll();
 
  private:

@@ -12,35 +12,36 @@
 
 namespace vesko {
 
-/// What hosts show of a transfer, while it runs and afterwards.
+/// One transfer as hosts show it, while it runs and afterwards.
 struct TransferView {
   TransferId id = 0;
   TransferDirection direction = TransferDirection::in;
-  std::string ip;               ///< the other side's
-  std::uint16_t port = 0;       ///< where what is sent goes to
-  std::string systemSignature;  ///< the other side's; empty where it is not known
-  std::string name;             ///< what is sent; empty for what comes in
+  std::string ip;               ///< of the other side
+  std::uint16_t port = 0;       ///< of the other side; outgoing transfers only
+  std::string systemSignature;  ///< of the other side; empty when it is not known
+  std::string name;             ///< of what is sent, for people; empty for incoming transfers
   std::optional<ProgressEvent> progress;
-  bool isText = false;                                           ///< a text was received; its event holds it
-  std::string path;                                              ///< where received items are
-  std::variant<std::monostate, FinishedEvent, FailedEvent> end;  ///< none while it runs
+  bool isText = false;  ///< a text was received; it is only in its TextReceivedEvent
+  std::string path;     ///< of the received items
+  std::variant<std::monostate, FinishedEvent, FailedEvent> end;  ///< monostate while it runs
 
   [[nodiscard]] bool hasEnded() const noexcept { return end.index() != 0; }
 };
 
-/// What a session's events add up to: the machines that are there, and the transfers. A value; no locks.
+/// The state that follows from the events of a session: the known machines and the transfers. A plain value without
+/// locks; use it on one thread.
 class SessionState {
  public:
-  /// Transfers that are remembered after their end, the last to end: enough to look back on, too few to fill memory.
+  /// How many ended transfers are kept. Older ones are dropped, so that a session of months has bounded memory.
   static constexpr std::size_t endedTransfersKept = 200;
 
-  /// Takes one event after the other; those of transfers that it does not know, or that have ended, change nothing.
+  /// Applies the next event. Events of unknown and of ended transfers change nothing.
   void apply(const Event& event);
 
-  /// By key.
+  /// The known machines, by key.
   [[nodiscard]] const std::map<std::string, PeerView>& peers() const noexcept { return peers_; }
 
-  /// By id, which is the order of their starts.
+  /// By id. Ids are assigned in ascending order: an outgoing transfer gets its id when it is prepared.
   [[nodiscard]] const std::map<TransferId, TransferView>& transfers() const noexcept { return transfers_; }
 
  private:
@@ -52,7 +53,7 @@ class SessionState {
 
   std::map<std::string, PeerView> peers_;
   std::map<TransferId, TransferView> transfers_;
-  std::deque<TransferId> ended_;  // the order of the ends; a long transfer's may come after that of many younger ones
+  std::deque<TransferId> ended_;  // in the order of their ends, which may differ from that of the ids
 };
 
 }  // namespace vesko

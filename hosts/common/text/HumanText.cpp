@@ -24,12 +24,12 @@ std::string scaledText(double number) {
   constexpr std::string_view prefixes = "kMGTPE";
   number /= 1000;
   std::size_t prefix = 0;
-  // What would be rounded to "1000" belongs to the next prefix.
+  // From 999.5 on a number would be rounded to "1000", so it gets the next prefix.
   for (; number >= 999.5 && prefix + 1 < prefixes.size(); ++prefix) number /= 1000;
   return fixedText(number, number < 99.95 ? 1 : 0) + ' ' + prefixes[prefix];
 }
 
-/// As wide as numbers of the usual size, so that what stands beside them stays in its place.
+/// Padded on the left to the usual width, so that the text beside it does not move with each update.
 std::string aligned(const std::string& text, std::size_t columns) {
   return std::string(columns - std::min(columns, text.size()), ' ') + text;
 }
@@ -47,7 +47,7 @@ bool isIn(const std::array<Range, count>& ranges, char32_t point) noexcept {
                      [point](const Range& range) { return point >= range.first && point <= range.second; });
 }
 
-/// The scripts and signs that terminals draw in no or two columns: the blocks that names are likely to come from.
+/// Columns of one character. Only the Unicode blocks that are likely in names, not the full tables of the standard.
 std::size_t columnsOfCharacter(char32_t point) noexcept {
   constexpr std::array<Range, 6> combining{
       {{0x300, 0x36F}, {0x483, 0x489}, {0x591, 0x5BD}, {0x64B, 0x65F}, {0x200B, 0x200F}, {0xFE00, 0xFE0F}}};
@@ -64,7 +64,7 @@ std::size_t columnsOfCharacter(char32_t point) noexcept {
   return isIn(wide, point) ? 2 : 1;
 }
 
-/// Takes the first character from `text`, which is not empty; the columns that it needs.
+/// Removes the first character from `text` and returns its columns. Requires: `text` is not empty.
 std::size_t takeColumns(std::string_view& text) noexcept {
   const auto [codePoint, length] = firstUtf8Character(text);
   text.remove_prefix(std::max<std::size_t>(length, 1));
@@ -82,7 +82,7 @@ std::string timeLeftText(const ProgressView& view) {
   return "  " + clockText(static_cast<double>(view.totalSize - view.finishedBytes) / view.rate) + " left";
 }
 
-/// Of numbers apart by two blanks as many as fit: part of one would be a wrong one.
+/// As many of the numbers, which two blanks separate, as fit. None is cut: a part of a number would be a wrong number.
 std::string wholeNumbers(const std::string& numbers, std::size_t columns) {
   if (numbers.size() <= columns) return numbers;
   const auto blanks = numbers.rfind("  ", columns);
@@ -111,7 +111,7 @@ std::string rateText(double bytesPerSecond) {
 std::string durationText(double seconds) { return seconds < 59.95 ? fixedText(seconds, 1) + " s" : clockText(seconds); }
 
 std::string clockText(double seconds) {
-  constexpr double longest = 99 * 3600.0;  // beyond, the estimate says nothing but "long"
+  constexpr double longest = 99 * 3600.0;  // a longer estimate is of no use
   const auto whole = static_cast<std::uint64_t>(std::llround(std::clamp(seconds, 0.0, longest)));
   const std::uint64_t minutes = whole / 60;
   if (minutes < 60) return std::to_string(minutes) + ':' + twoDigits(whole % 60);
@@ -156,7 +156,7 @@ std::string progressLine(const ProgressView& view, std::size_t columns) {
   const std::size_t bar = std::clamp(room / 2, shortestBar, longestBar);
   const std::size_t nameColumns = std::min(room - bar - 2, longestName);
   const std::string name = fittedText(view.name, nameColumns);
-  // Filled up, so that the bar stays in its place whatever the name.
+  // Padded, so that the bar does not move when the name changes.
   const std::string blanks(nameColumns - columnsOf(name) + 2, ' ');
   return name + blanks + barText(fraction, bar) + "  " + numbers;
 }

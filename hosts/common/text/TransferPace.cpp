@@ -13,6 +13,7 @@ std::string secondsText(std::chrono::seconds time) {
   return count < 60 ? std::to_string(count) + " s" : clockText(static_cast<double>(count));
 }
 
+/// All data is with the system; only the confirmation of the receiver is missing.
 bool isHandedOver(const TransferView& transfer) {
   return transfer.direction == TransferDirection::out && transfer.progress &&
          transfer.progress->finishedElements == transfer.progress->elementCount;
@@ -21,9 +22,10 @@ bool isHandedOver(const TransferView& transfer) {
 }  // namespace
 
 void TransferPace::note(const ProgressEvent& progress, TimePoint now) {
-  constexpr double memory = 3;  // seconds: long enough for a steady number, short enough to show that the way changed
+  // Seconds: long enough for a steady number, short enough to show a change of the network.
+  constexpr double memory = 3;
   if (!moved_ || standstill(now)) {
-    rate_ = 0;  // that of before says nothing any more
+    rate_ = 0;  // the rate before a stall says nothing about the one after it
   } else {
     const double seconds = std::max(std::chrono::duration<double>(now - *moved_).count(), 1e-3);
     const double rate = static_cast<double>(progress.finishedBytes - bytes_) / seconds;

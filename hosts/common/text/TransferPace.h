@@ -9,28 +9,29 @@
 
 namespace vesko {
 
-/// How fast a transfer is and, when it stands still, since when: worked out of its progress. A value without a clock.
+/// Rate of a transfer, and for how long it has stalled, computed from its progress. A plain value without a clock; use
+/// it on one thread.
 class TransferPace {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  /// A shorter standstill is not worth a word: every way has its pauses.
+  /// Shortest stall that is reported; shorter pauses are normal.
   static constexpr std::chrono::seconds shortest{3};
 
-  /// Takes one progress after the other, with the time at which it came. Each is a movement, its numbers the same or
-  /// not: what counts as handed over may not change for long while the other side acknowledges it.
+  /// Takes the next progress and the time it came. Every report counts as activity, even with unchanged numbers: the
+  /// bytes may all be sent while the other side still acknowledges them.
   void note(const ProgressEvent& progress, TimePoint now);
 
-  /// Bytes per second, of the last few of them.
+  /// Bytes per second, averaged over about the last 3 seconds.
   [[nodiscard]] double rate() const noexcept { return rate_; }
 
-  /// For how long nothing has moved; none when that is shorter than `shortest`. Requires, like those below: some was
-  /// noted.
+  /// Time since the last progress; none below `shortest`. Requires, like the two below: `note` was called.
   [[nodiscard]] std::optional<std::chrono::seconds> standstill(TimePoint now) const noexcept;
 
+  /// The time of the last progress.
   [[nodiscard]] TimePoint lastMoved() const noexcept { return *moved_; }
 
-  /// When `standstill` will say something else, unless there is progress before.
+  /// The time at which the result of `standstill` changes next, without further progress.
   [[nodiscard]] TimePoint nextChange(TimePoint now) const noexcept;
 
  private:
@@ -39,8 +40,8 @@ class TransferPace {
   double rate_ = 0;
 };
 
-/// What a transfer waits for: the other side, called `who`, once everything is handed over, or for something to move;
-/// empty while it goes on.
+/// What a transfer waits for: the confirmation of the other side, `who`, once everything is sent, or data. Empty while
+/// data flows.
 [[nodiscard]] std::string waitingText(const TransferView& transfer, const std::string& who,
                                       std::optional<std::chrono::seconds> standstill);
 

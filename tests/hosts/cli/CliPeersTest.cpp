@@ -73,12 +73,13 @@ TEST_F(CliPeersTest, SendsToWhomANameFits) {
   EXPECT_EQ(result.code, 3);
   const std::string address = " (" + peer() + ")\n";
   EXPECT_EQ(result.errors,
-            "vesko: \"anna\" fits 2 machines:\n  Anna at attic" + address + "  Joanna at attic 2" + address);
+            "vesko: \"anna\" matches 2 machines; use more of the name, or the address:\n  Anna at attic" + address +
+                "  Joanna at attic 2" + address);
   EXPECT_EQ(announced_.count("announced"), 0U) << "nobody has to be bothered for what is known";
   EXPECT_EQ(sendTo("late").code, 0) << "but those who are not known are called for";
   result = sendTo("nobody\x1b");
   EXPECT_EQ(result.code, 3);
-  EXPECT_TRUE(result.errors.starts_with("vesko: no machine is called \"nobody\\u{1b}\"; there are:\n  Anna at attic"))
+  EXPECT_TRUE(result.errors.starts_with("vesko: no machine matches \"nobody\\u{1b}\"; found:\n  Anna at attic"))
       << result.errors;
 }
 
@@ -91,9 +92,10 @@ TEST_F(CliPeersTest, EveryResultNamesWhomItWasSentTo) {
   EXPECT_EQ(started["port"], port_);
   receiver_->signal(SIGTERM);
   EXPECT_EQ(receiver_->wait(), 0);
-  EXPECT_TRUE(sendTo("zoo").errors.starts_with("vesko: sending to Zoe\\u{1b} at zoo (" + peer() + "): connecting"));
+  EXPECT_TRUE(
+      sendTo("zoo").errors.starts_with("vesko: sending a text to Zoe\\u{1b} at zoo (" + peer() + "): connecting"));
   const std::string stranger = addressOf(RawListener(false).port());
-  EXPECT_TRUE(sendTo(stranger).errors.starts_with("vesko: sending to " + stranger + ": connecting"));
+  EXPECT_TRUE(sendTo(stranger).errors.starts_with("vesko: sending a text to " + stranger + ": connecting"));
 }
 
 TEST_F(CliPeersTest, APartOfANameIsNotSettledBeforeAllHadTimeToAnswer) {
@@ -102,7 +104,7 @@ TEST_F(CliPeersTest, APartOfANameIsNotSettledBeforeAllHadTimeToAnswer) {
   isNew_ = true;
   const auto result = sendTo("office", "1");
   EXPECT_EQ(result.code, 3) << result.output;
-  EXPECT_TRUE(result.errors.starts_with("vesko: \"office\" fits 2 machines:\n")) << result.errors;
+  EXPECT_TRUE(result.errors.starts_with("vesko: \"office\" matches 2 machines")) << result.errors;
   hub_->publish(PeerDisappearedEvent{mac()});
   const std::string longest = "3600";  // seconds
   EXPECT_EQ(sendTo("mac at office-mac", longest).code, 0);

@@ -199,7 +199,7 @@ TEST_F(CliReceiveTest, SaysWhenResultsAreLost) {
   auto setup = setupFor({"receive", "--dir", folder_.path(), "--json", "--port", std::to_string(other.port())});
   setup.arguments.insert(setup.arguments.begin(), {"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"});
   Process full(setup);
-  EXPECT_NE(resultOf(full).errors.find("standard output cannot be written to"), std::string::npos);
+  EXPECT_NE(resultOf(full).errors.find("cannot write to standard output"), std::string::npos);
 }
 
 TEST_F(CliReceiveTest, ALimitOfFileSizesIsAFullDisk) {

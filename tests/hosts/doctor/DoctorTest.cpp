@@ -41,17 +41,18 @@ TEST(Doctor, TellsWhereHellosGo) {
                                              interface("wlan0", "192.168.1.21"), interface("eth0:1", "192.168.1.9")},
                                             kindOf)),
             "ok: eth0  192.168.1.20/24  broadcast 192.168.1.255\n"
-            "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos go there too\n"
+            "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos are sent there too\n"
             "note: tun0  10.8.0.2/32  no broadcast, a link to one machine (tunnel)\n"
-            "note: eth1  10.0.0.1  has no link: no hello goes there\n"
+            "note: eth1  10.0.0.1  has no link: no hellos are sent there\n"
             "ok: wlan0  192.168.1.21/24  broadcast 192.168.1.255\n"
             "ok: eth0:1  192.168.1.9/24  broadcast 192.168.1.255\n"
             "note: eth0 and wlan0 are both in 192.168.1.0/24: others may see this machine at either address\n"
             "note: wlan0 and eth0:1 are both in 192.168.1.0/24: others may see this machine at either address\n");
   EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback, docker}, kindOf)),
-            "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos go there too\n"
-            "warning: no interface leads to a local network of machines\n");
-  EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback}, kindOf)), "problem: this machine is in no network\n");
+            "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos are sent there too\n"
+            "warning: no interface is connected to a local network\n");
+  EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback}, kindOf)),
+            "problem: this machine is not connected to a network\n");
 }
 
 TEST(Doctor, TellsWhoHoldsPorts) {
@@ -75,7 +76,7 @@ TEST(Doctor, TellsWhoAnswers) {
   peer.ip = "192.168.1.7";
   peer.systemSignature = "bert at \x1b[31mhome";
   EXPECT_EQ(linesOf(findingsAboutHello({true, "", {peer}})), "ok: 192.168.1.7  bert at \x1b[31mhome\n");
-  EXPECT_EQ(linesOf(findingsAboutHello({true, "", {}})), "warning: nobody answered within 2 seconds\n");
+  EXPECT_EQ(linesOf(findingsAboutHello({true, "", {}})), "warning: no machine answered within 2 seconds\n");
   EXPECT_EQ(linesOf(findingsAboutHello({false, "the port is taken", {}})),
             "problem: no hello could be sent: the port is taken\n");
   peer.systemSignature += '\xff';
@@ -92,12 +93,12 @@ TEST(Doctor, TellsWhatOpensWhichFirewall) {
     return findingsAboutFirewalls(firewallsOf(root.path()), port, hearsOthers);
   };
   EXPECT_EQ(linesOf(findings()),
-            "note: no firewall is to be seen; whether there are rules all the same only root can tell\n");
+            "note: no firewall was found; only root can see whether there are rules without one\n");
   root.write("proc/net/ip_tables_names", "nat\nfilter\n");
   root.write("sys/module/nf_tables/refcnt", "9\n");
   EXPECT_EQ(linesOf(findings()),
-            "note: nftables is loaded, and whether its rules keep other machines out only root can tell\n"
-            "note: iptables is loaded, and whether its rules keep other machines out only root can tell\n");
+            "note: nftables is loaded; only root can see whether its rules block other machines\n"
+            "note: iptables is loaded; only root can see whether its rules block other machines\n");
 
   root.write("etc/ufw/ufw.conf", "# ENABLED=yes\nENABLED=no\nLOGLEVEL=low\n");
   root.write("proc/7/comm", "firewalld-cmd\n");
@@ -105,13 +106,13 @@ TEST(Doctor, TellsWhatOpensWhichFirewall) {
   root.write("proc/77/comm", "firewalld\n");
   root.write("etc/ufw/ufw.conf", "ENABLED=yes\n");
   EXPECT_EQ(linesOf(findings()),
-            "warning: ufw is active, and may keep other machines from UDP 4644 and TCP 4644-4645\n"
-            "warning: firewalld is active, and may keep other machines from UDP 4644 and TCP 4644-4645\n");
+            "warning: ufw is active and may block other machines on UDP 4644 and TCP 4644-4645\n"
+            "warning: firewalld is active and may block other machines on UDP 4644 and TCP 4644-4645\n");
   EXPECT_EQ(linesOf(findings(true)),
-            "note: ufw is active, and lets in what other machines answer on UDP 4644\n"
-            "note: firewalld is active, and lets in what other machines answer on UDP 4644\n");
+            "note: ufw is active; answers of other machines arrive on UDP 4644\n"
+            "note: firewalld is active; answers of other machines arrive on UDP 4644\n");
   EXPECT_EQ(findings(false, 65535).front().advice,
-            "to let them in, run `sudo ufw allow 65535/udp && sudo ufw allow 65535/tcp`");
+            "to allow them, run `sudo ufw allow 65535/udp && sudo ufw allow 65535/tcp`");
 }
 
 }  // namespace
