@@ -27,8 +27,7 @@ struct Parsed {
 
 void addCommon(CLI::App& app, CommonOptions& common) {
   app.add_option("--port", common.port,
-                 "Use port N for discovery and transfers, N + 1 for pictures; also the port of a PEER without one "
-                 "(default 4644)")
+                 "Use ports N and N + 1; N is also the port of a PEER without one (default 4644)")
       ->check(CLI::Range(1, 65535).description(""))
       ->type_name("N");
   app.add_flag("--json", common.json, "Print events as JSON, one object per line");
