@@ -1,21 +1,19 @@
 #pragma once
 
-#include <sys/socket.h>
-
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "Platform/files/FileDescriptor.h"
 #include "tests/support/Process.h"
+#include "tests/support/RawDatagrams.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
 
-/// Machines on networks of their own, all made up on this one: machine M is called machineM and has, in network N, the
-/// device ethN with the address 10.83.N.M of 24 bits. They go away with their owner, which outlives what runs on them.
+/// Machines on two networks of their own, all made up on this one: machine M is called machineM and has, in network N
+/// (0 or 1), the device ethN with the address 10.83.N.M of 24 bits. They go away with their owner, which outlives what
+/// runs on them.
 class Lan {
  public:
   /// Throws std::runtime_error with the system's words where this is not permitted, as it is to root only.
@@ -28,7 +26,7 @@ class Lan {
     return "10.83." + std::to_string(network) + '.' + std::to_string(machine);
   }
 
-  void addMachine(int machine);
+  void addMachine(int machine) { addSpace(nameOf(machine)); }
 
   /// Returns once datagrams go through.
   void plug(int machine, int network);
@@ -37,13 +35,16 @@ class Lan {
   void configure(int machine, const std::string& lines) const { configure(nameOf(machine), lines); }
 
   /// The home of whoever works there.
-  [[nodiscard]] std::string homeOf(int machine) const { return folder_.path(nameOf(machine)); }
+  [[nodiscard]] std::string homeOf(int machine) const { return folder_.makeFolder(nameOf(machine)); }
 
   /// What runs a program there, as a user who is logged in: with that home, also for what runs.
   [[nodiscard]] Process::Setup setupFor(int machine, std::vector<std::string> arguments) const;
 
   /// Runs `task` in a machine's network, on a thread of its own. Sockets that it opens stay there.
   void inside(int machine, const std::function<void()>& task) const { inside(nameOf(machine), task); }
+
+  /// A port of a machine.
+  [[nodiscard]] RawDatagrams socketOn(int machine, std::uint16_t port) const;
 
  private:
   [[nodiscard]] static std::string nameOf(int machine) { return "machine" + std::to_string(machine); }
@@ -56,20 +57,6 @@ class Lan {
   std::string prefix_;
   std::vector<std::string> names_;
   TemporaryFolder folder_;
-};
-
-/// A port of a machine of a `Lan`, taken.
-class LanSocket {
- public:
-  LanSocket(const Lan& lan, int machine, std::uint16_t port = 4644, int type = SOCK_DGRAM);
-
-  void send(std::string_view bytes, const std::string& address, std::uint16_t port = 4644) const;
-
-  /// The next datagram as "ADDRESS:PORT BYTES"; empty when none comes within ten seconds.
-  [[nodiscard]] std::string receive() const;
-
- private:
-  FileDescriptor descriptor_;
 };
 
 }  // namespace vesko

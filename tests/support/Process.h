@@ -23,6 +23,12 @@ class Process {
     std::optional<unsigned short> terminalColumns;  ///< standard error, and input if typed, is a terminal that wide
   };
 
+  struct Result {
+    std::optional<int> code;
+    std::string output;
+    std::string errors;
+  };
+
   explicit Process(const Setup& setup);
   ~Process();
   Process(const Process&) = delete;
@@ -38,6 +44,12 @@ class Process {
 
   /// The exit code; minus a signal's number when one ended it; none when it does not end.
   [[nodiscard]] std::optional<int> wait();
+
+  /// What there is after the end.
+  [[nodiscard]] Result result() {
+    const auto code = wait();
+    return {code, output(), errors()};
+  }
 
   /// What was written so far; all of it after the end.
   [[nodiscard]] std::string output() { return output_.text(); }

@@ -16,12 +16,14 @@
 
 namespace vesko {
 
-/// 127.0.0.1.
-inline sockaddr_in loopback(std::uint16_t port) noexcept {
+constexpr auto loopback = "127.0.0.1";
+
+/// A port of `ip` (dotted decimal), in the system's form.
+inline sockaddr_in addressOf(std::uint16_t port, const char* ip = loopback) noexcept {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::inet_pton(AF_INET, ip, &address.sin_addr);
   return address;
 }
 
@@ -34,14 +36,15 @@ inline std::string senderAddress(std::uint32_t ip) {
   return {reinterpret_cast<const char*>(&address), sizeof address};
 }
 
-/// A UDP socket on 127.0.0.1, in blocking calls of ten seconds at most.
+/// A UDP socket on this machine, in blocking calls of ten seconds at most.
 class RawDatagrams {
  public:
   /// Takes `port`, or a free one for 0.
-  explicit RawDatagrams(std::uint16_t port = 0) : descriptor_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  explicit RawDatagrams(std::uint16_t port = 0, const char* ip = loopback)
+      : descriptor_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     constexpr timeval patience{.tv_sec = 10, .tv_usec = 0};
     check(::setsockopt(descriptor_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "SO_RCVTIMEO");
-    sockaddr_in address = loopback(port);
+    sockaddr_in address = addressOf(port, ip);
     socklen_t length = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     check(::bind(descriptor_.get(), generic, length), "bind");
@@ -51,8 +54,8 @@ class RawDatagrams {
 
   [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
 
-  void send(std::string_view bytes, std::uint16_t port) const {
-    const sockaddr_in to = loopback(port);
+  void send(std::string_view bytes, std::uint16_t port, const std::string& ip = loopback) const {
+    const sockaddr_in to = addressOf(port, ip.c_str());
     const auto* const generic = reinterpret_cast<const sockaddr*>(&to);
     check(::sendto(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL, generic, sizeof to), "sendto");
   }

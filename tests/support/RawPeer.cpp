@@ -42,7 +42,7 @@ RawConnection::RawConnection(FileDescriptor descriptor) : descriptor_(std::move(
 
 RawConnection RawConnection::to(std::uint16_t port) {
   RawConnection connection(makeSocket());
-  const sockaddr_in address = loopback(port);
+  const sockaddr_in address = addressOf(port);
   const auto* const where = reinterpret_cast<const sockaddr*>(&address);
   // An interrupted attempt goes on by itself (connect(2)).
   if (::connect(connection.descriptor_.get(), where, sizeof address) != 0 && errno != EINTR) {
@@ -86,7 +86,7 @@ void RawConnection::reset() noexcept {
 RawListener::RawListener(bool listening, int backlog) : descriptor_(makeSocket()) {
   // Small, so that a sender soon has to wait for a receiver that does not read.
   setOption(descriptor_.get(), SOL_SOCKET, SO_RCVBUF, 256 * 1024);
-  sockaddr_in address = loopback(0);
+  sockaddr_in address = addressOf(0);
   socklen_t length = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
   if (::bind(descriptor_.get(), generic, length) != 0 || (listening && ::listen(descriptor_.get(), backlog) != 0) ||
