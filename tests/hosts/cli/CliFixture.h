@@ -8,7 +8,6 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -25,57 +24,66 @@ class CliTest : public testing::Test {
  protected:
   using Arguments = std::vector<std::string>;
 
-  struct Result {
-    std::optional<int> code;
-    std::string output;
-    std::string errors;
-  };
-
   /// Receivers announce themselves, but not to the network that the tests happen to run in.
   static void SetUpTestSuite() {
     if (!enterOwnNetwork())
       std::cerr << "no network of its own for this test; what it announces reaches the real one\n";
   }
 
-  [[nodiscard]] Process::Setup setupFor(Arguments arguments) const {
-    arguments.insert(arguments.begin(), VESKO_PROGRAM);
-    return {std::move(arguments), "", {"NO_COLOR=1", "XDG_RUNTIME_DIR=" + runtime_.path()}, {}};
+  [[nodiscard]] static Arguments joined(Arguments some, const Arguments& more) {
+    some.insert(some.end(), more.begin(), more.end());
+    return some;
   }
 
-  static Result resultOf(Process& process) {
-    const auto code = process.wait();
-    return {code, process.output(), process.errors()};
+  [[nodiscard]] Process::Setup setupFor(const Arguments& arguments) const {
+    return {joined({VESKO_PROGRAM}, arguments), "", {"NO_COLOR=1", "XDG_RUNTIME_DIR=" + runtime_.path()}, {}};
   }
 
-  [[nodiscard]] Result run(Arguments arguments, std::string input = "") const {
-    auto setup = setupFor(std::move(arguments));
-    setup.input = std::move(input);
-    Process process(setup);
-    return resultOf(process);
+  /// For one run by a person, who may type.
+  [[nodiscard]] Process::Setup setupAtTerminal(const Arguments& arguments, unsigned short columns = 80) const {
+    auto setup = setupFor(arguments);
+    setup.input.reset();
+    setup.terminalColumns = columns;
+    return setup;
+  }
+
+  [[nodiscard]] Process::Result run(const Arguments& arguments, const std::string& input = "") const {
+    auto setup = setupFor(arguments);
+    setup.input = input;
+    return Process(setup).result();
   }
 
   /// "127.0.0.1:PORT"
   [[nodiscard]] static std::string addressOf(std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
 
-  /// A receiver into the folder "in" that listens by the time of the return.
-  std::unique_ptr<Process> startReceiver(const Arguments& more = {}) {
-    for (int attempt = 0; attempt < 5; ++attempt) {
-      // Free when it was asked for; another program may be faster.
-      port_ = RawListener(false).port();
-      Arguments arguments{"receive", "--dir", folder_.makeFolder("in"), "--port", std::to_string(port_)};
-      arguments.insert(arguments.end(), more.begin(), more.end());
-      auto receiver = std::make_unique<Process>(setupFor(arguments));
-      const bool isJson = std::find(more.begin(), more.end(), "--json") != more.end();
-      if (isJson ? receiver->waitForOutput("\"ready\"") : receiver->waitForErrors("listening on")) return receiver;
-    }
-    throw std::runtime_error("no receiver");
+  /// What makes a receiver into the folder "in", on another port each time.
+  Arguments receiveCommand(const Arguments& more) {
+    port_ = RawListener(false).port();
+    return joined({"receive", "--dir", folder_.makeFolder("in"), "--port", std::to_string(port_)}, more);
   }
+
+  /// A receiver that listens by the time of the return.
+  static std::unique_ptr<Process> started(const Process::Setup& setup) {
+    auto receiver = std::make_unique<Process>(setup);
+    const bool isJson = std::ranges::find(setup.arguments, "--json") != setup.arguments.end();
+    EXPECT_TRUE(isJson ? receiver->waitForOutput("\"ready\"") : receiver->waitForErrors("listening on"))
+        << receiver->errors();
+    return receiver;
+  }
+
+  std::unique_ptr<Process> startReceiver(const Arguments& more = {}) { return started(setupFor(receiveCommand(more))); }
 
   [[nodiscard]] std::string peer() const { return addressOf(port_); }
 
+  RawConnection send(const std::string& stream) const {
+    auto connection = RawConnection::to(port_);
+    connection.send(stream);
+    return connection;
+  }
+
   /// A file that takes long to send and no room on the disk.
-  std::string makeLargeFile(std::string_view name) const {
-    std::string path = folder_.write(name, "");
+  std::string makeLargeFile() const {
+    std::string path = folder_.write("large", "");
     std::filesystem::resize_file(path, 256U << 20U);
     return path;
   }

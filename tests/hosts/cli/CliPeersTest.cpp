@@ -1,6 +1,3 @@
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <atomic>
 
 #include "Platform/queues/DispatchQueue.h"
@@ -8,6 +5,7 @@
 #include "hosts/common/control/ControlServer.h"
 #include "tests/hosts/cli/CliFixture.h"
 #include "tests/hosts/events/ListSink.h"
+#include "tests/support/RawDatagrams.h"
 
 namespace vesko {
 namespace {
@@ -35,7 +33,7 @@ class CliPeersTest : public CliTest {
 
   [[nodiscard]] PeerView mac() const { return peerCalled("Mac at office-mac", "10.0.0.8"); }
 
-  [[nodiscard]] Result sendTo(const std::string& name, const std::string& wait = "0.2") const {
+  [[nodiscard]] Process::Result sendTo(const std::string& name, const std::string& wait = "0.2") const {
     return run({"text", "--to", name, "--port", std::to_string(hostPort), "--wait", wait, "to " + name});
   }
 
@@ -54,7 +52,7 @@ class CliPeersTest : public CliTest {
                              // Another machine answers only now; the hub must not be called from here.
                              if (isNew_)
                                queue_->async([hub = hub_, mac = mac()] { hub->publish(PeerAppearedEvent{mac}); });
-                             return isNew_ ? std::chrono::hours(0) : std::chrono::hours(1);
+                             return std::chrono::hours(isNew_ ? 0 : 1);
                            }});
   std::unique_ptr<Process> receiver_;
 };
@@ -86,8 +84,8 @@ TEST_F(CliPeersTest, SendsToWhomANameFits) {
 TEST_F(CliPeersTest, EveryResultNamesWhomItWasSentTo) {
   addPeer("Zoe\x1b at zoo", "10.0.0.2");
   EXPECT_TRUE(sendTo(peer()).output.starts_with("sent a text to Zoe\\u{1b} at zoo (" + peer() + "): "));
-  auto arguments = Arguments{"text", "--to", "zoo", "--port", std::to_string(hostPort), "--json", "hello"};
-  const auto started = eventIn(run(arguments).output, "transferStarted");
+  const auto result = run({"text", "--to", "zoo", "--port", std::to_string(hostPort), "--json", "hello"});
+  const auto started = eventIn(result.output, "transferStarted");
   EXPECT_EQ(started["systemSignature"], "Zoe\x1b at zoo [Vesko] (Macintosh)");
   EXPECT_EQ(started["port"], port_);
   receiver_->signal(SIGTERM);
@@ -116,15 +114,11 @@ TEST_F(CliPeersTest, LetsThePersonAtATerminalChoose) {
   addPeer("Anna at attic", "10.0.0.3");
   for (const auto* answer : {"\n2\n", "zoo\n", "3\n", "\x04"}) {
     const bool isGood = answer[0] == '\n' || answer[0] == 'z';
-    auto setup = setupFor({"text", "--port", std::to_string(hostPort), "chosen by "s + answer});
-    setup.input.reset();
-    setup.terminalColumns = 80;
-    Process sender(setup);
+    Process sender(setupAtTerminal({"text", "--port", std::to_string(hostPort), "chosen by "s + answer}));
     ASSERT_TRUE(sender.waitForErrors("send to (number or name): "));
+    EXPECT_TRUE(sender.waitForErrors("  1  Anna at attic")) << sender.errors();
     sender.type(answer);
-    const auto result = resultOf(sender);
-    EXPECT_EQ(result.code, isGood ? 0 : 3) << result.errors;
-    EXPECT_NE(result.errors.find("  1  Anna at attic"), std::string::npos) << result.errors;
+    EXPECT_EQ(sender.wait(), isGood ? 0 : 3) << sender.errors();
     if (isGood) {
       EXPECT_TRUE(receiver_->waitForOutput("chosen by "s + answer));
     }
@@ -151,9 +145,9 @@ TEST_F(CliPeersTest, ListsThemOnceOrForAsLongAsTheHostRuns) {
   EXPECT_TRUE(watch.waitForOutput("gone  Zoe at zoo (" + peer() + ")\n"));
   EXPECT_TRUE(events.waitForOutput("{\"event\":\"peerDisappeared\",\"key\":\"10.0.0.2\"}\n"));
   events.signal(SIGINT);
-  EXPECT_EQ(resultOf(events).code, 0);
+  EXPECT_EQ(events.wait(), 0);
   host_.reset();
-  EXPECT_EQ(resultOf(watch).code, 1);
+  EXPECT_EQ(watch.wait(), 1);
 }
 
 TEST_F(CliPeersTest, SavesThePicturesThereAre) {
@@ -164,27 +158,19 @@ TEST_F(CliPeersTest, SavesThePicturesThereAre) {
   hub_->publish(PeerAppearedEvent{pictured});
   folder_.write("pictures/10.0.0.3.png", "an older one");
   const Arguments command{"peers", "--port", std::to_string(hostPort), "--save-avatars"};
-  auto arguments = command;
-  arguments.push_back(folder_.path("pictures"));
-  const auto result = run(arguments);
+  const auto result = run(joined(command, {folder_.path("pictures")}));
   EXPECT_EQ(result.code, 0) << result.errors;
   EXPECT_NE(result.output.find("10.0.0.3:"), std::string::npos);
   EXPECT_EQ(folder_.entries("pictures"), std::vector<std::string>{"10.0.0.3.png"});
   EXPECT_EQ(folder_.read("pictures/10.0.0.3.png"), "10.0.0.3") << "what the host gave for this key";
-  arguments = command;
-  arguments.push_back(folder_.path("pictures/10.0.0.3.png"));
-  EXPECT_EQ(run(arguments).code, 1);
+  EXPECT_EQ(run(joined(command, {folder_.path("pictures/10.0.0.3.png")})).code, 1);
 }
 
 TEST_F(CliTest, LooksAroundByItselfOnlyWhereItsPortIsFree) {
   const auto result = run({"peers", "--wait", "0", "--json"});
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.output, "[]\n");
-  const FileDescriptor other(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(4644);
-  ASSERT_EQ(::bind(other.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const RawDatagrams other(4644, "0.0.0.0");
   for (const auto* port : {"4644", "4000"}) {
     const auto refused = run({"text", "--to", "somebody", "--port", port, "hello"});
     EXPECT_EQ(refused.code, 7) << port;

@@ -49,11 +49,9 @@ TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {
       {{"link", "text"}, ": 2 elements, 2 bytes"},
   };
   for (const auto& [paths, saved] : cases) {
-    auto setup = setupFor({"send", "--to", peer(), "--quiet"});
-    setup.arguments.insert(setup.arguments.begin(), {"/usr/bin/env", "-C", folder_.path("dir")});
-    setup.arguments.insert(setup.arguments.end(), paths.begin(), paths.end());
-    Process sender(setup);
-    const auto result = resultOf(sender);
+    auto setup = setupFor(joined({"send", "--to", peer(), "--quiet"}, paths));
+    setup.arguments = joined({"/usr/bin/env", "-C", folder_.path("dir")}, setup.arguments);
+    const auto result = Process(setup).result();
     EXPECT_EQ(result.code, 0) << paths.front() << result.errors;
     EXPECT_EQ(result.output + result.errors, "") << paths.front();
     EXPECT_TRUE(receiver->waitForOutput(saved + " from")) << saved << " is missing in\n" << receiver->output();
@@ -64,25 +62,26 @@ TEST_F(CliSendTest, WrongCommandLinesAreUsageErrors) {
   folder_.write("a/x", "");
   folder_.write("b/x", "");
   const std::string port = addressOf(RawListener(false).port());
-  const Arguments cases[] = {
-      {},
-      {"fetch"},
-      {"send", "x"},
-      {"send", "--to", port},
-      {"send", "--to", port, "--colour", "x"},
-      {"send", "--to", port, "--port", "0", "x"},
-      {"send", "--to", port, "--port", "65536", "x"},
-      {"send", "--to", port, "--log", folder_.path("none/log"), "x"},
-      {"send", "--to", port, folder_.path("a/x"), folder_.path("b/x")},
-      {"send", "--to", "300.1.1.1", folder_.path("a/x")},
-      {"text", "--to", "::1", "a"},
-      {"peers", "--wait", "-1"},
-      {"text", "--to", port, "a", "b"},
-      {"text", "--to", port, "\xff"},
-      {"receive", "x"},
-      {"receive", "--dir", folder_.path("none")},
-      {"receive", "--dir", folder_.path("a/x")},
-  };
+  const Arguments cases[] = {{},
+                             {"fetch"},
+                             {"send", "x"},
+                             {"send", "--to", port},
+                             {"send", "--to", port, "--colour", "x"},
+                             {"send", "--to", port, "--port", "0", "x"},
+                             {"send", "--to", port, "--log", folder_.path("none/log"), "x"},
+                             {"send", "--to", port, folder_.path("a/x"), folder_.path("b/x")},
+                             {"send", "--to", "300.1.1.1", folder_.path("a/x")},
+                             {"peers", "--wait", "-1"},
+                             {"text", "--to", port, "a", "b"},
+                             {"text", "--to", port, "\xff"},
+                             {"receive", "x"},
+                             {"receive", "--dir", folder_.path("none")},
+                             {"receive", "--dir", folder_.path("a/x")},
+                             {"receive", "--dir", folder_.path(), "--ask"},
+                             {"receive", "--dir", folder_.path(), "--allow", "10.0.0.0/33"},
+                             {"receive", "--dir", folder_.path(), "--allow", "localhost"},
+                             {"receive", "--dir", folder_.path(), "--max-size", "-1"},
+                             {"receive", "--dir", folder_.path(), "--max-size", "5X"}};
   for (const auto& arguments : cases) {
     const auto result = run(arguments);
     EXPECT_EQ(result.code, 2) << testing::PrintToString(arguments);
@@ -131,34 +130,26 @@ TEST_F(CliSendTest, NamesWhatCouldNotBeSent) {
   EXPECT_EQ(folder_.read("in/a"), "hello");
 }
 
-TEST_F(CliSendTest, ReportsATransferThatBreaksOff) {
+TEST_F(CliSendTest, EndsWhenInterruptedOrBrokenOff) {
   const RawListener listener;
-  Process sender(setupFor({"send", "--to", addressOf(listener.port()), "--json", makeLargeFile("large")}));
-  auto connection = listener.accept();
-  EXPECT_EQ(connection.receive(100'000).size(), 100'000U);
-  connection.reset();
-  const auto result = resultOf(sender);
-  EXPECT_EQ(result.code, 5);
-  EXPECT_EQ(eventsIn(result.output).back()["event"], "failed");
-  EXPECT_EQ(eventsIn(result.output).back()["reason"], "connectionLost");
-  EXPECT_EQ(eventsIn(result.output).back()["element"], "large");
-}
-
-TEST_F(CliSendTest, EndsWhenInterrupted) {
-  const RawListener listener;
-  for (const int number : {SIGINT, SIGTERM}) {
-    Process sender(setupFor({"send", "--to", addressOf(listener.port()), makeLargeFile("large")}));
+  for (const int number : {0, SIGINT, SIGTERM}) {
+    Process sender(setupFor({"send", "--to", addressOf(listener.port()), "--json", makeLargeFile()}));
     auto connection = listener.accept();
     EXPECT_EQ(connection.receive(100'000).size(), 100'000U);
-    sender.signal(number);
-    EXPECT_EQ(sender.wait(), 130);
-    EXPECT_NE(sender.errors().find("cancelled"), std::string::npos);
-    static_cast<void>(connection.receiveAll());
-    EXPECT_EQ(connection.error(), std::errc::connection_reset);  // not to be taken for the end of the stream
+    if (number == 0) {
+      connection.reset();
+    } else {
+      sender.signal(number);
+      static_cast<void>(connection.receiveAll());
+      EXPECT_EQ(connection.error(), std::errc::connection_reset);  // not to be taken for the end of the stream
+    }
+    EXPECT_EQ(sender.wait(), number == 0 ? 5 : 130);
+    const auto failure = eventsIn(sender.output()).back();
+    EXPECT_EQ(failure["event"], "failed");
+    EXPECT_EQ(failure["reason"], number == 0 ? "connectionLost" : "cancelled");
+    EXPECT_EQ(failure.value("element", ""), number == 0 ? "large" : "");
   }
-  auto setup = setupFor({"text", "--to", addressOf(listener.port()), "--log", folder_.path("log")});
-  setup.input.reset();
-  Process typing(setup);
+  Process typing(setupAtTerminal({"text", "--to", addressOf(listener.port()), "--log", folder_.path("log")}));
   EXPECT_TRUE(isSoon([&] { return folder_.exists("log"); }));
   typing.signal(SIGINT);
   EXPECT_EQ(typing.wait(), 130);
@@ -173,9 +164,8 @@ TEST_F(CliSendTest, TextsArriveByteForByte) {
   EXPECT_EQ(run({"text", "--to", peer(), "--", "--fourth"}).code, 0);
   EXPECT_EQ(run({"text", "--to", peer(), ""}).code, 0);
   receiver->signal(SIGTERM);
-  const auto result = resultOf(*receiver);
   std::vector<std::string> texts;
-  for (const auto& event : eventsIn(result.output)) {
+  for (const auto& event : eventsIn(receiver->result().output)) {
     if (event["event"] == "textReceived") texts.push_back(event["text"]);
   }
   EXPECT_EQ(texts, (std::vector<std::string>{"first", text, "-third", "--fourth", ""}));
@@ -185,45 +175,35 @@ TEST_F(CliSendTest, ShowsABarOnTerminalsOnly) {
   const std::string file = folder_.write("\x1b]0;name", std::string(3'000'000, 'x'));
   const auto receiver = startReceiver();
   for (const auto columns : std::to_array<unsigned short>({30, 60, 200})) {
-    auto setup = setupFor({"send", "--to", peer(), file});
-    setup.terminalColumns = columns;
-    Process sender(setup);
-    const auto result = resultOf(sender);
-    EXPECT_EQ(result.code, 0);
-    EXPECT_NE(result.errors.find("%  "), std::string::npos) << result.errors;
-    EXPECT_EQ(result.errors.find('\x1b'), std::string::npos);
-    EXPECT_TRUE(result.errors.ends_with(" \r"));
-    std::istringstream lines(result.errors);
+    const auto [code, output, errors] = Process(setupAtTerminal({"send", "--to", peer(), file}, columns)).result();
+    EXPECT_EQ(code, 0);
+    EXPECT_NE(errors.find("%  "), std::string::npos) << errors;
+    EXPECT_EQ(errors.find('\x1b'), std::string::npos);
+    EXPECT_TRUE(errors.ends_with(" \r"));
+    std::istringstream lines(errors);
     for (std::string line; std::getline(lines, line, '\r');) EXPECT_LT(columnsOf(line), columns) << line;
   }
-  auto setup = setupFor({"send", "--to", peer(), "--quiet", file});
-  setup.terminalColumns = 80;
-  Process sender(setup);
-  EXPECT_EQ(resultOf(sender).errors, "");
+  EXPECT_EQ(Process(setupAtTerminal({"send", "--to", peer(), "--quiet", file})).result().errors, "");
 }
 
 TEST_F(CliSendTest, SaysWhomItWaitsForOnceAllIsHandedOver) {
   const RawListener listener;
-  auto setup = setupFor({"send", "--to", addressOf(listener.port()), folder_.write("name", "body")});
-  setup.terminalColumns = 80;
-  Process sender(setup);
+  Process sender(setupAtTerminal({"send", "--to", addressOf(listener.port()), folder_.write("name", "body")}));
   auto receiver = listener.accept();
   EXPECT_TRUE(sender.waitForErrors("waiting for " + addressOf(listener.port()) + " to confirm"));
   EXPECT_EQ(sender.output(), "");
   EXPECT_TRUE(receiver.receiveAll().ends_with("body"));
   receiver.close();
-  EXPECT_EQ(resultOf(sender).code, 0);
+  EXPECT_EQ(sender.wait(), 0);
 }
 
 TEST_F(CliSendTest, ColoursOnlyWhereItIsWelcome) {
   const std::pair<std::vector<std::string>, bool> cases[] = {
       {{"TERM=xterm", "NO_COLOR="}, true}, {{"TERM=xterm", "NO_COLOR=1"}, false}, {{"TERM=dumb", "NO_COLOR="}, false}};
   for (const auto& [environment, hasColour] : cases) {
-    auto setup = setupFor({"send", "--to", "127.0.0.1:1", "x"});
+    auto setup = setupAtTerminal({"send", "--to", "127.0.0.1:1", "x"});
     setup.environment = environment;
-    setup.terminalColumns = 80;
-    Process sender(setup);
-    EXPECT_EQ(resultOf(sender).errors.find('\x1b') != std::string::npos, hasColour) << environment[0];
+    EXPECT_EQ(Process(setup).result().errors.find('\x1b') != std::string::npos, hasColour) << environment[0];
   }
 }
 

@@ -46,7 +46,7 @@ TEST_F(SessionTest, GivesUpOnWhoTakesNothingForNinetySeconds) {
   const auto clock = std::make_shared<FakeClock>();
   const RawListener listener;
   Session session(sink, {}, clock);
-  session.send(session.prepare({makeLargeFile("large")}), {"", "127.0.0.1", listener.port(), "", "", {}});
+  session.send(session.prepare({makeLargeFile()}), {"", "127.0.0.1", listener.port(), "", "", {}});
   const RawConnection receiver = listener.accept();
   ASSERT_TRUE(sink->waitFor(R"({"event":"progress")"));
   for (int second = 0; second < 89; ++second) {
