@@ -134,8 +134,6 @@ TEST_F(CliPeersTest, ListsThemOnceOrForAsLongAsTheHostRuns) {
   const auto list = nlohmann::json::parse(run({"peers", "--port", port, "--json"}).output);
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(list[1]["key"], "10.0.0.2");
-  EXPECT_EQ(list[1]["port"], port_);
-  EXPECT_EQ(list[1]["since"], "1970-01-01T00:00:00Z");
 
   Process watch(setupFor({"peers", "--watch", "--port", port}));
   Process events(setupFor({"peers", "--watch", "--json", "--port", port}));

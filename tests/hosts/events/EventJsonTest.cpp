@@ -88,30 +88,22 @@ TEST(EventJson, ReadsWhatItWritesOfPeers) {
 TEST(EventJson, TakesNothingElseForAPeer) {
   const std::string good = "{" + fieldsOfSomePeer + "}";
   ASSERT_TRUE(parsePeers("[" + good + "]"));
-  const std::pair<std::string, std::string> changes[] = {
-      {"4644", "65536"},
-      {"4644", "-1"},
-      {"4644", "\"1\""},
-      {"4644", "1.5"},
-      {"192.0.2.7", "192.0.2.7:1"},
-      {"192.0.2.7", "host"},
-      {"\"png\"", "null"},
-      {"\"k\"", "[]"},
-      {"2026-11-23", "2026-02-30"},
-      {"2026-11-23", "9999-01-01"},
-      {"2026-11-23", "0001-01-01"},
-      {"01:43", "24:00"},
-      {"01:43", "01:60"},
-      {"52Z", "60Z"},
-      {"01:43", "0:-43"},
-      {"52Z", "52"},
-      {"systemSignature", "s"},
+  const std::pair<std::string, std::vector<std::string>> changes[] = {
+      {"4644", {"65536", "-1", "\"1\"", "1.5"}},
+      {"192.0.2.7", {"192.0.2.7:1", "host"}},
+      {"\"png\"", {"null"}},
+      {"\"k\"", {"[]"}},
+      {"2026-11-23", {"2026-02-30", "9999-01-01", "0001-01-01"}},
+      {"01:43:52Z", {"24:00:00Z", "01:60:52Z", "01:43:60Z", "0:-43:52Z", "01:43:52"}},
+      {"systemSignature", {"s"}},
   };
-  for (const auto& [from, to] : changes) {
-    std::string bad = good;
-    bad.replace(bad.find(from), from.size(), to);
-    EXPECT_EQ(parsePeers("[" + bad + "]"), std::nullopt) << bad;
-    EXPECT_EQ(parsePeerEvent("{\"event\":\"peerUpdated\"," + bad.substr(1)), std::nullopt) << bad;
+  for (const auto& [from, all] : changes) {
+    for (const auto& to : all) {
+      std::string bad = good;
+      bad.replace(bad.find(from), from.size(), to);
+      EXPECT_EQ(parsePeers("[" + bad + "]"), std::nullopt) << bad;
+      EXPECT_EQ(parsePeerEvent("{\"event\":\"peerUpdated\"," + bad.substr(1)), std::nullopt) << bad;
+    }
   }
   const std::string deep = std::string(100000, '[') + std::string(100000, ']');
   for (const std::string& text :
