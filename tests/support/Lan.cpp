@@ -21,7 +21,7 @@ constexpr auto switchName = "switch";
 
 /// Runs ip(8), which reads `lines`.
 void runIp(std::vector<std::string> arguments, const std::string& lines) {
-  arguments.insert(arguments.begin(), {"/usr/bin/env", "ip"});
+  arguments.insert(arguments.begin(), "ip");
   arguments.insert(arguments.end(), {"-batch", "-"});
   Process ip({std::move(arguments), lines, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {}});
   if (ip.wait() != 0) throw std::runtime_error(ip.errors());

@@ -14,38 +14,32 @@
 #include <cerrno>
 #include <chrono>
 #include <system_error>
+#include <utility>
 
 namespace vesko {
 namespace {
 
 constexpr std::chrono::seconds patience{10};
 
+using Ends = std::pair<FileDescriptor, FileDescriptor>;  // ours, theirs
+
 int checked(int result) {
   if (result < 0) throw std::system_error(errno, std::generic_category());
   return result;
 }
 
-struct Channel {
-  FileDescriptor ours;
-  FileDescriptor theirs;
-};
-
-Channel makePipe(bool weRead) {
+Ends makePipe() {
   std::array<int, 2> ends{};
   checked(::pipe2(ends.data(), O_CLOEXEC));
-  FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
-  return weRead ? Channel{std::move(reading), std::move(writing)} : Channel{std::move(writing), std::move(reading)};
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-Channel makeTerminal(unsigned short columns) {
+Ends makeTerminal(unsigned short columns) {
   const winsize size{25, columns, 0, 0};
-  int ours = -1;
-  int theirs = -1;
-  checked(::openpty(&ours, &theirs, nullptr, nullptr, &size));
-  ::fcntl(ours, F_SETFD, FD_CLOEXEC);
-  ::fcntl(theirs, F_SETFD, FD_CLOEXEC);
-  return {FileDescriptor(ours), FileDescriptor(theirs)};
+  std::array<int, 2> ends{};
+  checked(::openpty(&ends[0], &ends[1], nullptr, nullptr, &size));
+  for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 /// A file in memory, so that no amount of input has to wait for its reader.
@@ -56,51 +50,33 @@ FileDescriptor fileHolding(const std::string& bytes) {
   return file;
 }
 
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (auto& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 /// Starts a program with these descriptors as its standard ones.
-int spawn(const Process::Setup& setup, int input, int output, int errors) {
+int spawn(const Process::Setup& setup, const std::array<int, 3>& descriptors) {
+  std::vector<std::string> words{"/usr/bin/env"};
+  words.insert(words.end(), setup.environment.begin(), setup.environment.end());
+  words.insert(words.end(), setup.arguments.begin(), setup.arguments.end());
+  std::vector<char*> pointers;
+  for (auto& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-  ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-  ::posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
-  auto arguments = setup.arguments;
-  auto environment = setup.environment;
-  for (char** entry = environ; *entry != nullptr; ++entry) environment.emplace_back(*entry);
+  for (int i = 0; i < 3; ++i) ::posix_spawn_file_actions_adddup2(&actions, descriptors.at(static_cast<size_t>(i)), i);
   pid_t process = -1;
-  const int failure = ::posix_spawn(&process, arguments.front().c_str(), &actions, nullptr,
-                                    pointersTo(arguments).data(), pointersTo(environment).data());
+  const int failure = ::posix_spawn(&process, pointers.front(), &actions, nullptr, pointers.data(), environ);
   ::posix_spawn_file_actions_destroy(&actions);
-  if (failure != 0) throw std::system_error(failure, std::generic_category(), arguments.front());
+  if (failure != 0) throw std::system_error(failure, std::generic_category());
   return process;
-}
-
-FileDescriptor copyOf(const FileDescriptor& descriptor) {
-  return FileDescriptor(checked(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0)));
-}
-
-Channel makeInput(const Process::Setup& setup, const Channel& terminal) {
-  if (setup.input) return {{}, fileHolding(*setup.input)};
-  return setup.terminalColumns ? Channel{copyOf(terminal.ours), copyOf(terminal.theirs)} : makePipe(false);
 }
 
 }  // namespace
 
 Process::Process(const Setup& setup) {
-  Channel output = makePipe(true);
-  Channel errors = setup.terminalColumns ? makeTerminal(*setup.terminalColumns) : makePipe(true);
-  Channel input = makeInput(setup, errors);
-  process_ = spawn(setup, input.theirs.get(), output.theirs.get(), errors.theirs.get());
-  openInput_ = std::move(input.ours);
-  output_.start(std::move(output.ours));
-  errors_.start(std::move(errors.ours));
+  auto [output, outputEnd] = makePipe();
+  auto [errors, errorsEnd] = setup.terminalColumns ? makeTerminal(*setup.terminalColumns) : makePipe();
+  const auto file = fileHolding(setup.input.value_or(""));
+  process_ = spawn(setup, {setup.input ? file.get() : errorsEnd.get(), outputEnd.get(), errorsEnd.get()});
+  output_.start(std::move(output));
+  errors_.start(std::move(errors));
 }
 
 Process::~Process() {
@@ -110,7 +86,7 @@ Process::~Process() {
 }
 
 void Process::type(std::string_view text) const {
-  checked(static_cast<int>(::write(openInput_.get(), text.data(), text.size())));
+  checked(static_cast<int>(::write(errors_.descriptor(), text.data(), text.size())));
 }
 
 void Process::signal(int number) const { ::kill(process_, number); }
@@ -130,11 +106,7 @@ std::optional<int> Process::wait() {
 
 void Process::Capture::start(FileDescriptor descriptor) {
   descriptor_ = std::move(descriptor);
-  reader_ = std::thread([this] { run(); });
-}
-
-void Process::Capture::join() {
-  if (reader_.joinable()) reader_.join();
+  reader_ = std::jthread([this] { run(); });
 }
 
 bool Process::Capture::waitFor(std::string_view text) {

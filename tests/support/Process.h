@@ -17,8 +17,8 @@ namespace vesko {
 class Process {
  public:
   struct Setup {
-    std::vector<std::string> arguments;             ///< the program's path first
-    std::optional<std::string> input = "";          ///< standard input; none: what `type` gives
+    std::vector<std::string> arguments;             ///< the program first
+    std::optional<std::string> input = "";          ///< standard input; none: what `type` gives at the terminal
     std::vector<std::string> environment;           ///< "NAME=value", in addition to the test's own
     std::optional<unsigned short> terminalColumns;  ///< standard error, and input if typed, is a terminal that wide
   };
@@ -59,9 +59,9 @@ class Process {
   /// Gathers what comes out of a descriptor.
   class Capture {
    public:
-    ~Capture() { join(); }
     void start(FileDescriptor descriptor);
-    void join();
+    void join() { reader_.join(); }
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
     [[nodiscard]] bool waitFor(std::string_view text);
     [[nodiscard]] std::string text();
 
@@ -69,16 +69,15 @@ class Process {
     void run();
 
     FileDescriptor descriptor_;
-    std::thread reader_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::string text_;
     bool hasEnded_ = false;
+    std::jthread reader_;
   };
 
   int process_ = -1;
   bool isWaitedFor_ = false;
-  FileDescriptor openInput_;
   Capture output_;
   Capture errors_;
 };

@@ -38,16 +38,14 @@ TEST(Doctor, TellsWhereHellosGo) {
   const auto docker = interface("docker0", "172.17.0.1", "255.255.0.0");
   const auto tunnel = interface("tun0", "10.8.0.2", "255.255.255.255");
   EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback, interface("eth0", "192.168.1.20"), docker, tunnel, unplugged,
-                                             interface("wlan0", "192.168.1.21"), interface("eth0:1", "192.168.1.9")},
+                                             interface("wlan0", "192.168.1.21")},
                                             kindOf)),
             "ok: eth0  192.168.1.20/24  broadcast 192.168.1.255\n"
             "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos are sent there too\n"
             "note: tun0  10.8.0.2/32  no broadcast, a link to one machine (tunnel)\n"
             "note: eth1  10.0.0.1  has no link: no hellos are sent there\n"
             "ok: wlan0  192.168.1.21/24  broadcast 192.168.1.255\n"
-            "ok: eth0:1  192.168.1.9/24  broadcast 192.168.1.255\n"
-            "note: eth0 and wlan0 are both in 192.168.1.0/24: others may see this machine at either address\n"
-            "note: wlan0 and eth0:1 are both in 192.168.1.0/24: others may see this machine at either address\n");
+            "note: eth0 and wlan0 are both in 192.168.1.0/24: others may see this machine at either address\n");
   EXPECT_EQ(linesOf(findingsAboutInterfaces({loopback, docker}, kindOf)),
             "note: docker0  172.17.0.1/16  broadcast 172.17.255.255 (containers): hellos are sent there too\n"
             "warning: no interface is connected to a local network\n");
