@@ -13,7 +13,7 @@ namespace vesko {
 
 /// Runs `body` in a process of its own, which may give up rights and change what belongs to the process. True when it
 /// ended by itself and none of its expectations failed. The child misses the threads behind the queues, if there are
-/// any yet: a body that uses queues belongs into a suite called "...DeathTest", as those run first.
+/// any yet: a body that uses queues is for `expectToPassAnew`.
 template <class Body>
 [[nodiscard]] bool passesInChild(Body body) {
   std::fflush(nullptr);
@@ -29,7 +29,21 @@ template <class Body>
   return child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// The same as a user whom permissions bind: the present one, or "nobody" instead of the superuser.
+/// Expects the same of a program that begins anew and runs this test up to here: it has its own threads behind the
+/// queues, whatever ran before in this one. Requires: nothing before it in the test uses queues.
+template <class Body>
+void expectToPassAnew(Body body) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // until the end of the test
+  const auto run = [&]() noexcept {
+    body();
+    std::fflush(nullptr);
+    keepCoverage();
+    ::_exit(testing::Test::HasFailure() ? 1 : 0);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+/// `passesInChild` as a user whom permissions bind: the present one, or "nobody" instead of the superuser.
 template <class Body>
 [[nodiscard]] bool passesAsOrdinaryUser(Body body) {
   return passesInChild([&] {

@@ -48,7 +48,6 @@ class VeskoServerAvatarTest : public VeskoServerTest {
 
   VeskoServerAvatarTest() {
     ::setenv("HOME", home_.path().c_str(), 1);
-    MainQueue::shared()->drain();  // what earlier services left there
     server_ = std::make_shared<OneMachineServer>(0, 0, clock_);
     server_->downloadsFolder = folder_.path("downloads");
     server_->setDelegate(observer_);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Platform/queues/DispatchQueue.h"
+#include "Platform/queues/MainQueue.h"
 #include "VeskoKit/VeskoServer.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/QueueTasks.h"
@@ -42,6 +43,7 @@ class VeskoServerTest : public testing::Test {
     const auto queue = server_->incomingDispatchQueue();
     server_.reset();
     waitForTasks(queue);
+    MainQueue::shared()->drain();  // every test finds it empty
   }
 
   [[nodiscard]] RawConnection connect() {

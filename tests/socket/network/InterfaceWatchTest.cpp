@@ -170,10 +170,10 @@ TEST(InterfaceWatchDeathTest, TellsOfChangesOfTheInterfaces) {
   }
   for (const auto expectation : {expectThatChangesAreTold, expectThatChangesAreToldTogether, expectSilenceAfterTheEnd,
                                  expectThatItEndsOnAnyThread, expectTheErrorOfTheSystem}) {
-    EXPECT_TRUE(passesInChild([expectation] {
+    expectToPassAnew([expectation] {
       ASSERT_TRUE(enterOwnSpaces(CLONE_NEWNET));
       expectation();
-    }));
+    });
   }
 }
 
