@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 namespace vesko {
 namespace {
 
@@ -12,10 +9,7 @@ using namespace std::string_literals;
 
 TEST(NetInfoTest, FollowsFromAddressAndNetmask) {
   const struct {
-    const char* ip;
-    const char* netmask;
-    const char* network;
-    const char* broadcast;
+    const char *ip, *netmask, *network, *broadcast;
     int cidr;
   } cases[] = {
       {"192.168.1.23", "255.255.255.0", "192.168.1.0", "192.168.1.255", 24},
@@ -39,21 +33,20 @@ TEST(NetInfoTest, FollowsFromAddressAndNetmask) {
 }
 
 TEST(NetInfoTest, NothingFollowsFromOtherNetmasks) {
-  const std::vector<std::string> badOnes = {"",
-                                            ".",
-                                            "24",
-                                            "255.255.255",
-                                            "255.255.255.0.0",
-                                            "255.255.255.256",
-                                            "255.255.255.-1",
-                                            "255.255.255.+1",
-                                            "255.255.255. 0",
-                                            "255.x.255.255.0",
-                                            "255.255.255.0x0",
-                                            "99999999999999999999.0.0.0",
-                                            std::string(100'000, '.'),
-                                            std::string(100'000, '1'),
-                                            "255.255.255\0.0"s};
+  const std::string badOnes[] = {"",
+                                 ".",
+                                 "24",
+                                 "255.255.255",
+                                 "255.255.255.0.0",
+                                 "255.255.255.256",
+                                 "255.255.255.-1",
+                                 "255.255.255. 0",
+                                 "255.x.255.255.0",
+                                 "255.255.255.0x0",
+                                 "99999999999999999999.0.0.0",
+                                 std::string(100'000, '.'),
+                                 std::string(100'000, '1'),
+                                 "255.255.255\0.0"s};
   for (const std::string& bad : badOnes) {
     SCOPED_TRACE(bad.substr(0, 30));
     const NetInfo info("10.1.2.3", bad);
