@@ -29,7 +29,20 @@ template <class Body>
   return child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// Expects the same of a program that begins anew and runs this test up to here: it has its own threads behind the
+/// Expects the same of `body` where `prepare` succeeds, which is tried in a process of its own as well; skips the test
+/// where it does not.
+template <class Prepare, class Body>
+void expectToPassPrepared(Prepare prepare, Body body) {
+  if (!passesInChild([&] { ::_exit(prepare() ? 0 : 1); })) {
+    GTEST_SKIP() << "namespaces of one's own, or what is done in them, are not permitted here";
+  }
+  EXPECT_TRUE(passesInChild([&] {
+    ASSERT_TRUE(prepare());
+    body();
+  }));
+}
+
+/// Expects it of a program that begins anew and runs this test up to here: it has its own threads behind the
 /// queues, whatever ran before in this one. Requires: nothing before it in the test uses queues.
 template <class Body>
 void expectToPassAnew(Body body) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "tests/support/Png.h"
 
 namespace vesko {
@@ -63,8 +61,7 @@ TEST(NSImage, DecodesEveryKindToTheSamePng) {
   const std::string redAboveBlue = Png::ofRows(1, 2, '\0' + red + '\0' + blue);
   const struct {
     const char* name;
-    std::string bytes;
-    std::string same;
+    std::string bytes, same;
   } cases[] = {
       {"bmp", bmp(1, 1, "\0\0\xff\0"s), Png::ofColor(red)},
       {"gif", gif, Png::ofColor(red)},
