@@ -6,21 +6,14 @@
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <string>
-#include <system_error>
 #include <thread>
-#include <vector>
 
 #include "Platform/files/FileDescriptor.h"
 #include "Platform/network/NetworkInterfaces.h"
 #include "Platform/network/OwnAddresses.h"
-#include "Platform/queues/DispatchQueue.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EventList.h"
 #include "tests/support/FewDescriptors.h"
@@ -32,41 +25,27 @@
 namespace vesko {
 namespace {
 
-/// Changes the loopback interface of the network that the process is in.
-class Loopback {
- public:
-  void setUp(bool isUp) {
-    ifreq request = requestFor("lo");
-    request.ifr_flags = static_cast<short>(isUp ? IFF_UP : 0);
-    change(SIOCSIFFLAGS, request);
-  }
+/// Asks for a change of the loopback interface, in the network that the process is in, or of another name that it has.
+void change(const char* label, unsigned long what, const std::function<void(ifreq&)>& set) {
+  const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq request{};
+  std::string_view(label).copy(request.ifr_name, sizeof request.ifr_name - 1);
+  set(request);
+  ASSERT_EQ(::ioctl(socket.get(), what, &request), 0);
+}
 
-  void setAddress(const std::string& label, const char* address, const char* netmask) {
-    ifreq request = requestFor(label);
-    put(address, request);
-    change(SIOCSIFADDR, request);
-    put(netmask, request);
-    change(SIOCSIFNETMASK, request);
-  }
+void setUp(bool isUp) {
+  change("lo", SIOCSIFFLAGS, [&](ifreq& request) { request.ifr_flags = static_cast<short>(isUp ? IFF_UP : 0); });
+}
 
- private:
-  static ifreq requestFor(const std::string& name) {
-    ifreq request{};
-    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
-    return request;
-  }
-
-  static void put(const char* address, ifreq& request) {
+void setAddress(const char* label, unsigned long what, const char* address) {
+  change(label, what, [&](ifreq& request) {
     sockaddr_in internet{};
     internet.sin_family = AF_INET;
     ::inet_pton(AF_INET, address, &internet.sin_addr);
     std::memcpy(&request.ifr_addr, &internet, sizeof internet);
-  }
-
-  void change(unsigned long what, ifreq& request) const { ASSERT_EQ(::ioctl(socket_.get(), what, &request), 0); }
-
-  FileDescriptor socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-};
+  });
+}
 
 struct Watched {
   Watched() { waitForTasks(queue); }
@@ -78,7 +57,6 @@ struct Watched {
     return told;
   }
 
-  Loopback loopback;
   EventList events;
   std::error_code error;
   std::shared_ptr<DispatchQueue> queue = DispatchQueue::serial("test");
@@ -89,31 +67,32 @@ struct Watched {
 void expectThatChangesAreTold() {
   Watched watched;
   ASSERT_TRUE(watched.watch) << watched.error.message();
-  watched.loopback.setUp(true);
+  setUp(true);
   EXPECT_TRUE(watched.isTold());
-  watched.loopback.setAddress("lo:1", "10.1.2.3", "255.255.255.0");
+  setAddress("lo:1", SIOCSIFADDR, "10.1.2.3");
+  setAddress("lo:1", SIOCSIFNETMASK, "255.255.255.0");
   EXPECT_TRUE(watched.isTold());
   const InterfaceAddress added{"lo:1", "10.1.2.3", "255.255.255.0", true, true, true};
   const InterfaceAddress own{"lo", "127.0.0.1", "255.0.0.0", true, true, true};
   EXPECT_EQ(NetworkInterfaces::all(), (std::vector<InterfaceAddress>{own, added}));
-  watched.loopback.setUp(false);
+  setUp(false);
   EXPECT_TRUE(watched.isTold());
 }
 
 void expectThatChangesAreToldTogether() {
   Watched watched;
-  watched.loopback.setUp(true);
+  setUp(true);
   ASSERT_TRUE(watched.isTold());
   for (const int count : {20, 2000}) {  // the second time, more than the system keeps
     {
       const HeldQueue held(watched.queue);
-      for (int i = 0; i < count; ++i) watched.loopback.setUp(i % 2 != 0);
+      for (int i = 0; i < count; ++i) setUp(i % 2 != 0);
     }
     EXPECT_TRUE(watched.events.waitFor("change"));
     waitForTasks(watched.queue);
     EXPECT_EQ(watched.events.take().size(), 1U);
   }
-  watched.loopback.setUp(false);
+  setUp(false);
   EXPECT_TRUE(watched.isTold()) << "still listening";
 }
 
@@ -122,7 +101,7 @@ void expectSilenceAfterTheEnd() {
   {
     const HeldQueue held(watched.queue);
     watched.queue->async([&] { watched.watch.reset(); });
-    watched.loopback.setUp(true);
+    setUp(true);
   }
   waitForTasks(watched.queue);
   EXPECT_EQ(watched.events.count(""), 0U);
@@ -136,9 +115,9 @@ void expectSilenceAfterTheEnd() {
       },
       error);
   waitForTasks(watched.queue);
-  watched.loopback.setUp(false);
+  setUp(false);
   EXPECT_TRUE(watched.isTold());
-  watched.loopback.setUp(true);
+  setUp(true);
   waitForTasks(watched.queue);
   EXPECT_EQ(watched.events.count(""), 0U);
 }
@@ -147,7 +126,7 @@ void expectThatItEndsOnAnyThread() {
   for (int round = 0; round < 50; ++round) {
     Watched watched;
     const std::jthread changing([&] {
-      for (int i = 0; i < 10; ++i) watched.loopback.setUp(i % 2 == 0);
+      for (int i = 0; i < 10; ++i) setUp(i % 2 == 0);
     });
     EXPECT_TRUE(watched.events.waitFor("change"));
     watched.watch.reset();
@@ -155,8 +134,22 @@ void expectThatItEndsOnAnyThread() {
   }
 }
 
-void expectTheErrorOfTheSystem() {
+TEST(InterfaceWatchTest, TellsOfChangesOfTheInterfaces) {
+  const auto enterNetwork = [] { return enterOwnSpaces(CLONE_NEWNET); };
+  expectToPassPrepared(enterNetwork, [] {});
+  if (testing::Test::IsSkipped()) return;
+  for (const auto expectation : {expectThatChangesAreTold, expectThatChangesAreToldTogether, expectSilenceAfterTheEnd,
+                                 expectThatItEndsOnAnyThread}) {
+    expectToPassAnew([&] {
+      ASSERT_TRUE(enterNetwork());
+      expectation();
+    });
+  }
+}
+
+TEST(InterfaceWatchTest, TellsWhyItCannotWatch) {
   const auto queue = DispatchQueue::serial("test");
+  waitForTasks(queue);
   const FewDescriptors none(0);
   std::error_code error;
   EXPECT_FALSE(InterfaceWatch::make(
@@ -164,24 +157,10 @@ void expectTheErrorOfTheSystem() {
   EXPECT_EQ(error, std::errc::too_many_files_open);
 }
 
-TEST(InterfaceWatchDeathTest, TellsOfChangesOfTheInterfaces) {
-  if (!passesInChild([] { ::_exit(enterOwnSpaces(CLONE_NEWNET) ? 0 : 1); })) {
-    GTEST_SKIP() << "a network namespace of one's own is not permitted here";
-  }
-  for (const auto expectation : {expectThatChangesAreTold, expectThatChangesAreToldTogether, expectSilenceAfterTheEnd,
-                                 expectThatItEndsOnAnyThread, expectTheErrorOfTheSystem}) {
-    expectToPassAnew([expectation] {
-      ASSERT_TRUE(enterOwnSpaces(CLONE_NEWNET));
-      expectation();
-    });
-  }
-}
-
 [[nodiscard]] bool ip(const std::string& arguments) { return std::system(("ip " + arguments).c_str()) == 0; }
 
 void expectThatChangesAreKnownAtOnce() {
-  ASSERT_TRUE(ip("link add eth0 type veth peer name eth1") && ip("link set eth1 up") && ip("link set eth0 up"));
-  ASSERT_TRUE(ip("address add 10.1.2.3/24 dev eth0"));
+  ASSERT_TRUE(ip("link set eth1 up") && ip("link set eth0 up") && ip("address add 10.1.2.3/24 dev eth0"));
   OwnAddresses own;
   ASSERT_TRUE(isSoon([&] { return own.has("10.1.2.3"); })) << "it gets no link";
   for (int round = 0; round < 3; ++round) {
@@ -196,12 +175,8 @@ void expectThatChangesAreKnownAtOnce() {
 }
 
 TEST(OwnAddressesTest, FollowsTheSystem) {
-  const auto tryIt = [] { ::_exit(enterOwnSpaces(CLONE_NEWNET) && ip("link add type veth") ? 0 : 1); };
-  if (!passesInChild(tryIt)) GTEST_SKIP() << "a network of one's own, or ip(8), is not to be had here";
-  EXPECT_TRUE(passesInChild([] {
-    ASSERT_TRUE(enterOwnSpaces(CLONE_NEWNET));
-    expectThatChangesAreKnownAtOnce();
-  }));
+  expectToPassPrepared([] { return enterOwnSpaces(CLONE_NEWNET) && ip("link add eth0 type veth peer name eth1"); },
+                       expectThatChangesAreKnownAtOnce);
 }
 
 TEST(OwnAddressesTest, KnowsThemWhateverTheSystemIsShortOf) {
@@ -230,18 +205,12 @@ TEST(OwnAddressesTest, KnowsThemWhateverTheSystemIsShortOf) {
   expectAll(*untold);
 }
 
-/// Puts `folder` in the place of the system's folder of interfaces, for this process only.
-[[nodiscard]] bool replaceInterfaces(const TemporaryFolder& folder) {
-  return enterOwnMounts() && replaceFolder("/sys/class/net", folder.path());
-}
-
 TEST(NetworkInterfacesTest, KindsOfInterfaces) {
   using enum InterfaceKind;
   const struct {
     const char* name;
     InterfaceKind kind;
-    const char* entry;  // what the system has on it; a folder when there is no text
-    const char* text;
+    const char *entry, *text;  // what the system has on it; a folder when there is no text
   } cases[] = {
       {"eth0", ordinary, "type", "1\n"},
       {"vlan7", ordinary, "uevent", "DEVTYPE=vlan\nINTERFACE=vlan7\nIFINDEX=9\n"},
@@ -270,16 +239,13 @@ TEST(NetworkInterfacesTest, KindsOfInterfaces) {
     *text == '\0' ? folder.makeFolder(path) : folder.write(path, text);
   }
   folder.makeFolder("bridge");
-  if (!passesInChild([&] { ::_exit(replaceInterfaces(folder) ? 0 : 1); })) {
-    GTEST_SKIP() << "mounting in a namespace of one's own is not permitted here";
-  }
-  EXPECT_TRUE(passesInChild([&] {
-    ASSERT_TRUE(replaceInterfaces(folder));
+  const auto replaceInterfaces = [&] { return enterOwnMounts() && replaceFolder("/sys/class/net", folder.path()); };
+  expectToPassPrepared(replaceInterfaces, [&] {
     for (const auto& one : cases) EXPECT_EQ(NetworkInterfaces::kindOf(one.name), one.kind) << one.name;
     for (const char* bad : {"", ".", "..", ":1", "eth0/../lan", "lan/", "/sys/class/net/lan", "absent"}) {
       EXPECT_EQ(NetworkInterfaces::kindOf(bad), ordinary) << bad;
     }
-  }));
+  });
 }
 
 }  // namespace

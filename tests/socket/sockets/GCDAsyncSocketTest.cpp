@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "Platform/files/FileHandle.h"
 #include "tests/socket/sockets/SocketFixture.h"

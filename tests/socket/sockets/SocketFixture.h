@@ -2,13 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <functional>
-#include <memory>
-#include <string>
-#include <utility>
 
-#include "Platform/queues/DispatchQueue.h"
 #include "Platform/sockets/GCDAsyncSocket.h"
 #include "tests/support/EventList.h"
 #include "tests/support/FakeClock.h"
@@ -93,6 +88,13 @@ class SocketTest : public testing::Test {
     RawConnection peer = listener.accept();
     EXPECT_TRUE(events_->waitFor("connected 127.0.0.1"));
     return peer;
+  }
+
+  /// Lets time pass once all is done that was asked for before; what is due then is done as well.
+  void letTimePass(FakeClock::SteadyTime::duration time) const {
+    waitForTasks(queue_);
+    clock_->advance(time);
+    waitForTasks(queue_);
   }
 
   /// True when the socket has reported its end once, and as this text says.
