@@ -80,8 +80,6 @@ class UdpSocketTest : public testing::Test {
     waitForTasks(queue_);
   }
 
-  [[nodiscard]] std::shared_ptr<GCDAsyncUdpSocket> make() const { return GCDAsyncUdpSocket::make(events_, queue_); }
-
   void open(std::uint16_t port = 0) {
     std::error_code error;
     EXPECT_TRUE(socket_->enableBroadcast(true, error)) << error.message();
@@ -109,7 +107,7 @@ class UdpSocketTest : public testing::Test {
   std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
   std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test", clock_);
   std::shared_ptr<UdpEvents> events_ = std::make_shared<UdpEvents>(queue_);
-  std::shared_ptr<GCDAsyncUdpSocket> socket_ = make();
+  std::shared_ptr<GCDAsyncUdpSocket> socket_ = GCDAsyncUdpSocket::make(events_, queue_);
   RawDatagrams raw_;
 };
 
@@ -235,7 +233,7 @@ TEST_F(UdpSocketTest, WaitingEnds) {
 
 TEST_F(UdpSocketTest, NothingIsToldAfterTheEnd) {
   for (const bool isDestroyed : {false, true}) {
-    socket_ = make();
+    socket_ = GCDAsyncUdpSocket::make(events_, queue_);
     open();
     const std::uint16_t port = socket_->localPort();
     {

@@ -5,9 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <functional>
 #include <thread>
-#include <utility>
 
 #include "tests/support/EventList.h"
 #include "tests/support/FakeClock.h"
@@ -20,15 +18,18 @@
 namespace vesko {
 namespace {
 
-/// Runs `work` as another user, which for Linux is a matter of one thread.
-void asAnotherUser(const std::function<void()>& work) {
+/// What `openRaw` opens as another user, which for Linux is a matter of one thread.
+FileDescriptor openAsAnotherUser(const std::string& path, Use use) {
+  FileDescriptor descriptor;
   std::thread([&] {
     constexpr uid_t nobody = 65534;
     ASSERT_EQ(::syscall(SYS_setresuid, -1, nobody, -1), 0);
-    work();
+    descriptor = openRaw(path, use);
   }).join();
+  return descriptor;
 }
 
+void setMode(const std::string& path, mode_t mode) { ASSERT_EQ(::chmod(path.c_str(), mode), 0) << path; }
 mode_t modeOf(const std::string& path) {
   struct stat status {};
   EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
@@ -40,13 +41,11 @@ class LocalSocketTest : public testing::Test {
   ~LocalSocketTest() override { waitForTasks(queue_); }
 
   [[nodiscard]] std::unique_ptr<LocalListener> listen(const std::string& path, std::error_code& error) {
-    return LocalListener::listen(
-        path, queue_,
-        [this](std::shared_ptr<LocalConnection> connection) {
-          accepted_ = std::move(connection);
-          events_->add("accepted");
-        },
-        error);
+    const auto accept = [this](std::shared_ptr<LocalConnection> connection) {
+      accepted_ = std::move(connection);
+      events_->add("accepted");
+    };
+    return LocalListener::listen(path, queue_, accept, error);
   }
 
   [[nodiscard]] std::unique_ptr<LocalListener> listen() {
@@ -104,14 +103,12 @@ TEST_F(LocalSocketTest, LinesArriveWholeHoweverTheyArePieced) {
 
 TEST_F(LocalSocketTest, WhoHasSaidAllItWantedStillHearsTheAnswers) {
   const auto listener = listen();
-  FileDescriptor descriptor = openRaw(path_, Use::connect);
-  ASSERT_EQ(::send(descriptor.get(), "?\n", 2, 0), 2);
-  ::shutdown(descriptor.get(), SHUT_WR);
-  ASSERT_TRUE(events_->waitFor("accepted"));
-  waitForTasks(queue_);
+  RawConnection raw = connectRaw();
+  raw.send("?\n");
+  raw.endSending();
   accepted_->start(
-      10, [weak = std::weak_ptr(accepted_)](const std::string& line) { weak.lock()->send(line + "!"); }, [] {});
-  EXPECT_EQ(RawConnection(std::move(descriptor)).receiveAll(), "?!\n");
+      10, [this](const std::string& line) { accepted_->send(line + "!"); }, [] {});
+  EXPECT_EQ(raw.receiveAll(), "?!\n");
 }
 
 TEST_F(LocalSocketTest, OneThatDoesNotReadHoldsNobodyUpAndIsCutOff) {
@@ -176,12 +173,12 @@ TEST_F(LocalSocketTest, BothSidesTalkAndAnyThreadLetsGo) {
     const auto echoes = std::make_shared<EventList>();
     connection->start(
         10, [echoes](const std::string& line) { echoes->add(line); }, [] {});
-    std::jthread other([&] {
-      for (int i = 0; i < 500; ++i) accepted_->send(std::to_string(i));
-    });
-    for (int i = 0; i < 500; ++i) connection->send(std::to_string(i));
-    ASSERT_TRUE(events_->waitFor("line ", 100));
-    ASSERT_TRUE(echoes->waitFor("", 100));
+    const auto sendAll = [](LocalConnection& from) {
+      for (int i = 0; i < 500; ++i) from.send(std::to_string(i));
+    };
+    std::jthread other([&] { sendAll(*accepted_); });
+    sendAll(*connection);
+    ASSERT_TRUE(events_->waitFor("line 99") && echoes->waitFor("99"));
     connection.reset();
     other.join();
     ASSERT_TRUE(events_->waitFor("end"));
@@ -193,13 +190,11 @@ TEST_F(LocalSocketTest, BothSidesTalkAndAnyThreadLetsGo) {
 }
 
 TEST_F(LocalSocketTest, ListensOnlyInAFolderOfTheUsersAlone) {
-  folder_.makeFolder("open");
-  folder_.makeFolder("readable");
   folder_.write("file", "");
   const std::string target = folder_.makeFolder("private");
-  ::chmod(folder_.path("open").c_str(), 0701);
-  ::chmod(folder_.path("readable").c_str(), 0740);
-  ::chmod(target.c_str(), 0700);
+  setMode(target, 0700);
+  setMode(folder_.makeFolder("open"), 0701);
+  setMode(folder_.makeFolder("readable"), 0740);
   ASSERT_EQ(::symlink(target.c_str(), folder_.path("link").c_str()), 0);
   const struct {
     std::string path;
@@ -225,8 +220,7 @@ TEST_F(LocalSocketTest, ListensOnlyInAFolderOfTheUsersAlone) {
 }
 
 TEST_F(LocalSocketTest, TakesThePlaceOfTheDeadAndNotOfTheLiving) {
-  folder_.makeFolder("own");
-  ::chmod(folder_.path("own").c_str(), 0700);
+  setMode(folder_.makeFolder("own"), 0700);
   { const auto dead = openRaw(path_, Use::listen); }
   { const auto deadBeforeItListened = openRaw(path_ + ".new", Use::listen); }
   auto first = listen();
@@ -249,16 +243,12 @@ TEST_F(LocalSocketTest, TakesThePlaceOfTheDeadAndNotOfTheLiving) {
 TEST_F(LocalSocketTest, KeepsOtherUsersOut) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can act as another user";
   const auto listener = listen();
-  ::chmod(folder_.path().c_str(), 0777);
-  ::chmod(folder_.path("own").c_str(), 0777);
-  ::chmod(path_.c_str(), 0666);
-  FileDescriptor stranger;
-  asAnotherUser([&] { stranger = openRaw(path_, Use::connect); });
-  EXPECT_EQ(RawConnection(std::move(stranger)).receiveAll(), "");
+  for (const auto& path : {folder_.path(), folder_.path("own"), path_}) setMode(path, 0777);
+  EXPECT_EQ(RawConnection(openAsAnotherUser(path_, Use::connect)).receiveAll(), "");
   waitForTasks(queue_);
   EXPECT_EQ(events_->count("accepted"), 0U);
 
-  asAnotherUser([&] { stranger = openRaw(folder_.path("trap"), Use::listen); });
+  const FileDescriptor trap = openAsAnotherUser(folder_.path("trap"), Use::listen);
   std::error_code error;
   EXPECT_EQ(LocalConnection::connect(folder_.path("trap"), queue_, error), nullptr);
   EXPECT_EQ(error, std::errc::permission_denied);
