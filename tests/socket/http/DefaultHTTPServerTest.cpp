@@ -9,7 +9,6 @@
 
 #include "Platform/http/SelectorEventLoop.h"
 #include "tests/support/EventList.h"
-#include "tests/support/FewDescriptors.h"
 #include "tests/support/RawPeer.h"
 
 namespace vesko {
@@ -202,18 +201,6 @@ TEST_F(DefaultHTTPServerTest, ManySlowConnectionsHoldNobodyUp) {
   EXPECT_TRUE(answers(slow.size() - 200)) << "only the longest there makes room";
 }
 
-TEST_F(DefaultHTTPServerTest, AcceptingGoesOnAfterAShortageOfDescriptors) {
-  start();
-  RawConnection before = send(get("/"));
-  (void)before.receive(answerTo("GET /").size());
-  std::optional<FewDescriptors> one(1);
-  RawConnection during = send(last("/during"));
-  before.send(last("/before"));
-  EXPECT_EQ(before.receiveAll(), answerTo("GET /before")) << "those that are there are served on";
-  one.reset();
-  EXPECT_EQ(during.receiveAll(), answerTo("GET /during"));
-}
-
 TEST_F(DefaultHTTPServerTest, EndsWithConnectionsInEveryState) {
   start();
   const std::uint16_t port = server_->port();
@@ -228,24 +215,6 @@ TEST_F(DefaultHTTPServerTest, EndsWithConnectionsInEveryState) {
     EXPECT_NE(peer.error(), std::errc::resource_unavailable_try_again);
   }
   EXPECT_ANY_THROW((void)RawConnection::to(port));
-}
-
-TEST_F(DefaultHTTPServerTest, SaysWhyItCannotListen) {
-  const RawListener taken;
-  const struct {
-    std::string interface;
-    std::uint16_t port;
-    std::errc reason;
-  } cases[] = {{"127.0.0.1", taken.port(), std::errc::address_in_use},
-               {"192.0.2.1", 0, std::errc::address_not_available},
-               {"localhost", 0, std::errc::invalid_argument}};
-  for (const auto& [interface, port, reason] : cases) {
-    std::error_code error;
-    DefaultHTTPServer server(loop_, interface, port, {});
-    EXPECT_FALSE(server.start(error));
-    EXPECT_EQ(error, reason);
-    EXPECT_EQ(server.port(), 0);
-  }
 }
 
 }  // namespace

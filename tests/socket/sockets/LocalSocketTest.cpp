@@ -9,7 +9,6 @@
 
 #include "tests/support/EventList.h"
 #include "tests/support/FakeClock.h"
-#include "tests/support/FewDescriptors.h"
 #include "tests/support/LocalPeer.h"
 #include "tests/support/QueueTasks.h"
 #include "tests/support/RawPeer.h"
@@ -252,19 +251,6 @@ TEST_F(LocalSocketTest, KeepsOtherUsersOut) {
   std::error_code error;
   EXPECT_EQ(LocalConnection::connect(folder_.path("trap"), queue_, error), nullptr);
   EXPECT_EQ(error, std::errc::permission_denied);
-}
-
-TEST_F(LocalSocketTest, AcceptsAgainWhenThereAreDescriptorsAgain) {
-  const auto listener = listen();
-  FileDescriptor waiting;
-  {
-    const FewDescriptors few(1);
-    waiting = openRaw(path_, Use::connect);
-    ASSERT_TRUE(clock_->waitForAlarm());
-  }
-  EXPECT_EQ(events_->count("accepted"), 0U);
-  clock_->advance(std::chrono::milliseconds(100));
-  EXPECT_TRUE(events_->waitFor("accepted"));
 }
 
 }  // namespace

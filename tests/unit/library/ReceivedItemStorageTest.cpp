@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <barrier>
@@ -88,10 +87,7 @@ TEST_F(ReceivedItemStorageTest, DeliversASingleEntryUnderTheFirstFreeName) {
   const std::string umlaut = "\xC3\xA4";
   const auto umlauts = repeated(umlaut, 125) + ".txt";
   const auto with = [](const std::string& beginning, std::size_t count) { return beginning + std::string(count, 'x'); };
-  const struct {
-    Names elements;
-    Names names;
-  } cases[] = {
+  const std::pair<Names, Names> cases[] = {
       {{"photo.jpg"}, {"photo.jpg", "photo (2).jpg", "photo (3).jpg"}},
       {{"backup.tar.gz"}, {"backup.tar.gz", "backup.tar (2).gz"}},
       {{"README"}, {"README", "README (2)"}},
@@ -160,10 +156,8 @@ TEST_F(ReceivedItemStorageTest, MakesTheStorageFolderWithTheFirstElementUnderANa
 TEST_F(ReceivedItemStorageTest, DropsWhatHasNoPlaceAndGoesOn) {
   const std::string longest(255, 'x');
   const auto deepest = repeated("d/", 255) + "file";
-  const struct {
-    Names elements;  // those that have no place marked "!"
-    Names entries;
-  } cases[] = {
+  // Elements, those that have no place marked "!", and what is there of them.
+  const std::pair<Names, Names> cases[] = {
       {{"a", "!a/b", "!a/b/", "c"}, {"a", "c"}},
       {{"a", "!a/", "c"}, {"a", "c"}},
       {{"a/", "!a", "a/b", "c"}, {"a", "c"}},
@@ -236,8 +230,7 @@ TEST_F(ReceivedItemStorageTest, FailsWhenTheDiskOrTheFolderIsUnusable) {
   std::error_code error;
   ReceivedItemStorage storage(downloads(), evening, randomText);
   const auto huge = storage.prepareFile("huge", std::numeric_limits<std::uint64_t>::max() / 2);
-  EXPECT_EQ(huge.verdict, Verdict::failed);
-  EXPECT_EQ(huge.error, std::errc::no_space_on_device);
+  EXPECT_TRUE(huge.verdict == Verdict::failed && huge.error == std::errc::no_space_on_device);
   EXPECT_EQ(fs::is_empty(storage.path()), true);
   EXPECT_EQ(store(storage, "file"), Verdict::stored);
   // Somebody exchanges the folder: neither delivered nor removed then.
@@ -271,43 +264,33 @@ TEST_F(ReceivedItemStorageTest, KeepsToTheRightsAndModesOfTheUser) {
     EXPECT_EQ(storage.settle(error), std::nullopt);
     EXPECT_EQ(error, std::errc::permission_denied);
     ReceivedItemStorage other(folder.path(), evening, randomText);
-    const auto prepared = other.prepareFolder("folder");
-    EXPECT_EQ(prepared.verdict, Verdict::failed);
-    EXPECT_EQ(prepared.error, std::errc::permission_denied);
+    EXPECT_EQ(other.prepareFolder("folder").error, std::errc::permission_denied);
     fs::permissions(folder.path(), fs::perms(0755));
   }));
 }
 
 TEST_F(ReceivedItemStorageTest, SweepsOnlyStorageFoldersOfTheDead) {
-  const auto name = [](const std::string& date, const std::string& text) { return storagePrefix + date + text; };
-  const std::string date = "20260102030405";
+  const std::string start = storagePrefix + "20260102030405";
   const std::string text = std::string(31, 'Z') + "0";
-  Names kept = {
-      name(date, text + "a"),
-      name(date, text.substr(1)),
-      name("2026010203040x", text),
-      name(date, std::string(32, '-')),
-      name(date, std::string(32, '{')),
-      "x" + name(date, text),
-      ".vesko" + name(date, text).substr(6),
-  };
+  const auto of = [&](char letter) { return start + std::string(32, letter); };
+  const auto downloaded = [&](const std::string& name) { return folder_.path("downloads/" + name); };
+  std::set<std::string> kept = {
+      start + text + "a", start + text.substr(1),           storagePrefix + "2026010203040x" + text, of('-'), of('{'),
+      "x" + start + text, ".vesko" + start.substr(6) + text};
   for (const auto& entry : kept) folder_.write("downloads/" + entry + "/file", "");
-  kept.push_back(name(date, std::string(32, 'f')));
-  folder_.write("downloads/" + kept.back(), "a file");
-  kept.push_back(name(date, std::string(32, 'l')));
-  fs::create_directory_symlink(folder_.path("outside"), folder_.path("downloads/" + kept.back()));
+  folder_.write("downloads/" + *kept.insert(of('f')).first, "a file");
+  fs::create_directory_symlink(folder_.path("outside"), downloaded(*kept.insert(of('l')).first));
   if (::geteuid() == 0) {
-    kept.push_back(name(date, std::string(32, 'o')));
-    ASSERT_EQ(::chown(folder_.makeFolder("downloads/" + kept.back()).c_str(), 65534, 65534), 0);
+    fs::create_directory(downloaded(*kept.insert(of('o')).first));
+    ASSERT_EQ(::chown(downloaded(of('o')).c_str(), 65534, 65534), 0);
   }
-  for (const auto* dead : {"1", "2"}) folder_.write("downloads/" + name(date, text.substr(1) + dead) + "/a/file", "");
+  for (const char dead : {'1', 'Z'}) folder_.write("downloads/" + of(dead) + "/a/file", "");
   ReceivedItemStorage alive(downloads(), evening, randomText);
   EXPECT_EQ(store(alive, "file"), Verdict::stored);
-  kept.push_back(lastPathComponent(alive.path()));
-  std::ranges::sort(kept);
+  kept.insert(lastPathComponent(alive.path()));
 
   EXPECT_EQ(ReceivedItemStorage::sweep(downloads()), 2U);
-  EXPECT_EQ(delivered(), kept);
+  EXPECT_EQ(delivered(), Names(kept.begin(), kept.end()));
   EXPECT_EQ(ReceivedItemStorage::sweep(folder_.path("absent")), 0U);
   EXPECT_EQ(settled(alive), downloads() + "/file");
 }
@@ -316,26 +299,24 @@ TEST_F(ReceivedItemStorageTest, LosesNothingWhenManyDeliverTheSameNameWhileOther
   constexpr int count = 64;
   std::barrier start(count + 1);
   std::atomic<bool> isOver = false;
+  const auto deliverOne = [&](int number) {
+    ReceivedItemStorage storage(downloads(), evening, randomText);
+    start.arrive_and_wait();
+    std::error_code error;
+    const auto prepared = storage.prepareFile("photo.jpg", 2);
+    ASSERT_TRUE(prepared.file) << prepared.error.message();
+    prepared.file->writeData(std::to_string(number), error);
+    EXPECT_TRUE(number % 2 != 0 || store(storage, "second") == Verdict::stored);
+    settled(storage);
+  };
   {
-    std::jthread sweeper([&] {
+    std::vector<std::jthread> threads;
+    for (int number = 0; number < count; ++number) threads.emplace_back([&, number] { deliverOne(number); });
+    const std::jthread sweeper([&] {
       start.arrive_and_wait();
       // It may be quicker than the lock on a folder just made; the transfer then makes another one.
       while (!isOver) ReceivedItemStorage::sweep(downloads());
     });
-    std::vector<std::jthread> threads;
-    threads.reserve(count);
-    for (int index = 0; index < count; ++index) {
-      threads.emplace_back([&, number = std::to_string(index), hasTwo = index % 2 == 0] {
-        ReceivedItemStorage storage(downloads(), evening, randomText);
-        start.arrive_and_wait();
-        std::error_code error;
-        const auto prepared = storage.prepareFile("photo.jpg", 2);
-        ASSERT_TRUE(prepared.file) << prepared.error.message();
-        prepared.file->writeData(number, error);
-        EXPECT_EQ(hasTwo ? store(storage, "second") : Verdict::stored, Verdict::stored);
-        settled(storage);
-      });
-    }
     threads.clear();
     isOver = true;
   }

@@ -1,55 +1,37 @@
 #include "Platform/network/PortHolders.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include "Platform/files/FileDescriptor.h"
+#include <optional>
+
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RawDatagrams.h"
+#include "tests/support/RawPeer.h"
 
 namespace vesko {
 namespace {
 
-/// A socket on a port of the system's choice.
-struct BoundSocket {
-  BoundSocket(int family, int type) : descriptor(::socket(family, type | SOCK_CLOEXEC, 0)) {
-    sockaddr_storage address{};
-    address.ss_family = static_cast<sa_family_t>(family);
-    socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
-    if (::bind(descriptor.get(), reinterpret_cast<sockaddr*>(&address), length) != 0)
-      throw std::system_error(errno, std::system_category());
-    if (type == SOCK_STREAM) ::listen(descriptor.get(), 1);
-    ::getsockname(descriptor.get(), reinterpret_cast<sockaddr*>(&address), &length);
-    port = ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
-  }
-
-  FileDescriptor descriptor;
-  std::uint16_t port = 0;
-};
-
 TEST(PortHolders, FindThisProcess) {
-  for (const int family : {AF_INET, AF_INET6}) {
-    for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
-      const auto protocol = type == SOCK_DGRAM ? PortProtocol::udp : PortProtocol::tcp;
-      BoundSocket socket(family, type);
-      const auto holders = PortHolders::of(protocol, socket.port);
-      ASSERT_EQ(holders.size(), 1U) << family << ' ' << type;
-      EXPECT_TRUE(holders[0].isOurs);
-      EXPECT_EQ(holders[0].process, ::getpid());
-      EXPECT_EQ(holders[0].processName, "unit_tests");
-      if (::geteuid() == 0) {
-        EXPECT_EQ(holders[0].user, "root");
-        EXPECT_TRUE(passesAsOrdinaryUser([&] {
-          socket.descriptor.reset();
-          EXPECT_EQ(PortHolders::of(protocol, socket.port), (std::vector<PortHolder>{{"root", false, 0, ""}}));
-        }));
-      }
-      socket.descriptor.reset();
-      EXPECT_TRUE(PortHolders::of(protocol, socket.port).empty());
-    }
+  std::optional<RawDatagrams> udp(std::in_place);
+  std::optional<RawListener> tcp(std::in_place);
+  const std::pair<PortProtocol, std::uint16_t> ports[] = {{PortProtocol::udp, udp->port()},
+                                                          {PortProtocol::tcp, tcp->port()}};
+  for (const auto& [protocol, port] : ports) {
+    const auto holders = PortHolders::of(protocol, port);
+    ASSERT_EQ(holders.size(), 1U);
+    EXPECT_TRUE(holders[0].isOurs);
+    EXPECT_EQ(holders[0].process, ::getpid());
+    EXPECT_EQ(holders[0].processName, "unit_tests");
   }
+  const auto expectOfStranger = [&] {
+    tcp.reset();  // which the parent still holds
+    EXPECT_EQ(PortHolders::of(ports[1].first, ports[1].second), (std::vector<PortHolder>{{"root", false, 0, ""}}));
+  };
+  EXPECT_TRUE(::geteuid() != 0 || passesAsOrdinaryUser(expectOfStranger));
+  udp.reset();
+  tcp.reset();
+  for (const auto& [protocol, port] : ports) EXPECT_TRUE(PortHolders::of(protocol, port).empty());
 }
 
 TEST(PortHolders, ReadTablesOfAnyKind) {
