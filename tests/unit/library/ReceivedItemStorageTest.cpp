@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <barrier>
 #include <limits>
@@ -129,24 +128,22 @@ TEST_F(ReceivedItemStorageTest, DeliversSeveralEntriesInAFolderNamedAfterTheStar
 }
 
 TEST_F(ReceivedItemStorageTest, MakesTheStorageFolderWithTheFirstElementUnderANameOfItsOwn) {
-  const std::array texts = {std::string(32, 'a'), std::string(32, 'b'), std::string(32, 'c')};
-  std::size_t drawn = 0;
-  const auto name = [&](std::size_t index) { return storagePrefix + "20261116102533" + texts[index]; };
-  folder_.write("downloads/" + name(0), "taken before");
-  ReceivedItemStorage storage(downloads(), evening, [&] { return texts[drawn++]; });
-  EXPECT_EQ(storage.path(), downloads() + "/" + name(1));
+  const auto name = [](char letter) { return storagePrefix + "20261116102533" + std::string(32, letter); };
+  folder_.write("downloads/" + name('a'), "taken before");
+  ReceivedItemStorage storage(downloads(), evening, [letter = 'a']() mutable { return std::string(32, letter++); });
+  EXPECT_EQ(storage.path(), downloads() + "/" + name('b'));
   std::error_code error;
   EXPECT_EQ(storage.settle(error), std::nullopt);
   EXPECT_FALSE(error);
-  EXPECT_EQ(delivered(), Names{name(0)});
+  EXPECT_EQ(delivered(), Names{name('a')});
 
-  fs::create_directory_symlink(folder_.path("outside"), folder_.path("downloads/" + name(1)));
+  fs::create_directory_symlink(folder_.path("outside"), folder_.path("downloads/" + name('b')));
   EXPECT_EQ(store(storage, "file"), Verdict::stored);
-  EXPECT_EQ(storage.path(), downloads() + "/" + name(2));
-  EXPECT_EQ(folder_.read("downloads/" + name(2) + "/file"), "file");
+  EXPECT_EQ(storage.path(), downloads() + "/" + name('c'));
+  EXPECT_EQ(folder_.read("downloads/" + name('c') + "/file"), "file");
 
   // A link that leads nowhere is not found before a folder is to take its place.
-  fs::create_symlink("nowhere", folder_.path("downloads/" + storagePrefix + "20261116102533" + std::string(32, 'd')));
+  fs::create_symlink("nowhere", folder_.path("downloads/" + name('d')));
   int asked = 0;
   ReceivedItemStorage unlucky(downloads(), evening, [&] { return ++asked, std::string(32, 'd'); });
   EXPECT_EQ(unlucky.prepareFile("file", 1).error, std::errc::device_or_resource_busy);
@@ -196,7 +193,6 @@ TEST_F(ReceivedItemStorageTest, FollowsNoLinkPlantedInTheStorageFolder) {
   fs::create_symlink(folder_.path("outside/sentinel"), inStorage("file"));
   fs::create_directory_symlink(folder_.path("outside"), inStorage("folder"));
   fs::create_symlink("/nowhere", inStorage("dangling"));
-  ASSERT_EQ(::mkfifo(inStorage("pipe").c_str(), 0600), 0);
   for (const auto* name : {"folder/", "folder/planted"}) EXPECT_EQ(store(storage, name), Verdict::dropped) << name;
   for (const auto* name : {"file", "dangling", "held/two"}) EXPECT_EQ(store(storage, name), Verdict::stored) << name;
   fs::rename(inStorage("held"), inStorage("moved"));
@@ -219,8 +215,7 @@ TEST_F(ReceivedItemStorageTest, LeavesNothingBehindUnlessSettled) {
     ReceivedItemStorage storage(downloads(), evening, randomText);
     for (const auto& name : whole) EXPECT_EQ(store(storage, name), Verdict::stored);
     EXPECT_EQ(store(storage, "half"), Verdict::stored);
-    EXPECT_TRUE(storage.discardLastFile());
-    EXPECT_TRUE(storage.discardLastFile());
+    for (int call = 0; call < 2; ++call) EXPECT_TRUE(storage.discardLastFile());
     EXPECT_EQ(settled(storage), whole.empty() ? "" : downloads() + "/whole");
     EXPECT_EQ(delivered(), whole);
   }

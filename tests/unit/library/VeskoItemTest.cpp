@@ -28,13 +28,11 @@ class VeskoItemTest : public testing::Test {
 };
 
 TEST_F(VeskoItemTest, FilesComeInChunks) {
-  const struct {
-    std::uint64_t size;
-    std::vector<std::uint64_t> chunks;
-  } cases[] = {{0, {0}},
-               {10 * mebibyte, {10'485'760}},
-               {10 * mebibyte + 1, {10'485'760, 1}},
-               {25 * mebibyte, {10'485'760, 10'485'760, 5'242'880}}};
+  const std::pair<std::uint64_t, std::vector<std::uint64_t>> cases[] = {
+      {0, {0}},
+      {10 * mebibyte, {10'485'760}},
+      {10 * mebibyte + 1, {10'485'760, 1}},
+      {25 * mebibyte, {10'485'760, 10'485'760, 5'242'880}}};
   for (const auto& [size, chunks] : cases) {
     SCOPED_TRACE(size);
     VeskoFile file(makeFile(size));

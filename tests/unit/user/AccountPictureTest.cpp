@@ -25,21 +25,20 @@ std::optional<std::string> encoded(const std::string& png) { return NSImage::dec
 TEST(AccountPicture, TakesTheFirstFileThatIsAPicture) {
   const TemporaryFolder folder;
   ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
-  const std::string text = folder.write("text", "no picture");
   const std::string large = folder.write("large", red);
   std::filesystem::resize_file(large, (16U << 20) + 1);
   std::vector<std::string> paths;
   AccountPicture picture([&] { return paths; });
   EXPECT_EQ(picture.png(), std::nullopt);
-  paths = {folder.path("missing"),    folder.path(), folder.path("pipe"), "/dev/zero", text,
-           folder.write("empty", ""), large};
+  folder.write("text", "no picture");
+  folder.write("empty", "");
+  paths = {"/dev/zero"};
+  for (const auto* name : {"missing", ".", "pipe", "text", "empty", "large"}) paths.push_back(folder.path(name));
   EXPECT_EQ(picture.png(), std::nullopt);
   paths.push_back(folder.write("last", green));
   EXPECT_EQ(picture.png(), encoded(green));
   std::filesystem::resize_file(large, 16U << 20);
   EXPECT_EQ(picture.png(), encoded(red));
-  folder.write("text", green);
-  EXPECT_EQ(picture.png(), encoded(green));
 }
 
 TEST(AccountPicture, DecodesAFileAgainOnlyWhenItChanged) {

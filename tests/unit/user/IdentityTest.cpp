@@ -14,7 +14,6 @@ namespace {
 TEST(IdentityTest, AssignedValues) {
   const std::pair<std::string_view, std::string_view> cases[] = {
       {"", ""},
-      {"NAME=", ""},
       {"NAME=two words", "two"},
       {"NAME=windows\r\n", "windows"},
       {"# NAME=comment\nXNAME=a\nNAMEX=b\nNAME =c\n", ""},
