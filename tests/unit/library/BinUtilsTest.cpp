@@ -143,6 +143,8 @@ TEST(BinUtilsDeathTest, MistakesInPacking) {
     SCOPED_TRACE(one.format);
     expectMistake([&one] { return hexlify(pack(one.format, one.values)); }, one.message, one.outcome);
   }
+  expectMistake([] { return hexlify(pack("<c", {"\U0001f600"s}, TextEncoding::utf8)); },
+                "cannot decode character \U0001f600", "");
 }
 
 TEST(BinUtilsDeathTest, OtherMistakes) {
