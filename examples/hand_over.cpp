@@ -1,5 +1,5 @@
-// Shows who is there and receives into the downloads folder; what the command line names goes to whose address is
-// typed.
+// Lists the machines and receives into the downloads folder. Sends the paths of the command line to each machine whose
+// address is typed.
 #include <iostream>
 
 #include "VeskoKit/VeskoKit.h"

@@ -19,6 +19,7 @@
 namespace vesko {
 namespace {
 
+/// O_NOFOLLOW: a folder that somebody replaces by a link is an error and leads nowhere else.
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 void setOnFailure(int result, std::error_code& error) {
@@ -47,7 +48,7 @@ struct CloseStream {
 
 std::vector<std::string> contentsOf(int folder, std::error_code& error) {
   std::vector<std::string> names;
-  // A descriptor of its own: the held one must keep its position, and the stream closes what it is given.
+  // A descriptor of its own: the held one must keep its position, and closing the stream closes its descriptor.
   auto descriptor = openFolderAt(folder, ".", error);
   if (error) return names;
   const std::unique_ptr<DIR, CloseStream> stream(::fdopendir(descriptor.get()));
@@ -66,8 +67,9 @@ std::vector<std::string> contentsOf(int folder, std::error_code& error) {
   return names;
 }
 
-/// Removes an entry with all it holds. One folder is held open, however deep the tree; the way up is "..", which is
-/// taken only when it leads to the folder that the way down came from.
+/// Removes an entry with everything in it. Only one folder is open at a time, however deep the tree is, so that a deep
+/// tree cannot exhaust the descriptors. The way up is "..", which is checked: if somebody has moved the current folder,
+/// ".." leads to a foreign one, and the removal stops.
 class TreeRemoval {
  public:
   explicit TreeRemoval(int base) noexcept : base_(base) {}
@@ -98,7 +100,7 @@ class TreeRemoval {
   void removeEntry(int folder, std::string name) {
     if (::unlinkat(folder, name.c_str(), 0) == 0) return;
     if (errno != EISDIR) return note(lastSystemError());
-    // An empty folder needs no descriptors, which may be what has run out.
+    // Removing an empty folder needs no descriptor, and descriptors may have run out.
     if (::unlinkat(folder, name.c_str(), AT_REMOVEDIR) != 0) enter(folder, std::move(name));
   }
 
@@ -110,12 +112,12 @@ class TreeRemoval {
     }
     struct stat status {};
     if (!error) setOnFailure(::fstat(descriptor.get(), &status), error);
-    // What is mounted inside a tree is not part of it.
+    // A file system that is mounted inside the tree is not part of it and is left alone.
     if (!error && !levels_.empty() && identityOf(status).device != levels_.front().identity.device) {
       error = std::make_error_code(std::errc::cross_device_link);
     }
     if (error) return note(error);
-    // Entries can be removed only from a folder that may be written; where that is refused, the removal says so.
+    // Entries can be removed only from a writable folder. If the mode cannot be changed, the removal reports why.
     if ((status.st_mode & S_IRWXU) != S_IRWXU) (void)::fchmod(descriptor.get(), S_IRWXU);
     auto names = contentsOf(descriptor.get(), error);
     note(error);

@@ -23,7 +23,7 @@ std::shared_ptr<FileHandle> FileHandle::forReadingInFolder(int folder, const std
   FileDescriptor descriptor(uninterrupted([&] { return ::openat(folder, path.c_str(), flags); }));
   struct stat status {};
   if (!descriptor || ::fstat(descriptor.get(), &status) != 0) {
-    // What a socket answers to being opened.
+    // ENXIO is what open(2) returns for a socket.
     error = errno == ENXIO ? std::make_error_code(std::errc::invalid_argument) : lastSystemError();
     return nullptr;
   }
@@ -44,6 +44,8 @@ std::shared_ptr<FileHandle> FileHandle::nullDevice(std::error_code& error) {
   return std::make_shared<FileHandle>(std::move(descriptor));
 }
 
+/// Nothing is read here; the result only names a part of the file. The length is asked for again only when the known
+/// one is not enough, as the file may have grown.
 Data FileHandle::readDataOfLength(std::uint64_t length, std::error_code& error) {
   error.clear();
   if (knownLength_ < offset_ || knownLength_ - offset_ < length) {

@@ -34,8 +34,8 @@ namespace {
 using asio::ip::tcp;
 using ErrorCode = boost::system::error_code;
 
-/// How long a connection that was ended is read on: closing it with something unread would be a reset, which may take
-/// the answer away from its receiver.
+/// How long a connection is read from after the last answer. Closing it with unread data would send a reset (RFC 2525,
+/// section 2.17), and the client could lose the answer.
 constexpr std::chrono::seconds drainPatience{2};
 
 /// Read at a time; most requests are shorter.
@@ -174,6 +174,7 @@ bool DefaultHTTPServer::Implementation::start(std::error_code& error) {
   return true;
 }
 
+/// At the bound the connection that has waited longest is closed: it has had the most time to send its request.
 void DefaultHTTPServer::Implementation::adopt(FileDescriptor descriptor) {
   if (connections_.size() == maximumConnections) close(connections_.begin()->second);
   const auto connection = std::make_shared<Connection>(shared_from_this(), nextTurn_++);
@@ -207,10 +208,12 @@ bool DefaultHTTPServer::Implementation::Connection::open(FileDescriptor descript
   return true;
 }
 
-/// Begins with something that the other side has `bound` for, as the last in the line of those that make room.
+/// Starts a phase of the connection (a request, an answer, the draining) that may take `bound`, and moves the
+/// connection to the end of the order in which connections are closed when there are too many.
 void DefaultHTTPServer::Implementation::Connection::begin(std::chrono::milliseconds bound) {
   timer_.expires_after(bound);
   timer_.async_wait([self = shared_from_this()](const ErrorCode& error) {
+    // A handler that was already queued when a new phase set the timer again is not of this phase.
     const bool isOfThisTime = self->timer_.expiry() <= std::chrono::steady_clock::now();
     if (!error && isOfThisTime) self->end();
   });
@@ -233,7 +236,7 @@ void DefaultHTTPServer::Implementation::Connection::awaitRequest() {
   headLength_ = 0;
   parser_.emplace();
   parser_->header_limit(maximumRequest);
-  parser_->body_limit(boost::none);  // it is not read, so its length is nothing to refuse a request for
+  parser_->body_limit(boost::none);  // bodies are not read, so no request is refused for their length
   parse();
 }
 
@@ -246,7 +249,7 @@ void DefaultHTTPServer::Implementation::Connection::onBytes(std::size_t count) {
   parse();
 }
 
-/// The parser takes whole fields away, and bounds only what is left; the bound on all of them is kept here.
+/// The parser consumes complete fields and limits only what is left; the limit on the whole head is kept here.
 void DefaultHTTPServer::Implementation::Connection::parse() {
   ErrorCode error;
   const std::size_t used = parser_->put(buffer_.data(), error);
@@ -276,8 +279,8 @@ void DefaultHTTPServer::Implementation::Connection::respond(const Parser::value_
                     then(&Connection::onSent));
 }
 
-/// Whether the connection cannot go on after the answer: where that would have no end of its own, where its receiver
-/// would take it for shorter than it is, and where a body that is not read comes before the next request.
+/// Whether the connection has to be closed after the answer: when only the close marks the end of the answer, when the
+/// client would expect no body (HEAD), and when a body, which is not read, precedes the next request.
 bool DefaultHTTPServer::Implementation::Connection::isLast(const Parser::value_type& request) const {
   const bool hasBody =
       parser_->content_length().value_or(0) > 0 || request.find(http::field::transfer_encoding) != request.end();

@@ -32,14 +32,14 @@ namespace {
 using asio::ip::tcp;
 using ErrorCode = boost::system::error_code;
 
-/// Of an answer's status line and fields; bytes. The servers we ask send a few hundred. What stands around the chunks
-/// of a body is held to it, too.
+/// Bytes of the status line and the fields of an answer; the servers we ask send a few hundred. The chunk headers and
+/// trailers of a body have the same limit.
 constexpr std::size_t maximumHead = 8192;
 
 /// Read at a time.
 constexpr std::size_t readLength = 16 * 1024;
 
-/// One that fits into a request line, and ends neither it nor the fields.
+/// A path that can be written into a request line: no blanks or control characters, which could add a field.
 bool isPath(std::string_view path) {
   return path.starts_with('/') && std::ranges::all_of(path, [](char character) {
            const auto byte = static_cast<unsigned char>(character);
@@ -145,7 +145,7 @@ void HTTPSession::Implementation::get(Task task, Job job) {
   });
 }
 
-/// The loop takes things in their order, so the request has been started, and may have ended.
+/// The loop runs its tasks in order, so at this time the request has been started, and may already be complete.
 void HTTPSession::Implementation::cancel(Task task) {
   asio::post(contextOf(*loop_), [weak = weak_from_this(), task] {
     if (const auto self = weak.lock()) self->breakOff(task);
@@ -161,7 +161,7 @@ void HTTPSession::Implementation::start(Task task, Job job) {
 void HTTPSession::Implementation::breakOff(Task task) {
   const auto found = exchanges_.find(task);
   if (found == exchanges_.end()) return;
-  const auto exchange = found->second;  // which the end takes from the list
+  const auto exchange = found->second;  // keeps it alive: ending removes it from the map
   exchange->fail();
 }
 
@@ -187,7 +187,7 @@ void HTTPSession::Implementation::Exchange::start() {
                         [self = shared_from_this()](const ErrorCode& failure) { self->onConnect(failure); });
 }
 
-/// A clock calls on a thread of its own, at any time: also when the session, and with it the loop, is gone.
+/// The clock calls on any thread and at any time, also when the session, and with it the loop, is gone.
 void HTTPSession::Implementation::Exchange::watch(std::chrono::steady_clock::duration delay) {
   alarm_ = clock_->callAfter(delay, [session = session_, weak = weak_from_this()] {
     const auto alive = session.lock();
@@ -198,7 +198,7 @@ void HTTPSession::Implementation::Exchange::watch(std::chrono::steady_clock::dur
   });
 }
 
-/// The call that connecting was watched by may come when that is done.
+/// The alarm for the connection may arrive after the connection was made; then only the deadline counts.
 void HTTPSession::Implementation::Exchange::onTime() {
   if (!isConnected_ || clock_->monotonicNow() >= deadline_) fail();
 }
@@ -281,15 +281,15 @@ bool HTTPSession::Implementation::Exchange::isWhole() const {
   return parser_->is_done() && parser_->get().result_int() >= 200;
 }
 
-/// The parser relies on a last chunk, which has five bytes, to be there in full; no other part of a chunked body has
-/// fewer behind its beginning.
+/// The parser expects that the last chunk ("0", CR LF, CR LF: five bytes) is in the buffer completely. Every other
+/// chunk is followed by at least as much, so waiting for five bytes delays nothing.
 bool HTTPSession::Implementation::Exchange::hasEnoughToParse() const {
   constexpr std::size_t lastChunk = 5;
   const bool isInChunks = parser_->is_header_done() && parser_->chunked();
   return buffer_.size() >= (isInChunks ? lastChunk : 1);
 }
 
-/// The parser takes whole fields away, and bounds only what is left; the bound on all of them is kept here.
+/// The parser consumes complete fields and limits only what is left; the limit on the whole head is kept here.
 bool HTTPSession::Implementation::Exchange::holdsTooMuch() const {
   return (parser_->is_header_done() ? 0 : headLength_) + buffer_.size() >= maximumHead;
 }

@@ -43,6 +43,7 @@ class Subscription : public std::enable_shared_from_this<Subscription> {
     });
   }
 
+  /// The lock is not held while `onChange` runs: that may destroy the watch, which takes the lock in `stop`.
   [[nodiscard]] bool takeChanges() {
     const std::scoped_lock lock(mutex_);
     return changes_ && changes_->take();

@@ -21,6 +21,8 @@ std::vector<InterfaceAddress> OwnAddresses::list() {
   return known_;
 }
 
+/// Asked for every datagram, so the system is asked again only when it has reported a change. Where changes cannot be
+/// watched, or no address is known yet, it is asked each time.
 bool OwnAddresses::has(const std::string& address) {
   const std::scoped_lock lock(mutex_);
   if (!changes_ || changes_->take() || known_.empty()) ask();

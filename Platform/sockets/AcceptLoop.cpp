@@ -10,10 +10,12 @@ namespace vesko {
 
 namespace {
 
-/// Accepted in one go before other work on the queue gets its turn. Well below the connections that any service holds,
-/// so that those accepted last do not make the first leave before they were looked at.
+/// Connections accepted in one go, before other tasks of the queue run. Far fewer than any service keeps, so that the
+/// last of them do not push out the first before those were read from.
 constexpr int turn = 64;
 
+/// After a shortage. The connection stays in the system's backlog and the listening socket stays readable, so without a
+/// pause the loop would use a whole processor until a descriptor is free.
 constexpr std::chrono::milliseconds pause{100};
 
 }  // namespace
@@ -41,7 +43,7 @@ void AcceptLoop::accept() {
   for (int i = 0; i < turn; ++i) {
     std::string ip;
     FileDescriptor connection = SocketCalls::accept(listening_.get(), ip, error);
-    // Other errors may be those of one connection, and the next one is fine.
+    // Any other error belongs to the one connection that is accepted (accept(2)); the next one may be fine.
     if (error == std::errc::operation_would_block || isShortageOfResources(error)) break;
     if (connection) onConnection_(std::move(connection), std::move(ip));
   }

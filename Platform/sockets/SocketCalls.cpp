@@ -23,8 +23,8 @@ namespace vesko::SocketCalls {
 
 namespace {
 
-/// Room for what a few hundred machines answer at once: the system counts each datagram, however short, as one or two
-/// thousand bytes. It gives less where its own limit is lower.
+/// Room for the answers of a few hundred machines at the same time: the system counts each datagram, however short, as
+/// one or two thousand bytes. The system may grant less.
 constexpr int datagramBufferBytes = 1024 * 1024;
 
 template <class Call>
@@ -64,7 +64,7 @@ template <class Call>
 FileDescriptor makeLocal(const std::string& path, std::error_code& error, Call call) {
   sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
   FileDescriptor descriptor;
-  // A name that is empty or begins with NUL would lie outside the file system, where anybody may take it.
+  // An empty name, or one that begins with NUL, is not in the file system (unix(7)), so no permissions protect it.
   if (path.empty() || path.find('\0') != std::string::npos) {
     error = std::make_error_code(std::errc::invalid_argument);
   } else if (path.size() >= sizeof address.sun_path) {
@@ -90,6 +90,8 @@ std::optional<Address> decodedAddress(std::string_view systemForm) {
   return Address{textOf(address), ntohs(address.sin_port)};
 }
 
+/// Without TCP_NODELAY the last small packet of a file would wait for an acknowledgement (Nagle, RFC 896). The writer
+/// gathers small data itself.
 FileDescriptor makeStream(std::error_code& error) {
   FileDescriptor descriptor(
       checked([] { return ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }, error));
@@ -191,7 +193,7 @@ FileDescriptor connectLocal(const std::string& path, std::error_code& error) {
 }
 
 FileDescriptor listenLocal(const std::string& path, std::error_code& error) {
-  // The mode comes before the listening: until then nobody gets in, whatever umask has left.
+  // The mode is set before listening: until then nobody can connect, whatever the umask allows.
   return makeLocal(path, error, [&path](int descriptor, const sockaddr* where, socklen_t length) {
     const bool listens = ::bind(descriptor, where, length) == 0 && ::chmod(path.c_str(), S_IRUSR | S_IWUSR) == 0 &&
                          ::listen(descriptor, SOMAXCONN) == 0;

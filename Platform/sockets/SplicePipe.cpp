@@ -16,8 +16,7 @@ namespace {
 /// Bytes; what the system grants a pipe without special rights (/proc/sys/fs/pipe-max-size).
 constexpr int capacity = 1024 * 1024;
 
-/// What it grants when nothing is asked for (pipe(7)). It gives less when a user has very many pipes: copying then
-/// takes fewer calls.
+/// The default capacity (pipe(7)). A user with very many pipes gets less; then copying needs fewer system calls.
 constexpr int leastCapacity = 64 * 1024;
 
 }  // namespace
@@ -41,6 +40,8 @@ std::uint64_t SplicePipe::takeFrom(int socket, std::uint64_t length, std::error_
   return held_;
 }
 
+/// The pipe must be empty afterwards, or the rest would go into the file of the next body. An error loses the rest, but
+/// then the transfer has failed anyway.
 void SplicePipe::handOnTo(FileHandle& file, std::error_code& error) {
   held_ -= file.writeFromPipe(readingEnd_.get(), held_, error);
   // A file system that cannot take pages from a pipe takes copies.

@@ -30,6 +30,8 @@ std::optional<double> StreamReader::timeoutOfFirst() const noexcept {
   return queue_.front().timeout;
 }
 
+/// One step of the first request. Bytes that are already in the buffer come first; only with an empty buffer may bytes
+/// be moved past it, or their order would be lost.
 StreamStep StreamReader::step(int descriptor, SocketError& error) {
   if (queue_.empty()) return StreamStep::idle;
   if (begin_ == end_ && canSplice(queue_.front())) return splice(descriptor, error);
@@ -42,6 +44,8 @@ StreamStep StreamReader::step(int descriptor, SocketError& error) {
   return advance(bytes.size());
 }
 
+/// The part of the buffer that belongs to the first request. A request that ends with a certain byte gets its length
+/// here: what is buffered up to that byte, or all of it when the byte has not come yet.
 std::string_view StreamReader::bytesForFirst() noexcept {
   Pending& request = queue_.front();
   const std::uint64_t left = request.length - request.done;
@@ -53,6 +57,8 @@ std::string_view StreamReader::bytesForFirst() noexcept {
   return wanted;
 }
 
+/// A short body is copied: two system calls and a pipe cost more than copying some kilobytes. Without a pipe, when the
+/// process is short of descriptors say, everything is copied.
 bool StreamReader::canSplice(const Pending& request) {
   if (!request.destination || !pipeUsable_ || request.length - request.done < spliceThreshold) return false;
   if (!pipe_) pipe_ = SplicePipe::make();
@@ -60,6 +66,8 @@ bool StreamReader::canSplice(const Pending& request) {
   return pipeUsable_;
 }
 
+/// Socket to pipe to file, without the bytes entering the program. What the pipe has taken is gone from the socket, so
+/// it is written to the file in the same step.
 StreamStep StreamReader::splice(int descriptor, SocketError& error) {
   Pending& request = queue_.front();
   std::error_code code;
@@ -74,6 +82,7 @@ StreamStep StreamReader::splice(int descriptor, SocketError& error) {
   return advance(count);
 }
 
+/// Zero bytes are the orderly end of the stream. That is a failure here, since a request is still open.
 StreamStep StreamReader::stepWithoutBytes(std::error_code code, SocketError& error) {
   if (code == std::errc::operation_would_block) return StreamStep::blocked;
   error = {SocketError::Operation::read, code ? code : make_error_code(SocketErrc::endOfStream)};
@@ -108,6 +117,7 @@ StreamStep StreamReader::advance(std::uint64_t count) {
   moved_.tag = request.tag;
   moved_.partialLength = count;
   if (request.done < request.length) return StreamStep::moved;
+  // The request gives its file away: from here on the data that is handed out is what keeps the file open.
   moved_.data = request.destination
                     ? Data::stretchOfFile(std::move(request.destination), request.startOffset, request.length)
                     : std::move(request.gathered);

@@ -24,7 +24,7 @@ StreamSocket::StreamSocket(std::weak_ptr<GCDAsyncSocketDelegate> delegate, std::
     : delegate_(std::move(delegate)), queue_(std::move(delegateQueue)) {}
 
 StreamSocket::~StreamSocket() {
-  // Whoever sends would take an orderly end for the news that all has arrived.
+  // A sender takes an orderly end of the connection as the confirmation that everything has arrived.
   if (state_ == State::connected) SocketCalls::resetOnClose(descriptor_.get());
 }
 
@@ -72,6 +72,7 @@ bool StreamSocket::connectToHost(const std::string& host, std::uint16_t port, do
   return true;
 }
 
+/// `connecting` ends in `finishConnect`, when the socket becomes writable, or by the alarm of the time-out.
 void StreamSocket::beginConnect(std::uint16_t port, double timeout) {
   std::error_code code;
   SocketCalls::connect(descriptor_.get(), {host_, port}, code);
@@ -105,14 +106,14 @@ bool StreamSocket::acceptOnPort(std::uint16_t port, SocketError& error) {
   const std::uint16_t boundPort = SocketCalls::localPort(descriptor.get());
   std::shared_ptr<AcceptLoop> loop;
   if (!code) {
-    // Taken over by what is accepted. Whoever sends takes an orderly end for success, so it must be nobody's default:
-    // were this process killed, the system would close its connections.
+    // Accepted connections inherit this. When this process is killed, the system closes its connections, and a sender
+    // takes an orderly end for success. So the default is a reset, and `close` asks for the orderly end.
     SocketCalls::resetOnClose(descriptor.get());
     const auto onConnection = [weak = weak_from_this()](FileDescriptor connection, std::string host) {
       const auto self = weak.lock();
       if (self && self->state_ == State::listening) self->adopt(std::move(connection), std::move(host));
     };
-    // From here, so that the caller hears when it cannot be done: a listener has nobody else to tell.
+    // Made here and not on the queue, so that the caller gets the error: a listener has no other way to report it.
     loop = AcceptLoop::make(std::move(descriptor), queue_, onConnection, code);
   }
   error = {code ? Operation::listen : Operation::none, code};
@@ -131,6 +132,7 @@ void StreamSocket::adopt(FileDescriptor descriptor, std::string host) {
   auto accepted = std::make_shared<StreamSocket>(std::weak_ptr<GCDAsyncSocketDelegate>(), queue_);
   accepted->host_ = std::move(host);
   accepted->localPort_ = SocketCalls::localPort(descriptor.get());
+  // A connection that cannot be watched is dropped, which resets it: the sender then knows that nothing was received.
   const std::error_code unwatched = accepted->open(std::move(descriptor), State::connected);
   if (delegate && !unwatched) delegate->socketDidAcceptNewSocket(*this, std::move(accepted));
 }

@@ -10,17 +10,20 @@ namespace {
 
 using Operation = SocketError::Operation;
 
-/// Reads of what nobody wants, in one go before other work on the queue gets its turn.
+/// Reads of unexpected data in one go, before other tasks of the queue run.
 constexpr int drainBatch = 16;
 
-/// What the system counts for the end of what is sent, until the other side has acknowledged it (bytes).
+/// Bytes: the system counts the end of the stream (FIN) as one unacknowledged byte.
 constexpr std::uint64_t endOfStreamLength = 1;
 
-/// How often a closing connection is asked whether it still drains.
+/// How often it is checked whether the peer still acknowledges data while the connection closes.
 constexpr std::chrono::milliseconds drainInterval{500};
 
 }  // namespace
 
+/// The last part of a send: everything is handed to the system, the half-close follows, and then this waits for the
+/// peer to acknowledge all bytes and to close. Only both together are success: a peer may have acknowledged what it has
+/// not stored yet.
 void StreamSocket::beginDraining() {
   state_ = State::draining;
   reader_.clear();
@@ -30,7 +33,7 @@ void StreamSocket::beginDraining() {
   finishSending();
 }
 
-/// What the system has not taken of the gathered bytes comes first; only then may it say that nothing follows.
+/// Gathered bytes that the system has not taken yet are sent first; the half-close must come after them.
 void StreamSocket::finishSending() {
   SocketError error;
   const StreamStep flushed = writer_.isBlocked() ? StreamStep::blocked : writer_.flush(descriptor_.get(), false, error);
@@ -47,6 +50,7 @@ std::uint64_t StreamSocket::undrainedBytes() const noexcept {
   return SocketCalls::unacknowledgedBytes(descriptor_.get()) + writer_.gatheredBytes();
 }
 
+/// Called when the socket is readable. Data from the peer is unexpected here and discarded; what counts is its end.
 void StreamSocket::drain() {
   std::array<char, 4096> unexpected;
   std::error_code code;
@@ -59,13 +63,15 @@ void StreamSocket::drain() {
   } else if (code || writer_.gatheredBytes() > 0) {
     close({Operation::write, code ? code : make_error_code(SocketErrc::endOfStream)});
   } else if (undrainedBytes() > endOfStreamLength) {
-    // It has gone, or has just nothing to say: that shows when it takes the rest, or refuses it.
+    // It may have crashed, or only closed its sending side. Its acknowledgements, or a reset, will show which.
     otherSideHasEnded_ = true;
   } else {
     close({});
   }
 }
 
+/// Two different failures: without acknowledgements the connection is broken (`timed_out`); with all acknowledged, but
+/// no close, the peer may have everything or not (`unconfirmed`).
 void StreamSocket::checkDraining() {
   const Time now = queue_->clock()->monotonicNow();
   const std::uint64_t outstanding = undrainedBytes();
@@ -79,7 +85,7 @@ void StreamSocket::checkDraining() {
   } else if (isTaken && otherSideHasEnded_) {
     close({});
   } else if (now - acknowledged_.since < end) {
-    // From now on only the other side's end is awaited, which is told without asking.
+    // When all is acknowledged only the peer's close is awaited, and the readable event reports that.
     wakeIn(isTaken ? acknowledged_.since + end - now : drainInterval);
   } else if (isTaken) {
     close({Operation::write, SocketErrc::unconfirmed});

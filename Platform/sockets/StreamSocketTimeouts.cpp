@@ -19,6 +19,8 @@ StreamSocket::Time::duration StreamSocket::inTicks(double seconds) {
   return std::chrono::duration_cast<Time::duration>(Seconds(seconds));
 }
 
+/// One alarm serves the read, the write and the stall together: it is set for the earliest, and an alarm that already
+/// comes earlier is kept. Setting one for each request would cost a timer for each small file.
 void StreamSocket::watchDeadlines() {
   Time earliest = Time::max();
   watchDeadline(readDeadline_, reader_.timeoutOfFirst(), earliest);
@@ -37,8 +39,8 @@ void StreamSocket::watchDeadline(Deadline& deadline, std::optional<double> timeo
   earliest = std::min(earliest, deadline.expires);
 }
 
-/// Being writable again is no measure: the system says so only once a good part of what it holds is acknowledged, which
-/// may take minutes where the way is slow.
+/// A stall is measured by what the peer has acknowledged, not by when the socket becomes writable: the system reports
+/// that only when a good part of its buffer is free, which may take minutes on a slow connection.
 void StreamSocket::watchStall(Time& earliest) {
   if (stallTimeout_ < 0 || !writer_.isBlocked()) return;
   if (!nextStallCheck_) {
@@ -49,6 +51,7 @@ void StreamSocket::watchStall(Time& earliest) {
   earliest = std::min(earliest, *nextStallCheck_);
 }
 
+/// The clock calls on any thread, also after this socket is gone. Both pointers are weak: an alarm keeps neither alive.
 void StreamSocket::wakeIn(std::chrono::steady_clock::duration delay) {
   alarmTime_ = queue_->clock()->monotonicNow() + delay;
   alarm_ = queue_->clock()->callAfter(delay, [queue = std::weak_ptr(queue_), weak = weak_from_this()] {
@@ -60,6 +63,7 @@ void StreamSocket::wakeIn(std::chrono::steady_clock::duration delay) {
   });
 }
 
+/// Each check may close the socket, so the state is looked at before each of them.
 void StreamSocket::onAlarm() {
   alarmTime_.reset();
   const Time now = queue_->clock()->monotonicNow();
@@ -103,7 +107,7 @@ void StreamSocket::extend(Deadline& deadline, double extension, Operation operat
 void StreamSocket::checkStall(Time now) {
   if (!nextStallCheck_ || now < *nextStallCheck_) return;
   nextStallCheck_.reset();
-  // What comes next, if anything, begins a time of its own.
+  // Nothing waits to be sent any more; the next write starts a new measurement.
   if (!writer_.isBlocked()) return;
   noteAcknowledged(undrainedBytes(), now);
   if (now - acknowledged_.since >= inTicks(stallTimeout_)) {
@@ -121,6 +125,8 @@ void StreamSocket::beginAcknowledged(Time now) {
   noteAcknowledged(undrainedBytes(), now);
 }
 
+/// Only growth is progress. The end of the stream, which the system counts as one more byte, may make it look like
+/// less.
 void StreamSocket::noteAcknowledged(std::uint64_t outstanding, Time now) {
   const std::uint64_t bytes = written_ > outstanding ? written_ - outstanding : 0;
   if (bytes > acknowledged_.bytes) acknowledged_ = {bytes, now};

@@ -26,12 +26,17 @@ std::optional<double> StreamWriter::timeoutOfFirst() const noexcept {
   return queue_.front().timeout;
 }
 
+/// Small data is gathered, so that the headers and bodies of many small files share one system call and one packet.
+/// Long data is sent from where it is: memory directly, a file by sendfile(2). A long stretch of a file is read through
+/// the buffer only where sendfile does not work.
 bool StreamWriter::belongsInBuffer(const Pending& request) const noexcept {
   const std::uint64_t left = request.data.size() - request.done;
   if (left > bufferSize) return request.data.isStretchOfFile() && !sendFileUsable_;
   return !request.data.isStretchOfFile() || left < sendFileThreshold || !sendFileUsable_;
 }
 
+/// One step of the first request. What was gathered before it is sent first, with the hint that more follows, so that
+/// the system does not send a packet that is nearly empty.
 StreamStep StreamWriter::step(int descriptor, SocketError& error) {
   if (queue_.empty()) return StreamStep::idle;
   if (blocked_) return StreamStep::blocked;
@@ -68,6 +73,8 @@ StreamStep StreamWriter::gather(SocketError& error) {
   return advance(count);
 }
 
+/// A file that ends early is an error of its own, `sourceEnded`: the length was announced, so the stream can no longer
+/// be completed and the connection has to be reset.
 bool StreamWriter::appendFirst(std::size_t count, SocketError& error) {
   if (!buffer_) buffer_ = std::make_unique_for_overwrite<char[]>(bufferSize);
   const Pending& request = queue_.front();
@@ -104,6 +111,8 @@ StreamStep StreamWriter::sendFirst(int descriptor, SocketError& error) {
   return advance(count);
 }
 
+/// The error codes of sendfile(2) are those of two sides: EIO is the file's, EINVAL and ENOSYS mean that this file
+/// cannot be sent in this way, and everything else is the connection's.
 std::size_t StreamWriter::sendStretch(int descriptor, const Pending& request, SocketError& error) {
   const std::uint64_t left = request.data.size() - request.done;
   const std::size_t count =
@@ -121,6 +130,7 @@ std::size_t StreamWriter::sendStretch(int descriptor, const Pending& request, So
   return count;
 }
 
+/// Removing the request also releases its data, which may be the last owner of an open file.
 StreamStep StreamWriter::advance(std::uint64_t count) {
   Pending& request = queue_.front();
   request.done += count;
