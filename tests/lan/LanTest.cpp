@@ -180,22 +180,6 @@ TEST_F(LanTest, NetworksThatComeLaterAreGreeted) {
   EXPECT_EQ(late->table(), (LanHost::Table{{ip(2), 4644}, {ip(3, 1), 4644}, {ip(4, 2), 4644}}));
 }
 
-TEST_F(LanTest, ATakenPortIsToldBeforeAnyHello) {
-  makeMachines(1);
-  auto watch = lan_->socketOn(stranger, defaultPort);
-  const auto other = receive(1, defaultPort - 1);  // whose pictures are served where another one would listen
-  EXPECT_EQ(watch.receive()[0], '\4');
-  const auto result = run(1, receiveOn(1, defaultPort));
-  EXPECT_EQ(result.code, 7);
-  const auto event = nlohmann::json::parse(result.output);
-  EXPECT_EQ(event["event"], "startupFailure");
-  EXPECT_EQ(event["endpoint"], "tcp");
-  EXPECT_EQ(event["port"], defaultPort);
-  EXPECT_EQ(other->stop(), 0);
-  EXPECT_EQ(watch.receive(), "\3Bye Bye");
-  EXPECT_EQ(watch.senderPort(), defaultPort - 1) << "the one that said hello, and nobody in between";
-}
-
 TEST_F(LanTest, ReceiversAreFoundByTheirNames) {
   makeMachines(3);
   const auto host2 = receive(2);

@@ -143,21 +143,6 @@ TEST_F(VeskoServerTest, WhatFollowsTheLastElementIsNotRead) {
   EXPECT_FALSE(sender.error()) << "the connection is closed in good order";
 }
 
-TEST_F(VeskoServerTest, AFailedTransferKeepsWhatArrivedWholeIfWanted) {
-  server_->keepPartial = true;
-  ASSERT_TRUE(receive(metadata(3, 9) + file("x/whole", "1234") + folder("y") + header("x/half", 5) + "12",
-                      "failed connectionLost"));
-  ASSERT_EQ(delivered().size(), 1U);
-  const std::string kept = "downloads/" + delivered().front();
-  EXPECT_EQ(recorder_->lastOutcome().keptPath, folder_.path(kept));
-  EXPECT_EQ(folder_.entries(kept), (Strings{"x", "y"}));
-  EXPECT_EQ(folder_.entries(kept + "/x"), Strings{"whole"});
-  clear();
-  ASSERT_TRUE(receive(metadata(1, 5) + header("half", 5) + "12", "failed connectionLost"));
-  EXPECT_EQ(recorder_->lastOutcome().keptPath, "");
-  EXPECT_EQ(delivered(), Strings());
-}
-
 TEST_F(VeskoServerTest, IncomingTransfersAreCancelled) {
   RawConnection sender = connect();
   sender.send(metadata(2, 9) + file("whole", "1234") + header("half", 5) + "12");

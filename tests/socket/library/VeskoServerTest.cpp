@@ -7,16 +7,12 @@
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/ListingApp.h"
 #include "tests/support/RawDatagrams.h"
-#include "tests/support/TimeZone.h"
 
 namespace vesko {
 namespace {
 
 using StreamBytes::file;
 using StreamBytes::metadata;
-
-/// 5 March 2024, midnight in UTC.
-constexpr std::chrono::system_clock::time_point midnight{std::chrono::seconds(1'709'596'800)};
 
 /// Comes back to the service when it goes.
 class ReturningObserver final : public VeskoPeerDiscoveryDelegate,
@@ -81,20 +77,6 @@ TEST_F(VeskoServerTest, AHostHasTransfersOfItsOwnKindGoToFoldersOfItsChoice) {
   EXPECT_EQ(folder_.read("downloads/127.0.0.1/a"), "1");
   EXPECT_EQ(recorder_->startingWith("[saved"), Strings{"[saved " + folder_.path("downloads/127.0.0.1/a") + "]"});
   EXPECT_EQ(recorder_->count("[progress 1 0 1 1 a " + transfer->currentBasePath() + "/a"), 1U);
-}
-
-TEST_F(VeskoServerTest, DeliversUnderFreeNames) {
-  const TimeZone zone("UTC");
-  const std::string several = metadata(2, 2) + file("a", "1") + file("b", "2");
-  clock_->setNow(midnight + std::chrono::hours(14) + std::chrono::minutes(5));
-  ASSERT_TRUE(receive(several, "finished"));
-  clock_->setNow(midnight + std::chrono::hours(2) + std::chrono::minutes(5));
-  ASSERT_TRUE(receive(several, "finished"));
-  const std::string second = "Received by Vesko at 2024-03-05 02-05 (2)";
-  EXPECT_EQ(recorder_->startingWith("[saved"), Strings{"[saved " + folder_.path("downloads/" + second) + "]"})
-      << "twelve hours lie between two minutes of one name";
-  EXPECT_EQ(delivered(), (Strings{"Received by Vesko at 2024-03-05 02-05", second}));
-  EXPECT_EQ(folder_.entries("downloads/" + second), (Strings{"a", "b"}));
 }
 
 TEST_F(VeskoServerTest, KeepsTransfersInTheirOrderUntilTheyArePruned) {
@@ -191,7 +173,8 @@ TEST_F(VeskoServerTest, TransfersFromServiceToServiceAllAtOnce) {
   const auto sender = std::make_shared<VeskoServer>(0, 0, clock_);
   const auto sent = std::make_shared<Recorder>();
   server_->startServer();
-  const auto peer = std::make_shared<VeskoPeer>("key", "127.0.0.1", server_->boundTcpPort(), "", midnight);
+  const auto peer =
+      std::make_shared<VeskoPeer>("key", "127.0.0.1", server_->boundTcpPort(), "", VeskoPeer::TimePoint());
   const auto send = [&](VeskoItems items) {
     const auto queue = DispatchQueue::serial("transfer");
     const auto transfer = std::make_shared<VeskoTransfer>(std::move(items), peer, queue);

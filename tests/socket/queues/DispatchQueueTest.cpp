@@ -1,36 +1,15 @@
 #include "Platform/queues/DispatchQueue.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <future>
 #include <thread>
 
-#include "Platform/files/FileHandle.h"
 #include "Platform/queues/MainQueue.h"
 #include "tests/support/QueueTasks.h"
-#include "tests/support/ResourceLimit.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace vesko {
 namespace {
-
-TEST(DispatchQueueTest, ALimitOfFileSizesEndsAWriteAndNotTheProcess) {
-  const TemporaryFolder folder;
-  for (const auto& queue : {DispatchQueue::serial("pool"), DispatchQueue::serialWithThread("own"),
-                            DispatchQueue::global(), std::shared_ptr<DispatchQueue>(MainQueue::shared())}) {
-    std::promise<std::error_code> result;
-    queue->async([&] {
-      const ResourceLimit limit(RLIMIT_FSIZE, 1000);
-      FileHandle file(FileDescriptor(::open(folder.path("file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
-      std::error_code error;
-      file.writeData(std::string(2000, 'x'), error);
-      result.set_value(error);
-    });
-    (void)MainQueue::shared()->drain();
-    EXPECT_EQ(result.get_future().get(), std::errc::file_too_large) << queue->label();
-  }
-}
 
 TEST(MainQueueTest, TheHostDrainsItOrRunsItUntilStopped) {
   const auto& queue = MainQueue::shared();

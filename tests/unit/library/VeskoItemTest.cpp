@@ -27,29 +27,6 @@ class VeskoItemTest : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(VeskoItemTest, FilesComeInChunks) {
-  const std::pair<std::uint64_t, std::vector<std::uint64_t>> cases[] = {
-      {0, {0}},
-      {10 * mebibyte, {10'485'760}},
-      {10 * mebibyte + 1, {10'485'760, 1}},
-      {25 * mebibyte, {10'485'760, 10'485'760, 5'242'880}}};
-  for (const auto& [size, chunks] : cases) {
-    SCOPED_TRACE(size);
-    VeskoFile file(makeFile(size));
-    EXPECT_EQ(file.size(), size);
-    std::uint64_t offset = 0;
-    for (const std::uint64_t length : chunks) {
-      const Data chunk = file.nextChunk();
-      EXPECT_EQ(chunk.size(), length);
-      EXPECT_EQ(chunk.offset(), offset);
-      offset += length;
-      EXPECT_EQ(file.handle() == nullptr, offset == size);
-    }
-    EXPECT_FALSE(file.sourceError());
-    EXPECT_EQ(file.nextChunk().offset(), 0U) << "starts over";
-  }
-}
-
 TEST_F(VeskoItemTest, AFileIsReadAtItsListedLengthOrIsAnErrorThatStays) {
   VeskoFile grown(folder_.write("file", "abc"));
   folder_.write("file", "abcdef");
