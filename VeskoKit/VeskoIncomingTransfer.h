@@ -177,8 +177,8 @@ class VeskoIncomingTransfer : public std::enable_shared_from_this<VeskoIncomingT
   [[nodiscard]] std::chrono::system_clock::time_point startTime() const noexcept { return startTime_; }
   [[nodiscard]] const std::string& remoteAddress() const noexcept { return remoteAddress_; }  ///< of the sender
 
-  /// For the host, to keep who sent this and what came of it; the transfer neither reads nor fills these. One thread at
-  /// a time.
+  /// For the host: the sender, and what has been received from it. The transfer neither reads nor fills these. One
+  /// thread at a time.
   [[nodiscard]] std::shared_ptr<VeskoPeer>& peer() noexcept { return peer_; }
   [[nodiscard]] std::vector<std::string>& receivedNames() noexcept { return receivedNames_; }
   [[nodiscard]] std::vector<std::string>& receivedPaths() noexcept { return receivedPaths_; }

@@ -181,13 +181,13 @@ std::shared_ptr<DirectoryHandle> DirectoryHandle::open(const std::string& path, 
 
 std::shared_ptr<DirectoryHandle> DirectoryHandle::openPrivate(const std::string& path, std::error_code& error) {
   setOnFailure(::mkdir(path.c_str(), S_IRWXU), error);
-  // Whatever is there already, and whoever made it, is judged by what opening it finds.
+  // An entry that exists is opened and checked: it may belong to another user, or be a link.
   if (error && error != std::errc::file_exists) return nullptr;
   auto descriptor = openFolderAt(AT_FDCWD, path.c_str(), error);
   struct stat status {};
   if (!error) setOnFailure(::fstat(descriptor.get(), &status), error);
   const bool isShared = status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
-  // How a link and what is no folder are reported differs from kernel to kernel; to us both are somebody's trap.
+  // Kernels differ in the error for a link and for something that is no folder. Here both may be an attack.
   const bool isNoFolder = error == std::errc::not_a_directory || error == std::errc::too_many_symbolic_link_levels;
   if (isNoFolder || (!error && isShared)) error = std::make_error_code(std::errc::permission_denied);
   return error ? nullptr : std::make_shared<DirectoryHandle>(std::move(descriptor));
@@ -282,7 +282,8 @@ void DirectoryHandle::moveWithoutReplacing(const std::string& name, const Direct
   const int to = target.descriptor_.get();
   setOnFailure(::renameat2(from, name.c_str(), to, newName.c_str(), RENAME_NOREPLACE), error);
   if (!isUnknownToFileSystem(error)) return;
-  // An entry made by ourselves reserves the name; only that entry gives way.
+  // This file system cannot rename without replacing. So the name is reserved by an entry of our own, and the rename
+  // replaces only that.
   const bool isFolder = attributes(name, false, error).kind == EntryKind::folder;
   if (error) return;
   if (isFolder) {
@@ -294,7 +295,7 @@ void DirectoryHandle::moveWithoutReplacing(const std::string& name, const Direct
   setOnFailure(::renameat(from, name.c_str(), to, newName.c_str()), error);
   if (!error) return;
   (void)::unlinkat(to, newName.c_str(), isFolder ? AT_REMOVEDIR : 0);
-  // Somebody has found our folder and put something into it: it is theirs now.
+  // Another process has put something into the reserved folder; it is kept, and another name is tried.
   if (error == std::errc::directory_not_empty) error = std::make_error_code(std::errc::file_exists);
 }
 

@@ -110,7 +110,7 @@ std::unique_ptr<DispatchSource> poolSource(std::shared_ptr<DispatchQueue> queue,
 
 std::shared_ptr<DispatchQueue> queueOn(std::shared_ptr<asio::io_context> context, std::string label,
                                        std::shared_ptr<Clock> clock) {
-  // The machine's clock calls on the pool, whose threads are not to be had in the middle of a shortage.
+  // The machine's clock calls on threads of the pool. They are started now: later the system may have none left.
   (void)poolContext();
   return std::make_shared<SerialQueue>(std::move(label), std::move(clock), std::move(context));
 }

@@ -34,7 +34,7 @@ class Pool {
     // Two at least, so that one queue's slow disk does not keep every other queue waiting.
     const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, 4U);
     for (unsigned i = 0; i < threads; ++i) {
-      // Where a further thread is not to be had, the pool goes, and these end after it.
+      // When the system has no further thread, the constructor throws, and the threads made so far end with the pool.
       std::thread([context = context_] {
         blockWriteSignals();
         context->run();

@@ -13,19 +13,19 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;
 
-/// Received, or sent of those that waited, in one go before other work on the queue gets its turn.
+/// Datagrams received, or waiting ones sent, in one go, before other tasks of the queue run.
 constexpr int batch = 64;
 
 /// No datagram of IPv4 is longer (RFC 791: a length of 16 bits).
 constexpr std::size_t bufferBytes = 64 * 1024;
 
-/// How long sending rests when the system is short of memory, of which nothing tells the end.
+/// How long sending pauses when the system is short of memory: no event reports the end of that.
 constexpr std::chrono::milliseconds shortagePause{10};
 
 /// The longest time-out: thirty years, so that no sum with it exceeds what the clock can count.
 constexpr Seconds longestTimeout{1e9};
 
-/// When something with this time-out has waited too long.
+/// The time at which something with this time-out (seconds; negative: none) has waited too long.
 std::chrono::steady_clock::time_point expiry(std::chrono::steady_clock::time_point now, double timeout) {
   if (!(timeout >= 0)) return std::chrono::steady_clock::time_point::max();
   return now + std::chrono::round<std::chrono::steady_clock::duration>(std::min(Seconds(timeout), longestTimeout));
@@ -115,7 +115,7 @@ void DatagramSocket::receiveWhenReadable() {
   const std::scoped_lock lock(mutex_);
   if (state_ != State::bound) return;
   source_->whenReadable([weak = weak_from_this()] {
-    // Held for one datagram at a time: a delegate that lets go of the socket gets no further ones.
+    // The socket is kept alive for one datagram at a time: after its delegate has released it, it receives no more.
     for (int i = 0; i < batch; ++i) {
       const auto self = weak.lock();
       if (!self || !self->receiveOne()) break;

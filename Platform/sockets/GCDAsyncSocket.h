@@ -116,7 +116,7 @@ class GCDAsyncSocket {
 
   /// Queues a read into memory of what arrives next: at least 1 byte, at most `maximumLength` (at least 1), and nothing
   /// after the first byte equal to `last`. The bytes tell whether `last` was reached. `timeout` as above, for this
-  /// read: whoever issues reads until `last` comes grants it again with each of them.
+  /// read alone: a caller that issues reads until `last` comes grants it again for each of them.
   virtual void readDataToByte(char last, std::uint64_t maximumLength, double timeout, std::int64_t tag) = 0;
 
   /// Queues `data` (at least 1 byte) for writing. The write is complete when its bytes were handed over: to the system,

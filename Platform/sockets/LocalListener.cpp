@@ -43,7 +43,7 @@ std::error_code reasonAgainstTaking(const std::string& path) {
   return connection || isFull ? std::make_error_code(std::errc::address_in_use) : error;
 }
 
-/// Listens under another name first, so that whoever finds the socket at `path` is served.
+/// Listens under a temporary name and then renames the socket, so that a socket at `path` always accepts connections.
 FileDescriptor listenAt(const std::string& path, Entry& entry, std::error_code& error) {
   const auto lock = entry.folder->lock();
   error = reasonAgainstTaking(path);
