@@ -103,7 +103,7 @@ class DefaultHTTPServer::Implementation : public std::enable_shared_from_this<Im
 
 /// One connection: reads a request, sends its answer and begins anew, or drains.
 ///
-/// What the loop still has to do for it keeps it alive, also beyond its server, which it therefore asks for each time.
+/// The pending operations on the loop own the connection, so it may outlive the server: the pointer to it is weak.
 class DefaultHTTPServer::Implementation::Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(const std::shared_ptr<Implementation>& server, std::uint64_t turn)

@@ -85,7 +85,7 @@ class HTTPSession::Implementation : public std::enable_shared_from_this<Implemen
 
 /// One request and its answer.
 ///
-/// What the loop still has to do for it keeps it alive, also beyond its session, which it therefore asks for each time.
+/// The pending operations on the loop own the exchange, so it may outlive the session: the pointer to it is weak.
 class HTTPSession::Implementation::Exchange : public std::enable_shared_from_this<Exchange> {
  public:
   Exchange(const std::shared_ptr<Implementation>& session, Task task, Job job)

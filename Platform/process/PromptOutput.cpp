@@ -78,7 +78,7 @@ std::size_t writeAll(int descriptor, std::string_view bytes, std::error_code& er
   return done;
 }
 
-/// To one that may wait. One that is ready takes as much as this at once.
+/// For a descriptor that may block. Once poll(2) reports it as writable, PIPE_BUF bytes do not block (pipe(7)).
 std::size_t writeWhileReady(int descriptor, std::string_view bytes, std::error_code& error) noexcept {
   std::size_t done = 0;
   while (done < bytes.size() && !error) {

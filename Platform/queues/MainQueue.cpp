@@ -87,7 +87,7 @@ class HostDrainedQueue final : public MainQueue {
     return true;
   }
 
-  /// Tasks that came during a drain, or before the hook, woke nobody.
+  /// For tasks that were added during a drain, or before the hook was set: the hook was not called for them.
   void wakeForTheRest() {
     std::function<void()> wake;
     {

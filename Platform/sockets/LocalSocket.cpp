@@ -21,10 +21,11 @@ namespace {
 using asio::local::stream_protocol;
 using ErrorCode = boost::system::error_code;
 
-/// How long a connection may take to send the rest: one that does not read must not be kept for ever.
+/// How long a closing connection may take to send the rest, so that a peer that does not read does not keep it open.
 constexpr std::chrono::seconds lingerTime{2};
 
-/// Everything but what the operations say happens on the queue. What is under way keeps the stream, until it is closed.
+/// Everything happens on the queue, unless an operation says otherwise. Pending operations own the stream until it is
+/// closed.
 class LocalStream final : public LocalConnection, public std::enable_shared_from_this<LocalStream> {
  public:
   explicit LocalStream(std::shared_ptr<DispatchQueue> queue) : queue_(std::move(queue)), socket_(executorOf(*queue_)) {}
@@ -140,7 +141,7 @@ class LocalStream final : public LocalConnection, public std::enable_shared_from
     write();
   }
 
-  /// The connection has ended, and nobody has asked for that.
+  /// The connection has ended without a request of this side.
   void end() {
     if (state_ != State::open) return;
     finish();
@@ -194,7 +195,7 @@ std::shared_ptr<LocalConnection> LocalConnection::over(FileDescriptor descriptor
   auto stream = std::make_shared<LocalStream>(std::move(queue));
   error = stream->open(std::move(descriptor));
   if (error) return nullptr;
-  // Who still watches for the end of what is returned must not keep the stream.
+  // The deleter owns the stream and gives it up when it runs. A weak pointer keeps the deleter, but not the stream.
   const auto letGo = [stream](LocalConnection*) mutable { std::exchange(stream, nullptr)->letGo(); };
   return {stream.get(), letGo};
 }

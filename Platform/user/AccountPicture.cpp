@@ -25,7 +25,7 @@ constexpr std::uint64_t maximumPictureFile = std::uint64_t{16} << 20;
 // A page of settings, in fact some lines; bytes.
 constexpr std::uint64_t maximumSettingsFile = std::uint64_t{64} << 10;
 
-/// What changes when somebody puts something else in a file, or another file in its place.
+/// Attributes that change when a file is rewritten or replaced by another one.
 struct FileState {
   dev_t device;
   ino_t inode;
